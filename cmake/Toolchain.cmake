@@ -1,0 +1,23 @@
+# Compiler, linker and sanitizer settings that hold for every target.
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual -Werror
+                    -fvisibility=hidden -fvisibility-inlines-hidden)
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+
+if(TERVANO_SANITIZE)
+  add_compile_options(-fsanitize=${TERVANO_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${TERVANO_SANITIZE})
+endif()
+
+find_program(LLD_PROGRAM ld.lld)
+if(LLD_PROGRAM)
+  add_link_options(-fuse-ld=lld)
+endif()
+
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
