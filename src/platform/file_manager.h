@@ -1,0 +1,104 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "archive/value.h"
+#include "platform/error.h"
+
+namespace tervano {
+
+// Files and folders by absolute path, as bytes. Blocking; any thread. An operation that can fail
+// answers nullopt for success or the error.
+class FileManager {
+ public:
+  virtual ~FileManager() = default;
+
+  // Whether this system has group containers at all: a switch, on unless a test turns it off.
+  virtual bool supportsGroupContainers() const = 0;
+  // The folder shared by the processes of an application group; nil for an unknown group. Creates
+  // nothing.
+  virtual std::optional<Url> containerURLForSecurityApplicationGroupIdentifier(
+      const std::string& groupIdentifier) const = 0;
+
+  // Follows symbolic links: a dangling link does not exist.
+  virtual bool fileExistsAtPath(const std::string& path) const = 0;
+  // Whether anything has that name, a dangling link included.
+  virtual bool itemExistsAtPath(const std::string& path) const = 0;
+  virtual bool isDirectoryAtPath(const std::string& path) const = 0;
+  // By the permissions of the effective user and the mount.
+  virtual bool isWritableFileAtPath(const std::string& path) const = 0;
+
+  // The names in a folder without "." and "..", in no defined order; empty on any error.
+  virtual std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path) const = 0;
+  // The bytes of a regular file; nil when it cannot be read. `error`, when given, receives why
+  // (code ENOENT for a missing file).
+  virtual std::optional<Data> contentsAtPath(const std::string& path,
+                                             std::optional<Error>* error = nullptr) const = 0;
+
+  // Creates a folder with mode 0700, with the missing folders above it when `withIntermediates`
+  // (then an existing folder is no error).
+  virtual std::optional<Error> createDirectoryAtPath(const std::string& path,
+                                                     bool withIntermediates) = 0;
+  // Writes a whole file with mode 0600 for a new one. Atomically: beside the target, flushed, then
+  // renamed over it, keeping the mode of the file it replaces.
+  virtual std::optional<Error> writeDataToFile(const Data& data, const std::string& path,
+                                               bool atomically) = 0;
+  // Removes a file, a link (never what it points to) or a folder with all its contents. Never
+  // follows links while descending.
+  virtual std::optional<Error> removeItemAtPath(const std::string& path) = 0;
+  // Moves an item to a path that does not exist; an existing `to` is an error, also when it appears
+  // in the same moment. Across file systems: copies with attributes, extended attributes, access
+  // lists, times, hard and symbolic links and holes, flushes, then removes the source; on any
+  // failure the source is whole and nothing stays at `to`. A folder cannot be moved into itself.
+  virtual std::optional<Error> moveItemAtPath(const std::string& from, const std::string& to) = 0;
+};
+
+class ForwardingFileManager : public FileManager {
+ public:
+  explicit ForwardingFileManager(FileManager& real) : real_(real) {}
+  bool supportsGroupContainers() const override { return real_.supportsGroupContainers(); }
+  std::optional<Url> containerURLForSecurityApplicationGroupIdentifier(
+      const std::string& groupIdentifier) const override {
+    return real_.containerURLForSecurityApplicationGroupIdentifier(groupIdentifier);
+  }
+  bool fileExistsAtPath(const std::string& path) const override {
+    return real_.fileExistsAtPath(path);
+  }
+  bool itemExistsAtPath(const std::string& path) const override {
+    return real_.itemExistsAtPath(path);
+  }
+  bool isDirectoryAtPath(const std::string& path) const override {
+    return real_.isDirectoryAtPath(path);
+  }
+  bool isWritableFileAtPath(const std::string& path) const override {
+    return real_.isWritableFileAtPath(path);
+  }
+  std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path) const override {
+    return real_.contentsOfDirectoryAtPath(path);
+  }
+  std::optional<Data> contentsAtPath(const std::string& path,
+                                     std::optional<Error>* error = nullptr) const override {
+    return real_.contentsAtPath(path, error);
+  }
+  std::optional<Error> createDirectoryAtPath(const std::string& path,
+                                             bool withIntermediates) override {
+    return real_.createDirectoryAtPath(path, withIntermediates);
+  }
+  std::optional<Error> writeDataToFile(const Data& data, const std::string& path,
+                                       bool atomically) override {
+    return real_.writeDataToFile(data, path, atomically);
+  }
+  std::optional<Error> removeItemAtPath(const std::string& path) override {
+    return real_.removeItemAtPath(path);
+  }
+  std::optional<Error> moveItemAtPath(const std::string& from, const std::string& to) override {
+    return real_.moveItemAtPath(from, to);
+  }
+
+ private:
+  FileManager& real_;
+};
+
+}  // namespace tervano

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace tervano {
+
+// System-wide notifications between the processes of one user: names only, no payload, no daemon,
+// no session bus.
+//
+// A post reaches every observation of that name in every running process, the posting one included,
+// once; posts not yet delivered may merge, the last one is never lost. Callbacks run on the main
+// loop of the observing process. A post never waits for a listener. Any thread may post, add and
+// remove.
+class NotifyChannel {
+ public:
+  using Callback = std::function<void(const std::string& name)>;
+
+  virtual ~NotifyChannel() = default;
+  virtual void post(const std::string& name) = 0;
+  // One observation per observer and name: a second one replaces the first. `observer` is an
+  // identity only.
+  virtual void addObserver(const void* observer, const std::string& name, Callback callback) = 0;
+  virtual void removeObserver(const void* observer, const std::string& name) = 0;
+  virtual void removeEveryObserver(const void* observer) = 0;
+};
+
+class ForwardingNotifyChannel : public NotifyChannel {
+ public:
+  explicit ForwardingNotifyChannel(NotifyChannel& real) : real_(real) {}
+  void post(const std::string& name) override { real_.post(name); }
+  void addObserver(const void* observer, const std::string& name, Callback callback) override {
+    real_.addObserver(observer, name, std::move(callback));
+  }
+  void removeObserver(const void* observer, const std::string& name) override {
+    real_.removeObserver(observer, name);
+  }
+  void removeEveryObserver(const void* observer) override { real_.removeEveryObserver(observer); }
+
+ private:
+  NotifyChannel& real_;
+};
+
+}  // namespace tervano

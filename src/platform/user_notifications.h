@@ -1,0 +1,58 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "archive/value.h"
+
+namespace tervano {
+
+// The sound name that asks for the desktop's default notification sound.
+inline constexpr char kUserNotificationDefaultSoundName[] = "NSUserNotificationDefaultSoundName";
+
+// One message to the user.
+struct UserNotification {
+  std::string title;
+  std::optional<std::string> informativeText;
+  Value::Dictionary userInfo;
+  bool hasActionButton = false;
+  std::optional<std::string> actionButtonTitle;
+  // Nil: silent.
+  std::optional<std::string> soundName;
+};
+
+// The desktop's notifications. Any thread may deliver; delivery never blocks and never fails
+// visibly, also without a bus or a notification daemon.
+class UserNotifications {
+ public:
+  using ActivationHandler = std::function<void(const UserNotification&)>;
+
+  virtual ~UserNotifications() = default;
+  virtual void deliverNotification(const UserNotification& notification) = 0;
+  // Called on the main queue when the user presses the action button of a notification that this
+  // process delivered. Null removes it.
+  virtual void setActivationHandler(ActivationHandler handler) = 0;
+  // Deliveries that the daemon has not answered yet; a short-lived program waits for 0.
+  virtual int pendingDeliveries() const = 0;
+  // Notifications with an action button that are still on the screen.
+  virtual int openNotifications() const = 0;
+};
+
+class ForwardingUserNotifications : public UserNotifications {
+ public:
+  explicit ForwardingUserNotifications(UserNotifications& real) : real_(real) {}
+  void deliverNotification(const UserNotification& notification) override {
+    real_.deliverNotification(notification);
+  }
+  void setActivationHandler(ActivationHandler handler) override {
+    real_.setActivationHandler(std::move(handler));
+  }
+  int pendingDeliveries() const override { return real_.pendingDeliveries(); }
+  int openNotifications() const override { return real_.openNotifications(); }
+
+ private:
+  UserNotifications& real_;
+};
+
+}  // namespace tervano
