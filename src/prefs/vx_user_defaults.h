@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
-#include <typeinfo>
+#include <typeindex>
 
 #include "archive/value.h"
 #include "platform/defaults_stores.h"
@@ -49,6 +49,9 @@ class VXUserDefaults {
     const char* setter = nullptr;
     // The class has accessors of its own; the property is mapped, never stored.
     bool hasOwnImplementation = false;
+
+    std::string getterName() const;
+    std::string setterName() const;
   };
 
   // When a key-value observer is called: before and after the store is written.
@@ -161,8 +164,8 @@ class VXUserDefaults {
     std::optional<std::string> (*suitName)(const VXUserDefaults&) = nullptr;
     std::optional<std::string> (*suiteName)(const VXUserDefaults&) = nullptr;
     std::optional<Value::Dictionary> (*setupDefaults)(const VXUserDefaults&) = nullptr;
-    // Identifies the class.
-    const char* className = nullptr;
+    // The class itself.
+    std::type_index type = typeid(VXUserDefaults);
   };
   struct Accessors;
 
@@ -189,7 +192,7 @@ class VXUserDefaults {
 template <typename T>
 VXUserDefaults::Hooks VXUserDefaults::findHooks() {
   Hooks hooks;
-  hooks.className = typeid(T).name();
+  hooks.type = typeid(T);
   if constexpr (requires { T::properties(); }) hooks.properties = &T::properties;
   if constexpr (requires(const T& self) { self.suitName(); }) {
     hooks.suitName = [](const VXUserDefaults& self) -> std::optional<std::string> {
