@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+namespace tervano {
+
+// `path` itself when nothing has that name, else a path in the same folder at which nothing exists:
+// "name 2.ext", "name 3.ext" and so on, the first that is free. Only the last extension counts as
+// one, and a name whose only dot is its first character has none. A dangling link takes its name.
+// Trailing slashes are dropped.
+//
+// One rule for every action that makes files. Blocking; any thread. Another process may take the
+// name before the caller does, so the caller must create without replacing.
+std::string vx_nextAvailablePath(const std::string& path);
+
+}  // namespace tervano
