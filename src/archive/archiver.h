@@ -9,9 +9,9 @@
 namespace tervano {
 
 // Writes an object graph in the published keyed-archive layout: a binary property list with
-// "$version" 100000, "$archiver" "NSKeyedArchiver", "$top" and "$objects". Equal strings and numbers
-// are one entry each, one object is one entry wherever it appears. Arrays and dictionaries inside a
-// Value are written as NSArray and NSDictionary, numbers as plain values, nil as entry 0.
+// "$version" 100000, "$archiver" "NSKeyedArchiver", "$top" and "$objects". Equal strings and
+// numbers are one entry each, one object is one entry wherever it appears. Arrays and dictionaries
+// inside a Value are written as NSArray and NSDictionary, numbers as plain values, nil as entry 0.
 //
 // The encode functions are for Coding::encodeWithCoder and write into the object being encoded. A
 // class that is not registered throws PlatformException.

@@ -62,7 +62,7 @@ class Unarchiver {
 
  private:
   struct Graph;
-  explicit Unarchiver(const ClassRegistry& registry);
+  Unarchiver(std::span<const std::uint8_t> bytes, const ClassRegistry& registry);
   std::unique_ptr<Graph> graph_;
 };
 

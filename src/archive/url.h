@@ -19,6 +19,10 @@ class Url {
   // The file URL of an absolute path. `isDirectory` adds the trailing slash when it is missing.
   static Url fileURLWithPath(std::string_view path, bool isDirectory = false);
 
+  // A URI reference resolved against a base by RFC 3986, section 5.2; an absolute reference stays
+  // as it is.
+  static Url URLWithString(std::string_view reference, const Url& relativeToURL);
+
   const std::string& absoluteString() const { return text_; }
   bool isFileURL() const;
   // The unescaped path without a trailing slash (except for "/"); empty when this is no file URL

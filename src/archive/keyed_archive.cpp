@@ -1,0 +1,111 @@
+#include "archive/keyed_archive.h"
+
+#include <unordered_set>
+#include <utility>
+
+#include "archive/platform_exception.h"
+
+namespace tervano {
+namespace {
+
+using Kind = ObjectTable::Kind;
+
+[[noreturn]] void refuse(const std::string& what) {
+  throw PlatformException(kInvalidUnarchiveException, "incomprehensible archive: " + what);
+}
+
+ArchiveClass kindOfClass(std::string_view name) {
+  static constexpr std::pair<std::string_view, ArchiveClass> kKinds[] = {
+      {"NSArray", ArchiveClass::Array},
+      {"NSMutableArray", ArchiveClass::Array},
+      {"NSSet", ArchiveClass::Array},
+      {"NSMutableSet", ArchiveClass::Array},
+      {"NSDictionary", ArchiveClass::Dictionary},
+      {"NSMutableDictionary", ArchiveClass::Dictionary},
+      {"NSString", ArchiveClass::String},
+      {"NSMutableString", ArchiveClass::String},
+      {"NSData", ArchiveClass::Data},
+      {"NSMutableData", ArchiveClass::Data},
+      {"NSDate", ArchiveClass::Date},
+      {"NSUUID", ArchiveClass::Uuid},
+      {"NSURL", ArchiveClass::Url},
+      {"NSNumber", ArchiveClass::Number},
+      {"NSNull", ArchiveClass::Null}};
+  for (const auto& [kindName, kind] : kKinds) {
+    if (kindName == name) return kind;
+  }
+  return ArchiveClass::Other;
+}
+
+}  // namespace
+
+KeyedArchive::KeyedArchive(std::span<const std::uint8_t> bytes) : table_(ObjectTable::read(bytes)) {
+  const Index header = table_.root();
+  if (table_.kind(header) != Kind::Dictionary) refuse("its root is no dictionary");
+  const auto version = table_.find(header, "$version");
+  if (!version || table_.kind(*version) != Kind::Integer ||
+      table_.integer(*version) != Value(100000)) {
+    refuse("wrong $version");
+  }
+  const auto archiver = table_.find(header, "$archiver");
+  if (!archiver || !table_.isString(*archiver) ||
+      !table_.stringEquals(*archiver, "NSKeyedArchiver")) {
+    refuse("wrong $archiver");
+  }
+  const auto objects = table_.find(header, "$objects");
+  if (!objects || table_.kind(*objects) != Kind::Array) refuse("no $objects");
+  objects_ = *objects;
+  const auto top = table_.find(header, "$top");
+  if (!top || table_.kind(*top) != Kind::Dictionary) refuse("no $top");
+  auto root = table_.find(*top, "root");
+  if (!root) root = table_.find(*top, "$0");
+  if (!root || table_.kind(*root) != Kind::Uid) refuse("no root object");
+  root_ = entryOfUid(*root);
+}
+
+KeyedArchive::Entry KeyedArchive::entryOfUid(Index uid) const {
+  const std::uint64_t entry = table_.uid(uid);
+  if (entry >= entries()) refuse("UID " + std::to_string(entry) + " is out of range");
+  return static_cast<Entry>(entry);
+}
+
+const KeyedArchive::Class& KeyedArchive::classOf(Index dictionary) {
+  const auto reference = table_.find(dictionary, "$class");
+  if (!reference || table_.kind(*reference) != Kind::Uid) refuse("an object without a class");
+  const Entry entry = entryOfUid(*reference);
+  const auto known = classes_.find(entry);
+  if (known != classes_.end()) return known->second;
+  return classes_.emplace(entry, describe(objectOf(entry))).first->second;
+}
+
+KeyedArchive::Class KeyedArchive::describe(Index description) const {
+  if (table_.kind(description) != Kind::Dictionary) refuse("a missing class description");
+  // A description has no class of its own, else descriptions could go round in a circle.
+  if (table_.find(description, "$class")) refuse("a circular class description");
+  const auto name = table_.find(description, "$classname");
+  if (!name || !table_.isString(*name)) refuse("a class description without a name");
+  const auto chain = table_.find(description, "$classes");
+  if (!chain || table_.kind(*chain) != Kind::Array || table_.count(*chain) == 0) {
+    refuse("a class description without its chain");
+  }
+  constexpr std::uint32_t kLongestChain = 256;
+  if (table_.count(*chain) > kLongestChain) refuse("a class description with an endless chain");
+  std::unordered_set<std::string> seen;
+  for (std::uint32_t i = 0; i < table_.count(*chain); ++i) {
+    const Index link = table_.element(*chain, i);
+    if (!table_.isString(link)) refuse("a class description whose chain holds no names");
+    if (!seen.insert(table_.string(link)).second) refuse("a circular class description");
+  }
+  std::string text = table_.string(*name);
+  const ArchiveClass kind = kindOfClass(text);
+  return {kind, std::move(text)};
+}
+
+std::string_view archiveKey(std::string_view key, std::string& storage) {
+  if (!key.starts_with('$')) return key;
+  storage = "$";
+  storage += key;
+  return storage;
+}
+
+}  // namespace tervano
