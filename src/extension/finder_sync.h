@@ -20,8 +20,9 @@ namespace tervano {
 // list and of the preferences, builds menus of the actions that fit a selection, and hands a chosen
 // action over to the application. Runs no action itself. Main thread.
 //
-// Building a menu starts no process and does not touch the disk, except for items without an
-// extension of which the file manager does not know whether they are folders.
+// Building a menu starts no process and does not touch the disk, except that the preferences store
+// looks whether its file changed, and for items without an extension of which the file manager does
+// not know whether they are folders.
 class FinderSync : public std::enable_shared_from_this<FinderSync> {
   class Birth {
     friend class FinderSync;
@@ -68,6 +69,8 @@ class FinderSync : public std::enable_shared_from_this<FinderSync> {
   // Adds the method of a selector that begins with "tv_" to the class, for the life of the process;
   // false for any other. Any thread.
   static bool resolveInstanceMethod(std::string_view selector);
+  // Whether the class has the selector's method already. Any thread.
+  static bool instancesRespondToSelector(std::string_view selector);
   // What choosing a menu item does: performs the selector, resolving it when it is not known yet.
   // False, and nothing done, for a selector that cannot be resolved. With `items` the selection is
   // the one that came with the menu, otherwise what the controller has now.
@@ -90,7 +93,7 @@ class FinderSync : public std::enable_shared_from_this<FinderSync> {
   void setWormhole(std::shared_ptr<VXWormhole> wormhole) { wormhole_ = std::move(wormhole); }
   // The snapshots that menus are built from.
   const std::optional<ActionList>& actionsArray() const { return actionsArray_; }
-  void setActionsArray(std::optional<ActionList> actions) { actionsArray_ = std::move(actions); }
+  void setActionsArray(std::optional<ActionList> actions);
   const std::shared_ptr<TVUserDefaults>& userDefaults() const { return userDefaults_; }
   void setUserDefaults(std::shared_ptr<TVUserDefaults> userDefaults) {
     userDefaults_ = std::move(userDefaults);

@@ -6,7 +6,10 @@ namespace tervano {
 
 // Action lists as archives hold them.
 
-// The actions as an array of objects, in order. Null entries cannot be archived and are left out.
+// The list without its null entries: a list holds none, for an archive could not be read back.
+ActionList withoutNull(ActionList actions);
+
+// The actions as an array of objects, in order.
 Value::Array arrayOfActions(const ActionList& actions);
 
 // Throws PlatformException when an entry is no action.

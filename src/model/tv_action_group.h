@@ -19,13 +19,11 @@ class TVActionGroup : public TVAction {
   void addAction(std::shared_ptr<TVAction> action);
   // Removes every entry that is this very object. Null is ignored.
   void removeAction(const std::shared_ptr<TVAction>& action);
-  // Replaces the members.
+  // Replaces the members; null entries are left out.
   void updateActions(std::optional<ActionList> actions);
 
   const std::optional<ActionList>& workingActionsArray() const { return workingActionsArray_; }
-  void setWorkingActionsArray(std::optional<ActionList> actions) {
-    workingActionsArray_ = std::move(actions);
-  }
+  void setWorkingActionsArray(std::optional<ActionList> actions);
 
   // Logs that a group cannot be run; the block is not called.
   void runWithFilePaths(const FilePaths& filePaths,

@@ -49,7 +49,7 @@ class TVActionsManager : public std::enable_shared_from_this<TVActionsManager> {
 
   // A snapshot of the list.
   ActionList actions() const { return workingActionsArray_; }
-  // These three change the list in memory only. Null is ignored; removing takes out every entry
+  // These three change the list in memory only. Nulls are ignored; removing takes out every entry
   // that is this very object.
   void addAction(std::shared_ptr<TVAction> action);
   void removeAction(const std::shared_ptr<TVAction>& action);
@@ -67,7 +67,7 @@ class TVActionsManager : public std::enable_shared_from_this<TVActionsManager> {
   std::optional<Url> saveURL() const;
 
   const ActionList& workingActionsArray() const { return workingActionsArray_; }
-  void setWorkingActionsArray(ActionList actions) { workingActionsArray_ = std::move(actions); }
+  void setWorkingActionsArray(ActionList actions);
   // The pending or spent delayed save, null before the first.
   const std::shared_ptr<VXTimer>& saveDelayTimer() const { return saveDelayTimer_; }
   void setSaveDelayTimer(std::shared_ptr<VXTimer> timer) { saveDelayTimer_ = std::move(timer); }

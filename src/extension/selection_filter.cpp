@@ -1,0 +1,106 @@
+#include "extension/selection_filter.h"
+
+#include <algorithm>
+#include <deque>
+#include <unordered_set>
+
+#include "platform/file_manager.h"
+#include "platform/platform.h"
+#include "platform/uniform_types.h"
+
+namespace tervano {
+namespace {
+
+bool isLocal(const Url& url) {
+  return url.absoluteString().starts_with("file://") || url.isFileURL();
+}
+
+// Gathers the distinct extensions of many items without copying names.
+class ExtensionCollector {
+ public:
+  // The item's extension, empty when it has none.
+  std::string_view extensionOf(const Url& url) {
+    std::string_view text = url.absoluteString();
+    if (text.find('?') != std::string_view::npos || text.find('#') != std::string_view::npos) {
+      return decoded(url);
+    }
+    while (text.ends_with('/')) text.remove_suffix(1);
+    const std::string_view name = text.substr(text.rfind('/') + 1);
+    const std::size_t dot = name.rfind('.');
+    const bool hasExtension = dot != std::string_view::npos && dot > 0 && dot + 1 < name.size();
+    const std::string_view extension = hasExtension ? name.substr(dot + 1) : std::string_view();
+    // A dot may be escaped as well, but only behind the last plain one does that matter.
+    const std::string_view undecided = hasExtension ? extension : name;
+    return undecided.find('%') == std::string_view::npos ? extension : decoded(url);
+  }
+  void add(std::string_view extension) {
+    // Neighbours mostly share their extension.
+    if (extension == last_) return;
+    last_ = extension;
+    extensions_.insert(extension);
+  }
+  const std::unordered_set<std::string_view>& extensions() const { return extensions_; }
+
+ private:
+  std::string_view decoded(const Url& url) {
+    std::string extension = pathExtension(url.lastPathComponent());
+    if (extension.empty()) return {};
+    return decoded_.emplace_back(std::move(extension));
+  }
+
+  std::string_view last_;
+  std::unordered_set<std::string_view> extensions_;
+  // A deque, for the views must stay valid.
+  std::deque<std::string> decoded_;
+};
+
+}  // namespace
+
+bool hasLocalItem(const SelectedItems& items) {
+  return std::any_of(items.begin(), items.end(),
+                     [](const SelectedItem& item) { return isLocal(item.url); });
+}
+
+std::vector<std::string> typesOfItems(const SelectedItems& items) {
+  ExtensionCollector collector;
+  bool hasFolder = false;
+  bool hasFile = false;
+  for (const SelectedItem& item : items) {
+    if (!isLocal(item.url)) continue;
+    const std::string_view extension = collector.extensionOf(item.url);
+    if (!extension.empty()) {
+      collector.add(extension);
+    } else if (!hasFolder || !hasFile) {
+      const bool isFolder = item.isDirectory
+                                ? *item.isDirectory
+                                : platform().fileManager->isDirectoryAtPath(item.url.path());
+      (isFolder ? hasFolder : hasFile) = true;
+    }
+  }
+  const UniformTypes& uniformTypes = *platform().uniformTypes;
+  std::unordered_set<std::string> types;
+  if (hasFolder) types.insert(kUTTypeFolder);
+  if (hasFile) types.insert(uniformTypes.preferredIdentifierForExtension(""));
+  for (const std::string_view extension : collector.extensions()) {
+    types.insert(uniformTypes.preferredIdentifierForExtension(extension));
+  }
+  return {types.begin(), types.end()};
+}
+
+bool SelectionFilter::accepts(const std::optional<std::vector<std::string>>& fileTypes) {
+  if (!fileTypes) return true;
+  return !UTIs_.empty() && std::all_of(fileTypes->begin(), fileTypes->end(),
+                                       [this](const auto& type) { return allConformTo(type); });
+}
+
+bool SelectionFilter::allConformTo(const std::string& type) {
+  const auto [known, isNew] = conformance_.try_emplace(type, true);
+  if (isNew) {
+    known->second = std::all_of(UTIs_.begin(), UTIs_.end(), [&type](const std::string& UTI) {
+      return platform().uniformTypes->conformsTo(UTI, type);
+    });
+  }
+  return known->second;
+}
+
+}  // namespace tervano
