@@ -1,0 +1,237 @@
+#include "platform/linux/freedesktop_notifications.h"
+
+#include <utility>
+
+#include "platform/linux/guard.h"
+#include "platform/log.h"
+#include "platform/platform.h"
+#include "platform/run_loop.h"
+
+namespace tervano {
+
+namespace {
+
+constexpr char kName[] = "org.freedesktop.Notifications";
+constexpr char kPath[] = "/org/freedesktop/Notifications";
+constexpr char kProductName[] = "Tervano";
+constexpr char kIconName[] = "tervano";
+constexpr char kShowAction[] = "show";
+constexpr char kDefaultAction[] = "default";
+// The sound theme's name for a message that has just come.
+constexpr char kDefaultSound[] = "message-new-instant";
+constexpr int kDefaultExpiry = -1;
+
+std::string escapedMarkup(const std::string& text) {
+  std::string escaped;
+  escaped.reserve(text.size());
+  for (const char character : text) {
+    switch (character) {
+      case '&':
+        escaped += "&amp;";
+        break;
+      case '<':
+        escaped += "&lt;";
+        break;
+      case '>':
+        escaped += "&gt;";
+        break;
+      default:
+        escaped += character;
+    }
+  }
+  return escaped;
+}
+
+GVariant* hintsFor(const UserNotification& notification, const std::string& applicationIdentifier) {
+  GVariantBuilder hints;
+  g_variant_builder_init(&hints, G_VARIANT_TYPE("a{sv}"));
+  g_variant_builder_add(&hints, "{sv}", "desktop-entry",
+                        g_variant_new_string(displayableText(applicationIdentifier).c_str()));
+  if (notification.soundName) {
+    const std::string sound = *notification.soundName == kUserNotificationDefaultSoundName
+                                  ? kDefaultSound
+                                  : displayableText(*notification.soundName);
+    g_variant_builder_add(&hints, "{sv}", "sound-name", g_variant_new_string(sound.c_str()));
+  } else {
+    g_variant_builder_add(&hints, "{sv}", "suppress-sound", g_variant_new_boolean(TRUE));
+  }
+  return g_variant_builder_end(&hints);
+}
+
+}  // namespace
+
+std::string displayableText(const std::string& text) {
+  constexpr char kReplacement[] = "\xef\xbf\xbd";
+  const GCharPtr valid(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
+  std::string result;
+  for (const gchar* next = valid.get(); *next != '\0'; ++next) {
+    const auto byte = static_cast<unsigned char>(*next);
+    const bool isControl = (byte < ' ' && byte != '\t' && byte != '\n') || byte == 0x7f;
+    if (isControl) {
+      result += kReplacement;
+    } else {
+      result += *next;
+    }
+  }
+  return result;
+}
+
+FreedesktopNotifications::FreedesktopNotifications(std::string applicationIdentifier)
+    : applicationIdentifier_(std::move(applicationIdentifier)),
+      bus_([this](GDBusConnection* connection) { subscribe(connection); }) {}
+
+FreedesktopNotifications::~FreedesktopNotifications() = default;
+
+void FreedesktopNotifications::setActivationHandler(ActivationHandler handler) {
+  const std::lock_guard lock(handlers_->mutex);
+  handlers_->activation = std::move(handler);
+}
+
+void FreedesktopNotifications::deliverNotification(const UserNotification& notification) {
+  if (++pendingDeliveries_ > static_cast<int>(kMaximumNotifications)) {
+    --pendingDeliveries_;
+    log("Could not show a notification: too many are waiting");
+    return;
+  }
+  bus_.post([this, copy = std::make_shared<const UserNotification>(notification)] {
+    waiting_.push_back(copy);
+    deliverWaiting();
+  });
+}
+
+void FreedesktopNotifications::deliverWaiting() {
+  if (!capabilities_) {
+    askForCapabilities();
+    return;
+  }
+  while (!waiting_.empty()) {
+    const auto notification = std::move(waiting_.front());
+    waiting_.pop_front();
+    notify(notification);
+  }
+}
+
+void FreedesktopNotifications::askForCapabilities() {
+  if (std::exchange(askingForCapabilities_, true)) return;
+  bus_.call(kName, kPath, kName, "GetCapabilities", g_variant_new("()"), kReplyTimeoutMilliseconds,
+            [this](GVariant* reply, const GError* error) {
+              askingForCapabilities_ = false;
+              if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(as)"))) {
+                log(std::string("Could not show a notification: ") +
+                    (error == nullptr ? "unexpected answer" : error->message));
+                pendingDeliveries_ -= static_cast<int>(waiting_.size());
+                waiting_.clear();
+                return;
+              }
+              Capabilities capabilities;
+              GVariantIter* names = nullptr;
+              const gchar* name = nullptr;
+              g_variant_get(reply, "(as)", &names);
+              while (g_variant_iter_next(names, "&s", &name)) {
+                if (g_str_equal(name, "actions")) capabilities.actions = true;
+                if (g_str_equal(name, "body-markup")) capabilities.bodyMarkup = true;
+              }
+              g_variant_iter_free(names);
+              capabilities_ = capabilities;
+              deliverWaiting();
+            });
+}
+
+void FreedesktopNotifications::notify(const std::shared_ptr<const UserNotification>& notification) {
+  const std::string title = displayableText(notification->title);
+  std::string body = displayableText(notification->informativeText.value_or(""));
+  if (capabilities_->bodyMarkup) body = escapedMarkup(body);
+  GVariantBuilder actions;
+  g_variant_builder_init(&actions, G_VARIANT_TYPE("as"));
+  if (notification->hasActionButton && capabilities_->actions) {
+    const std::string label = displayableText(notification->actionButtonTitle.value_or("Show"));
+    // "default" is a press on the notification itself; its label is not shown.
+    for (const char* action : {kDefaultAction, kShowAction}) {
+      g_variant_builder_add(&actions, "s", action);
+      g_variant_builder_add(&actions, "s", label.c_str());
+    }
+  }
+  bus_.call(kName, kPath, kName, "Notify",
+            g_variant_new("(susss@as@a{sv}i)", kProductName, 0U, kIconName, title.c_str(),
+                          body.c_str(), g_variant_builder_end(&actions),
+                          hintsFor(*notification, applicationIdentifier_), kDefaultExpiry),
+            kReplyTimeoutMilliseconds, [this, notification](GVariant* reply, const GError* error) {
+              didNotify(notification, reply, error);
+            });
+}
+
+void FreedesktopNotifications::didNotify(
+    const std::shared_ptr<const UserNotification>& notification, GVariant* reply,
+    const GError* error) {
+  if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(u)"))) {
+    log(std::string("Could not show a notification: ") +
+        (error == nullptr ? "unexpected answer" : error->message));
+  } else if (notification->hasActionButton && capabilities_ && capabilities_->actions) {
+    std::uint32_t identifier = 0;
+    g_variant_get(reply, "(u)", &identifier);
+    open_[identifier] = notification;
+    // Identifiers ascend, so the lowest is the oldest.
+    if (open_.size() > kMaximumNotifications) open_.erase(open_.begin());
+    openNotifications_ = static_cast<int>(open_.size());
+  }
+  --pendingDeliveries_;
+}
+
+void FreedesktopNotifications::subscribe(GDBusConnection* connection) {
+  forgetDaemon();
+  g_dbus_connection_signal_subscribe(connection, kName, kName, nullptr, kPath, nullptr,
+                                     G_DBUS_SIGNAL_FLAGS_NONE, didReceiveSignal, this, nullptr);
+  g_dbus_connection_signal_subscribe(connection, "org.freedesktop.DBus", "org.freedesktop.DBus",
+                                     "NameOwnerChanged", "/org/freedesktop/DBus", kName,
+                                     G_DBUS_SIGNAL_FLAGS_NONE, didReceiveSignal, this, nullptr);
+}
+
+void FreedesktopNotifications::didReceiveSignal(GDBusConnection* /*connection*/,
+                                                const gchar* /*sender*/, const gchar* /*path*/,
+                                                const gchar* /*interface*/, const gchar* name,
+                                                GVariant* parameters, gpointer self) {
+  guarded("a signal of the notification daemon", [=] {
+    static_cast<FreedesktopNotifications*>(self)->didReceiveSignal(name, parameters);
+  });
+}
+
+void FreedesktopNotifications::didReceiveSignal(const std::string& name, GVariant* parameters) {
+  if (name == "NameOwnerChanged") {
+    forgetDaemon();
+  } else if (name == "NotificationClosed" &&
+             g_variant_is_of_type(parameters, G_VARIANT_TYPE("(uu)"))) {
+    std::uint32_t identifier = 0;
+    g_variant_get(parameters, "(uu)", &identifier, nullptr);
+    forget(identifier);
+  } else if (name == "ActionInvoked" && g_variant_is_of_type(parameters, G_VARIANT_TYPE("(us)"))) {
+    std::uint32_t identifier = 0;
+    const gchar* action = nullptr;
+    g_variant_get(parameters, "(u&s)", &identifier, &action);
+    const auto pressed = open_.find(identifier);
+    if (pressed == open_.end()) return;
+    if (!g_str_equal(action, kShowAction) && !g_str_equal(action, kDefaultAction)) return;
+    platform().runLoop->dispatchAsyncOnMainQueue(
+        [handlers = handlers_, notification = pressed->second] {
+          ActivationHandler handler;
+          {
+            const std::lock_guard lock(handlers->mutex);
+            handler = handlers->activation;
+          }
+          if (handler) handler(*notification);
+        });
+  }
+}
+
+void FreedesktopNotifications::forgetDaemon() {
+  // Another one knows none of our notifications and may have other capabilities.
+  capabilities_.reset();
+  open_.clear();
+  openNotifications_ = 0;
+}
+
+void FreedesktopNotifications::forget(std::uint32_t identifier) {
+  open_.erase(identifier);
+  openNotifications_ = static_cast<int>(open_.size());
+}
+
+}  // namespace tervano

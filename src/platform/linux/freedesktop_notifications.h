@@ -1,0 +1,80 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "platform/linux/session_bus.h"
+#include "platform/user_notifications.h"
+
+namespace tervano {
+
+// Notifications through the desktop's notification daemon: the interface
+// org.freedesktop.Notifications of the Desktop Notifications Specification 1.2, on the session bus.
+//
+// Texts that are not UTF-8 are shown with replacement characters; the body is escaped where the
+// daemon reads markup. A daemon that does not answer is given up after kReplyTimeoutMilliseconds.
+// What cannot be shown is one line in the log.
+class FreedesktopNotifications : public UserNotifications {
+ public:
+  static constexpr int kReplyTimeoutMilliseconds = 5000;
+  // Deliveries beyond that are dropped, and the oldest open notification beyond it is forgotten.
+  static constexpr std::size_t kMaximumNotifications = 256;
+
+  // `applicationIdentifier` is the name of the desktop entry, for the daemon's settings.
+  explicit FreedesktopNotifications(std::string applicationIdentifier);
+  ~FreedesktopNotifications() override;
+
+  void deliverNotification(const UserNotification& notification) override;
+  void setActivationHandler(ActivationHandler handler) override;
+  int pendingDeliveries() const override { return pendingDeliveries_; }
+  int openNotifications() const override { return openNotifications_; }
+
+ private:
+  struct Capabilities {
+    bool actions = false;
+    bool bodyMarkup = false;
+  };
+  struct Handlers {
+    std::mutex mutex;
+    ActivationHandler activation;
+  };
+
+  // All of the bus thread.
+  void askForCapabilities();
+  void notify(const std::shared_ptr<const UserNotification>& notification);
+  void didNotify(const std::shared_ptr<const UserNotification>& notification, GVariant* reply,
+                 const GError* error);
+  void deliverWaiting();
+  void subscribe(GDBusConnection* connection);
+  void forget(std::uint32_t identifier);
+  void forgetDaemon();
+  void didReceiveSignal(const std::string& name, GVariant* parameters);
+  static void didReceiveSignal(GDBusConnection* connection, const gchar* sender, const gchar* path,
+                               const gchar* interface, const gchar* name, GVariant* parameters,
+                               gpointer self);
+
+  std::string applicationIdentifier_;
+  std::atomic<int> pendingDeliveries_{0};
+  std::atomic<int> openNotifications_{0};
+  // Shared with activations that are on their way to the main queue.
+  std::shared_ptr<Handlers> handlers_ = std::make_shared<Handlers>();
+
+  std::optional<Capabilities> capabilities_;
+  bool askingForCapabilities_ = false;
+  std::deque<std::shared_ptr<const UserNotification>> waiting_;
+  std::map<std::uint32_t, std::shared_ptr<const UserNotification>> open_;
+
+  // Last, so that its thread ends before what it uses.
+  SessionBus bus_;
+};
+
+// `text` as a bus string: valid UTF-8 without control characters other than tabs and line ends.
+std::string displayableText(const std::string& text);
+
+}  // namespace tervano
