@@ -9,6 +9,7 @@
 #include "archive/keyed_archive.h"
 #include "archive/platform_exception.h"
 #include "archive/unarchiver.h"
+#include "archive/utf.h"
 
 namespace tervano {
 namespace {
@@ -227,7 +228,11 @@ Entry Archiver::Graph::encodeDictionary(const Value::Dictionary& dictionary, Arc
   std::vector<Entry> values;
   keys.reserve(dictionary.size());
   values.reserve(dictionary.size());
-  for (const auto& [key, value] : dictionary) keys.push_back(encode(key, archiver));
+  for (const auto& [key, value] : dictionary) {
+    // With replacement characters two keys could become one.
+    if (!isValidUtf8(key)) refuse("a dictionary key that is no UTF-8");
+    keys.push_back(encode(key, archiver));
+  }
   for (const auto& [key, value] : dictionary) values.push_back(encode(value, archiver));
   addField("NS.keys", uidArray(keys));
   addField("NS.objects", uidArray(values));
@@ -252,6 +257,8 @@ Entry Archiver::Graph::encodeData(const DataPtr& data) {
 }
 
 Data Archiver::Graph::finish(Entry root) {
+  // A class that catches what one of its fields throws must not leave half of it here.
+  if (depth != 0) refuse("an object was left half written");
   const Pair top[] = {{writer.addString("root"), uid(root)}};
   const Reference topDictionary = writer.reserveContainer();
   writer.setDictionary(topDictionary, top);

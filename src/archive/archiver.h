@@ -13,8 +13,11 @@ namespace tervano {
 // numbers are one entry each, one object is one entry wherever it appears. Arrays and dictionaries
 // inside a Value are written as NSArray and NSDictionary, numbers as plain values, nil as entry 0.
 //
-// The encode functions are for Coding::encodeWithCoder and write into the object being encoded. A
-// class that is not registered throws PlatformException.
+// Throws PlatformException for a class that is not registered, a bare UID, a key encoded twice, an
+// object that contains itself and nesting beyond Unarchiver::kMaximumArchiveDepth, because no
+// reader could load such a file again. Strings that are no UTF-8 are written with U+FFFD.
+//
+// The encode functions are for Coding::encodeWithCoder and write into the object being encoded.
 class Archiver {
  public:
   static Data archivedDataWithRootObject(const Value& root, const ClassRegistry& registry);

@@ -1,6 +1,5 @@
 #include "archive/keyed_archive.h"
 
-#include <unordered_set>
 #include <utility>
 
 #include "archive/platform_exception.h"
@@ -35,6 +34,10 @@ ArchiveClass kindOfClass(std::string_view name) {
     if (kindName == name) return kind;
   }
   return ArchiveClass::Other;
+}
+
+bool isName(const ObjectTable& table, ObjectTable::Index object) {
+  return table.isString(object) && table.count(object) <= KeyedArchive::kLongestName;
 }
 
 }  // namespace
@@ -72,33 +75,36 @@ KeyedArchive::Entry KeyedArchive::entryOfUid(Index uid) const {
 const KeyedArchive::Class& KeyedArchive::classOf(Index dictionary) {
   const auto reference = table_.find(dictionary, "$class");
   if (!reference || table_.kind(*reference) != Kind::Uid) refuse("an object without a class");
-  const Entry entry = entryOfUid(*reference);
-  const auto known = classes_.find(entry);
+  const Index description = objectOf(entryOfUid(*reference));
+  const auto known = classes_.find(description);
   if (known != classes_.end()) return known->second;
-  return classes_.emplace(entry, describe(objectOf(entry))).first->second;
+  return classes_.emplace(description, describe(description)).first->second;
 }
 
-KeyedArchive::Class KeyedArchive::describe(Index description) const {
+KeyedArchive::Class KeyedArchive::describe(Index description) {
   if (table_.kind(description) != Kind::Dictionary) refuse("a missing class description");
   // A description has no class of its own, else descriptions could go round in a circle.
   if (table_.find(description, "$class")) refuse("a circular class description");
   const auto name = table_.find(description, "$classname");
-  if (!name || !table_.isString(*name)) refuse("a class description without a name");
+  if (!name || !isName(table_, *name)) refuse("a class description without a name");
   const auto chain = table_.find(description, "$classes");
   if (!chain || table_.kind(*chain) != Kind::Array || table_.count(*chain) == 0) {
     refuse("a class description without its chain");
   }
+  if (!checkedChains_.contains(*chain)) checkChain(*chain);
+  return {kindOfClass(table_.string(*name)), *name};
+}
+
+void KeyedArchive::checkChain(Index chain) {
   constexpr std::uint32_t kLongestChain = 256;
-  if (table_.count(*chain) > kLongestChain) refuse("a class description with an endless chain");
+  if (table_.count(chain) > kLongestChain) refuse("a class description with an endless chain");
   std::unordered_set<std::string> seen;
-  for (std::uint32_t i = 0; i < table_.count(*chain); ++i) {
-    const Index link = table_.element(*chain, i);
-    if (!table_.isString(link)) refuse("a class description whose chain holds no names");
+  for (std::uint32_t i = 0; i < table_.count(chain); ++i) {
+    const Index link = table_.element(chain, i);
+    if (!isName(table_, link)) refuse("a class description whose chain holds no names");
     if (!seen.insert(table_.string(link)).second) refuse("a circular class description");
   }
-  std::string text = table_.string(*name);
-  const ArchiveClass kind = kindOfClass(text);
-  return {kind, std::move(text)};
+  checkedChains_.insert(chain);
 }
 
 std::string_view archiveKey(std::string_view key, std::string& storage) {

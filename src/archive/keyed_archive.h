@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "archive/object_table.h"
 
@@ -36,8 +37,10 @@ class KeyedArchive {
 
   struct Class {
     ArchiveClass kind;
-    std::string name;
+    // The string object of the name, which is not longer than kLongestName.
+    Index name;
   };
+  static constexpr std::uint32_t kLongestName = 256;
 
   // `bytes` must outlive the archive.
   explicit KeyedArchive(std::span<const std::uint8_t> bytes);
@@ -53,16 +56,19 @@ class KeyedArchive {
   Index objectOf(Entry entry) const { return table_.element(objects_, entry); }
   // True for the text that stands for nil.
   bool isNil(Entry entry) const { return table_.stringEquals(objectOf(entry), "$null"); }
-  // The class of a dictionary entry, by its "$class". Checked once for each description.
+  // The class of a dictionary entry, by its "$class". A description is checked once.
   const Class& classOf(Index dictionary);
 
  private:
-  Class describe(Index description) const;
+  Class describe(Index description);
+  void checkChain(Index chain);
 
   ObjectTable table_;
   Index objects_ = 0;
   Entry root_ = 0;
-  std::unordered_map<Entry, Class> classes_;
+  // By the object of the description: many entries may name one.
+  std::unordered_map<Index, Class> classes_;
+  std::unordered_set<Index> checkedChains_;
 };
 
 // Keys that begin with "$" belong to the format; an object's own get one more "$" in front.

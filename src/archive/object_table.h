@@ -49,6 +49,8 @@ class ObjectTable {
   ~ObjectTable() = default;
 
   Index root() const { return root_; }
+  // The number of objects.
+  std::size_t size() const { return objects_.size(); }
   Kind kind(Index object) const { return objects_[object].kind; }
   bool isString(Index object) const {
     return kind(object) >= Kind::Ascii && kind(object) <= Kind::Utf8;
@@ -115,12 +117,14 @@ class ReadBudget {
     if (bytes > left_) throwExceeded();
     left_ -= bytes;
   }
-  bool covers(std::uint64_t bytes) const { return bytes <= left_; }
+  std::uint64_t left() const { return left_; }
 
   // Heap bytes of a string of that length, of a dictionary entry and of a shared data block.
   static std::uint64_t ofString(std::uint64_t length) { return length < 16 ? 0 : length + 32; }
   static constexpr std::uint64_t kDictionaryEntry = 144;
   static constexpr std::uint64_t kDataBlock = 80;
+  // Of no memory, but of time: a key that is looked at.
+  static constexpr std::uint64_t kKey = 16;
 
  private:
   [[noreturn]] static void throwExceeded();

@@ -13,7 +13,7 @@ namespace {
 class TreeBuilder {
  public:
   TreeBuilder(const ObjectTable& table, std::size_t inputSize)
-      : table_(table), budget_(inputSize, table.footprint()) {}
+      : table_(table), budget_(inputSize, table.footprint()), open_(table.size()) {}
 
   Value build() {
     Value root;
@@ -66,14 +66,13 @@ class TreeBuilder {
   }
 
   void enter(Index object, Value* target) {
-    for (const Frame& frame : frames_) {
-      if (frame.object == object) {
-        throw PlatformException(kInvalidArgumentException, "a container that contains itself");
-      }
+    if (open_[object]) {
+      throw PlatformException(kInvalidArgumentException, "a container that contains itself");
     }
     if (frames_.size() >= kMaximumPropertyListDepth) {
       throw PlatformException(kInvalidArgumentException, "the property list is nested too deeply");
     }
+    open_[object] = true;
     frames_.push_back({object, 0, target});
   }
 
@@ -94,6 +93,7 @@ class TreeBuilder {
       }
       if (frames_.size() - 1 != level) return;
     }
+    open_[object] = false;
     frames_.pop_back();
   }
 
@@ -110,6 +110,8 @@ class TreeBuilder {
   const ObjectTable& table_;
   ReadBudget budget_;
   std::vector<Frame> frames_;
+  // The containers on the stack.
+  std::vector<bool> open_;
   std::unordered_map<Index, DataPtr> blocks_;
 };
 

@@ -152,9 +152,9 @@ Unarchiver::Graph::Made& Unarchiver::Graph::makeEntry(Entry entry, Unarchiver& u
   }
   if (depth >= kMaximumArchiveDepth) refuse("the objects are nested too deeply");
   const Index dictionary = archive.objectOf(entry);
-  // An entry's own keys are looked through several times, and a hostile file names one dictionary
-  // as many entries.
-  budget.charge(2 * sizeof(Made) + table.count(dictionary));
+  // An object's keys are looked through several times, and a hostile file names one dictionary as
+  // many entries.
+  budget.charge(2 * sizeof(Made) + std::uint64_t{table.count(dictionary)} * ReadBudget::kKey);
   Made& fresh = made.emplace_back();
   madeByEntry[entry] = static_cast<std::uint32_t>(made.size());
   const Restored<int> deeper(depth, depth + 1);
@@ -214,7 +214,7 @@ void Unarchiver::Graph::make(Index dictionary, Made& made, Unarchiver& unarchive
     case ArchiveClass::Null:
       return;
     case ArchiveClass::Other:
-      return makeObject(dictionary, type.name, made, unarchiver);
+      return makeObject(dictionary, table.string(type.name), made, unarchiver);
   }
 }
 
