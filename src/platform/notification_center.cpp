@@ -39,4 +39,9 @@ void NotificationCenter::post(const Notification& notification) {
   }
 }
 
+std::size_t NotificationCenter::observerCount() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->observers.size();
+}
+
 }  // namespace tervano

@@ -29,6 +29,8 @@ class NotificationCenter {
   // Observes `name`, from `sender` alone or, when it is null, from anybody.
   Subscription addObserver(std::string name, const void* sender, Handler handler);
   void post(const Notification& notification);
+  // Registered observers, for finding forgotten ones.
+  std::size_t observerCount() const;
 
  private:
   struct Observer {

@@ -1,0 +1,380 @@
+#include "platform/linux/inotify_channel.h"
+
+#include <fcntl.h>
+#include <glib-unix.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "platform/error.h"
+#include "platform/linux/guard.h"
+#include "platform/linux/user_folders.h"
+
+namespace tervano {
+
+namespace {
+
+constexpr char kNotifyFolder[] = "notify";
+constexpr guint kRetryMilliseconds = 1000;
+// A session's runtime folder may appear while a sender runs.
+constexpr std::int64_t kFoldersKnownForSeconds = 2;
+constexpr std::size_t kBufferSize = 64 * 1024;
+// How many buffers one turn of the main loop may take, so that a flood of posts starves nobody.
+constexpr int kBuffersPerTurn = 16;
+
+timespec wallTime() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return now;
+}
+
+// Sets the time of a name's file in an existing notify folder, making the file when needed. The
+// time is given rather than left to the kernel, whose own stamps stand still for milliseconds.
+bool touch(int folder, const std::string& file) {
+  const timespec now = wallTime();
+  const timespec times[2] = {now, now};
+  if (utimensat(folder, file.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0) return true;
+  if (errno != ENOENT) return false;
+  const Descriptor made(
+      openat(folder, file.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+  return made && futimens(made.get(), times) == 0;
+}
+
+// The same by path, for folders that nobody else can tamper with.
+bool touchPath(const std::string& path) {
+  const timespec now = wallTime();
+  const timespec times[2] = {now, now};
+  return utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+// Changes with every post of a name; nil while its file does not exist.
+using Generation = std::optional<std::pair<std::int64_t, std::int64_t>>;
+
+struct Observation {
+  const void* observer;
+  std::string name;
+  NotifyChannel::Callback callback;
+  // An event of this generation was posted before the observation began.
+  Generation since;
+  bool removed = false;
+};
+
+}  // namespace
+
+struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::Listener> {
+  struct Name {
+    std::vector<std::shared_ptr<Observation>> observations;
+    Generation generation;
+  };
+
+  mutable std::mutex mutex;
+  // By file name.
+  std::map<std::string, Name> names;
+  Descriptor inotify;
+  pid_t owner = 0;
+  int watch = -1;
+  std::string folderPath;
+  GSource* source = nullptr;
+  GSource* retry = nullptr;
+  bool complained = false;
+  // Events may have been missed: the generations are to be compared.
+  bool compareDue = false;
+  bool closed = false;
+  // The sender's side: the folders, remembered for a moment.
+  std::mutex senderMutex;
+  std::string senderVariable;
+  std::int64_t senderUntil = 0;
+  std::vector<RuntimeFolders::Candidate> senderCandidates;
+
+  // Everything below is called with `mutex` held unless it says otherwise.
+
+  static void drop(GSource*& which) {
+    if (which == nullptr) return;
+    g_source_destroy(which);
+    g_source_unref(which);
+    which = nullptr;
+  }
+
+  void close() {
+    drop(source);
+    inotify.reset();
+    watch = -1;
+  }
+
+  GSource* attach(GSource* made, GSourceFunc callback) {
+    g_source_set_callback(
+        made, callback, new std::weak_ptr<Listener>(shared_from_this()),
+        [](gpointer holder) { delete static_cast<std::weak_ptr<Listener>*>(holder); });
+    g_source_attach(made, g_main_context_default());
+    return made;
+  }
+
+  Generation generationOf(const std::string& file) const {
+    struct stat status {};
+    if (folderPath.empty() || lstat((folderPath + "/" + file).c_str(), &status) != 0) {
+      return std::nullopt;
+    }
+    return std::pair<std::int64_t, std::int64_t>{status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+  }
+
+  // Makes the inotify instance and the watch when they are missing.
+  void open() {
+    if (inotify && owner != getpid()) {
+      // A fork: the events belong to the parent.
+      close();
+    }
+    if (watch >= 0) return;
+    const char* what = "A folder for notifications";
+    for (const auto& candidate : RuntimeFolders::usable()) {
+      // Not kept open: the kernel tells of the folder's end only when nobody holds it.
+      if (!RuntimeFolders::open(candidate, kNotifyFolder, true)) continue;
+      folderPath = candidate.path() + "/" + kNotifyFolder;
+      what = "inotify";
+      if (!inotify) {
+        inotify.reset(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+        owner = getpid();
+      }
+      if (!inotify) break;
+      watch = inotify_add_watch(
+          inotify.get(), folderPath.c_str(),
+          IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW);
+      if (watch >= 0) break;
+    }
+    if (watch < 0) {
+      if (!complained) {
+        log(posixError(errno, std::string(what) + ", needed to hear other processes").message);
+      }
+      complained = true;
+      scheduleRetry(kRetryMilliseconds);
+      return;
+    }
+    complained = false;
+    compareDue = true;
+    if (source == nullptr) {
+      source = attach(g_unix_fd_source_new(inotify.get(), G_IO_IN), G_SOURCE_FUNC(onReadable));
+    }
+  }
+
+  void scheduleRetry(guint milliseconds) {
+    if (retry == nullptr) retry = attach(g_timeout_source_new(milliseconds), onRetry);
+  }
+
+  static gboolean onRetry(gpointer holder) {
+    if (const auto listener = static_cast<std::weak_ptr<Listener>*>(holder)->lock()) {
+      guarded("the notification channel", [&] { listener->tryAgain(); });
+    }
+    return G_SOURCE_REMOVE;
+  }
+
+  static gboolean onReadable(gint, GIOCondition, gpointer holder) {
+    if (const auto listener = static_cast<std::weak_ptr<Listener>*>(holder)->lock()) {
+      guarded("the notification channel", [&] { listener->receive(); });
+    }
+    return G_SOURCE_CONTINUE;
+  }
+
+  // The files whose generation is not the known one, when events may have been missed.
+  std::vector<std::string> changedFiles() {
+    std::vector<std::string> changed;
+    if (watch < 0 || !std::exchange(compareDue, false)) return changed;
+    for (auto& [file, name] : names) {
+      Generation now = generationOf(file);
+      if (now && now != name.generation) changed.push_back(file);
+      name.generation = now;
+    }
+    return changed;
+  }
+
+  // Without `mutex`.
+  void tryAgain() {
+    std::vector<std::string> changed;
+    {
+      const std::lock_guard lock(mutex);
+      drop(retry);
+      if (closed || names.empty()) return;
+      open();
+      changed = changedFiles();
+    }
+    deliver(changed);
+  }
+
+  // Without `mutex`: reads the pending events and delivers them.
+  void receive() {
+    std::vector<std::string> files;
+    {
+      const std::lock_guard lock(mutex);
+      if (!inotify) return;
+      if (owner != getpid() || names.empty()) {
+        close();
+        if (names.empty()) return;
+      }
+      std::unordered_set<std::string> seen;
+      readEvents(files, seen);
+      open();
+      for (std::string& file : changedFiles()) {
+        if (seen.insert(file).second) files.push_back(std::move(file));
+      }
+    }
+    deliver(files);
+  }
+
+  // Appends the files that were posted, each once, in order.
+  void readEvents(std::vector<std::string>& files, std::unordered_set<std::string>& seen) {
+    alignas(inotify_event) char buffer[kBufferSize];
+    for (int turn = 0; turn < kBuffersPerTurn && inotify; ++turn) {
+      const ssize_t length = read(inotify.get(), buffer, sizeof buffer);
+      if (length < 0 && errno == EINTR) continue;
+      if (length <= 0) break;
+      for (const char* next = buffer; next < buffer + length;) {
+        const auto* const event = reinterpret_cast<const inotify_event*>(next);
+        next += sizeof(inotify_event) + event->len;
+        if ((event->mask & IN_Q_OVERFLOW) != 0) {
+          compareDue = true;
+        } else if (event->wd != watch) {
+          continue;
+        } else if ((event->mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT)) != 0) {
+          if ((event->mask & IN_MOVE_SELF) != 0) inotify_rm_watch(inotify.get(), watch);
+          watch = -1;
+        } else if (event->len > 0 && seen.insert(event->name).second) {
+          const auto found = names.find(event->name);
+          if (found == names.end()) continue;
+          found->second.generation = generationOf(found->first);
+          files.push_back(found->first);
+        }
+      }
+    }
+  }
+
+  // Without `mutex`.
+  void deliver(const std::vector<std::string>& files) {
+    for (const std::string& file : files) {
+      std::vector<std::shared_ptr<Observation>> observations;
+      {
+        const std::lock_guard lock(mutex);
+        const auto found = names.find(file);
+        if (found == names.end()) continue;
+        for (const auto& observation : found->second.observations) {
+          if (observation->since != found->second.generation) observations.push_back(observation);
+        }
+      }
+      for (const auto& observation : observations) {
+        {
+          const std::lock_guard lock(mutex);
+          if (observation->removed) continue;
+        }
+        guarded("a notification's callback", [&] { observation->callback(observation->name); });
+      }
+    }
+  }
+
+  template <typename Predicate>
+  void removeIf(Predicate matches) {
+    // Callbacks are let go after the lock, since that may let go of anything.
+    std::vector<std::shared_ptr<Observation>> removed;
+    {
+      const std::lock_guard lock(mutex);
+      for (auto name = names.begin(); name != names.end();) {
+        auto& observations = name->second.observations;
+        for (auto at = observations.begin(); at != observations.end();) {
+          if (matches(**at)) {
+            (*at)->removed = true;
+            removed.push_back(std::move(*at));
+            at = observations.erase(at);
+          } else {
+            ++at;
+          }
+        }
+        name = observations.empty() ? names.erase(name) : std::next(name);
+      }
+    }
+  }
+};
+
+InotifyChannel::InotifyChannel() : listener_(std::make_shared<Listener>()) {}
+
+InotifyChannel::~InotifyChannel() {
+  const std::lock_guard lock(listener_->mutex);
+  listener_->closed = true;
+  listener_->close();
+  Listener::drop(listener_->retry);
+}
+
+void InotifyChannel::post(const std::string& name) {
+  const std::string file = escapedFileName(name);
+  std::vector<RuntimeFolders::Candidate> candidates;
+  {
+    const std::lock_guard lock(listener_->senderMutex);
+    const char* const variable = std::getenv("XDG_RUNTIME_DIR");
+    const std::string deciding = variable == nullptr ? "" : variable;
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    if (now.tv_sec >= listener_->senderUntil || listener_->senderVariable != deciding) {
+      listener_->senderVariable = deciding;
+      listener_->senderUntil = now.tv_sec + kFoldersKnownForSeconds;
+      listener_->senderCandidates = RuntimeFolders::usable();
+    }
+    candidates = listener_->senderCandidates;
+  }
+  bool first = true;
+  for (const auto& candidate : candidates) {
+    const bool mayCreate = std::exchange(first, false);
+    if (!candidate.shared && touchPath(candidate.path() + "/" + kNotifyFolder + "/" + file)) {
+      continue;
+    }
+    if (candidate.shared && !mayCreate && access(candidate.path().c_str(), F_OK) != 0) continue;
+    const Descriptor folder = RuntimeFolders::open(candidate, kNotifyFolder, mayCreate);
+    const bool posted = folder && touch(folder.get(), file);
+    if (!posted && mayCreate) {
+      log(posixError(errno, "Could not announce " + name + " in " + candidate.path()).message);
+    }
+  }
+}
+
+void InotifyChannel::addObserver(const void* observer, const std::string& name, Callback callback) {
+  removeObserver(observer, name);
+  const std::lock_guard lock(listener_->mutex);
+  listener_->open();
+  if (listener_->compareDue && !listener_->names.empty()) {
+    listener_->drop(listener_->retry);
+    listener_->scheduleRetry(0);
+  } else {
+    listener_->compareDue = false;
+  }
+  const std::string file = escapedFileName(name);
+  const auto [entry, isNew] = listener_->names.try_emplace(file);
+  const Generation now = listener_->generationOf(file);
+  if (isNew) entry->second.generation = now;
+  entry->second.observations.push_back(
+      std::make_shared<Observation>(Observation{observer, name, std::move(callback), now}));
+}
+
+void InotifyChannel::removeObserver(const void* observer, const std::string& name) {
+  listener_->removeIf([&](const Observation& observation) {
+    return observation.observer == observer && observation.name == name;
+  });
+}
+
+void InotifyChannel::removeEveryObserver(const void* observer) {
+  listener_->removeIf(
+      [&](const Observation& observation) { return observation.observer == observer; });
+}
+
+std::size_t InotifyChannel::observationCount() const {
+  const std::lock_guard lock(listener_->mutex);
+  std::size_t count = 0;
+  for (const auto& [file, name] : listener_->names) count += name.observations.size();
+  return count;
+}
+
+}  // namespace tervano

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/clock.h"
+
+namespace tervano {
+
+// The system's wall clock.
+class SystemClock : public Clock {
+ public:
+  std::int64_t now() const override;
+};
+
+}  // namespace tervano

@@ -1,0 +1,139 @@
+#include "platform/linux/user_folders.h"
+
+#include <fcntl.h>
+#include <glib.h>
+#include <pwd.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+
+namespace tervano {
+
+namespace {
+
+constexpr std::size_t kLongestFileName = 200;
+
+std::optional<std::string> absoluteVariable(const char* name) {
+  const char* const value = std::getenv(name);
+  if (value == nullptr || value[0] != '/') return std::nullopt;
+  std::string path(value);
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+std::string accountHome() {
+  std::vector<char> buffer(16384);
+  passwd account{};
+  passwd* found = nullptr;
+  if (getpwuid_r(geteuid(), &account, buffer.data(), buffer.size(), &found) == 0 &&
+      found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] == '/') {
+    return found->pw_dir;
+  }
+  return "/";
+}
+
+bool isOwnFolder(const struct stat& status, mode_t forbidden) {
+  return S_ISDIR(status.st_mode) && status.st_uid == geteuid() && (status.st_mode & forbidden) == 0;
+}
+
+Descriptor openFolder(int parent, const std::string& name, bool create, mode_t forbidden) {
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  Descriptor folder(openat(parent, name.c_str(), kFlags));
+  if (!folder && errno == ENOENT && create) {
+    if (mkdirat(parent, name.c_str(), 0700) != 0 && errno != EEXIST) return {};
+    folder.reset(openat(parent, name.c_str(), kFlags));
+  }
+  struct stat status {};
+  if (!folder || fstat(folder.get(), &status) != 0) return {};
+  if (!isOwnFolder(status, forbidden)) {
+    folder.reset();
+    errno = EPERM;
+  }
+  return folder;
+}
+
+}  // namespace
+
+std::string homeFolder() {
+  return absoluteVariable("HOME").value_or(accountHome());
+}
+
+std::string dataHomeFolder() {
+  const auto variable = absoluteVariable("XDG_DATA_HOME");
+  return variable ? *variable : homeFolder() + "/.local/share";
+}
+
+std::string configHomeFolder() {
+  const auto variable = absoluteVariable("XDG_CONFIG_HOME");
+  return variable ? *variable : homeFolder() + "/.config";
+}
+
+std::vector<RuntimeFolders::Candidate> RuntimeFolders::usable() {
+  std::vector<Candidate> candidates;
+  const std::string user = std::to_string(geteuid());
+  const auto addBase = [&](const std::string& base) {
+    struct stat status {};
+    const Candidate candidate{base, "tervano", false};
+    if (std::find(candidates.begin(), candidates.end(), candidate) == candidates.end() &&
+        stat(base.c_str(), &status) == 0 && isOwnFolder(status, S_IWGRP | S_IWOTH)) {
+      candidates.push_back(candidate);
+    }
+  };
+  if (const auto variable = absoluteVariable("XDG_RUNTIME_DIR")) addBase(*variable);
+  addBase("/run/user/" + user);
+  candidates.push_back({"/tmp", "tervano-" + user, true});
+  return candidates;
+}
+
+Descriptor RuntimeFolders::open(const Candidate& candidate, const std::string& name, bool create) {
+  const Descriptor base(::open(candidate.base.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!base) return {};
+  const mode_t forbidden = candidate.shared ? S_IRWXG | S_IRWXO : S_IWGRP | S_IWOTH;
+  const Descriptor folder = openFolder(base.get(), candidate.name, create, forbidden);
+  if (!folder) return {};
+  return openFolder(folder.get(), name, create, forbidden);
+}
+
+std::string escapedFileName(const std::string& name) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string escaped;
+  for (const char character : name) {
+    const auto byte = static_cast<unsigned char>(character);
+    const bool plain = g_ascii_isalnum(character) || character == '-' || character == '_' ||
+                       (character == '.' && !escaped.empty());
+    if (plain) {
+      escaped += character;
+    } else {
+      escaped += '%';
+      escaped += kDigits[byte >> 4];
+      escaped += kDigits[byte & 0xF];
+    }
+  }
+  if (escaped.empty()) return "%";
+  if (escaped.size() <= kLongestFileName) return escaped;
+  const std::unique_ptr<gchar, decltype(&g_free)> digest(
+      g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(name.data()),
+                                  name.size()),
+      g_free);
+  return std::string("%%") + digest.get();
+}
+
+std::string randomFileNameSuffix(std::size_t length) {
+  static constexpr char kAlphabet[] = "abcdefghijklmnopqrstuvwxyz012345";
+  static_assert(sizeof kAlphabet == 33);
+  std::string suffix(length, '\0');
+  std::size_t filled = 0;
+  while (filled < length) {
+    const ssize_t count = getrandom(suffix.data() + filled, length - filled, 0);
+    if (count > 0) filled += static_cast<std::size_t>(count);
+  }
+  for (char& character : suffix) character = kAlphabet[static_cast<unsigned char>(character) % 32];
+  return suffix;
+}
+
+}  // namespace tervano
