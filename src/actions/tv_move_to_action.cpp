@@ -157,12 +157,12 @@ std::optional<std::string> TVMoveToAction::editorClassName() const {
 
 void TVMoveToAction::runWithFilePaths(const FilePaths& filePaths,
                                       const CompletionBlock& completionBlock) {
-  platform()
-      .runLoop->createSerialQueue("com.vessok.movequeue")
-      ->dispatchAsync([self = std::static_pointer_cast<const TVMoveToAction>(shared_from_this()),
-                       filePaths, completionBlock]() mutable {
-        self->moveFilePaths(filePaths, std::move(completionBlock));
-      });
+  const auto queue = platform().runLoop->createSerialQueue("com.vessok.movequeue");
+  // The block is handed on, not copied, so that the main queue releases what it holds.
+  queue->dispatchAsync([self = std::static_pointer_cast<const TVMoveToAction>(shared_from_this()),
+                        filePaths, block = CompletionBlock(completionBlock)]() mutable {
+    self->moveFilePaths(filePaths, std::move(block));
+  });
 }
 
 void TVMoveToAction::moveFilePaths(const FilePaths& filePaths,
