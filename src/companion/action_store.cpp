@@ -1,0 +1,77 @@
+#include "companion/action_store.h"
+
+#include <algorithm>
+
+#include "archive/archiver.h"
+#include "companion/arguments.h"
+#include "model/action_list.h"
+#include "platform/file_coordinator.h"
+#include "platform/file_manager.h"
+#include "platform/platform.h"
+
+namespace tervano {
+
+namespace {
+
+void requireSaved(const TVActionsManager& manager, const std::string& path) {
+  const Data expected = Archiver::archivedDataWithRootObject(arrayOfActions(manager.actions()),
+                                                             *platform().classRegistry);
+  std::optional<Error> error;
+  const auto found = platform().fileManager->contentsAtPath(path, &error);
+  if (found == expected) return;
+  throw CommandError("The action list could not be saved" +
+                     (error ? ": " + error->message : " to " + path) +
+                     "; what was there before is unchanged.");
+}
+
+}  // namespace
+
+std::shared_ptr<TVActionsManager> loadActions() {
+  std::string reason;
+  auto manager = TVActionsManager::create<TVActionsManager>(&reason);
+  if (manager == nullptr) throw CommandError(reason);
+  return manager;
+}
+
+std::optional<ActionPlace> findAction(const ActionList& actions, const std::string& uid) {
+  for (const auto& action : actions) {
+    if (action->uid() == uid) return ActionPlace{action, nullptr};
+    const auto group = std::dynamic_pointer_cast<TVActionGroup>(action);
+    if (group == nullptr || !group->workingActionsArray()) continue;
+    for (const auto& member : *group->workingActionsArray()) {
+      if (member->uid() == uid) return ActionPlace{member, group};
+    }
+  }
+  return std::nullopt;
+}
+
+bool isUid(const std::string& word) {
+  return word.size() == 32 && std::all_of(word.begin(), word.end(), [](char character) {
+           return (character >= '0' && character <= '9') || (character >= 'A' && character <= 'F');
+         });
+}
+
+ActionPlace requireAction(const ActionList& actions, const std::string& uid) {
+  if (!isUid(uid)) {
+    throw UsageError("\"" + printable(uid) +
+                     "\" is no uid; a uid has 32 characters of 0 to 9 and A to F.");
+  }
+  auto place = findAction(actions, uid);
+  if (!place) throw CommandError("There is no action with the uid " + uid + " in the list.");
+  return *place;
+}
+
+void changeActions(const std::function<void(TVActionsManager&)>& change) {
+  const auto url = TVActionsManager().saveURL();
+  if (!url) throw CommandError("There is no container for the action list on this system.");
+  const auto error =
+      platform().fileCoordinator->coordinateWriting(url->path(), [&](const std::string& path) {
+        const auto manager = loadActions();
+        change(*manager);
+        manager->actuallySave();
+        requireSaved(*manager, path);
+      });
+  if (error) throw CommandError("The action list could not be locked: " + error->message);
+}
+
+}  // namespace tervano

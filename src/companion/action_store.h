@@ -1,0 +1,46 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "model/tv_action.h"
+#include "model/tv_action_group.h"
+#include "store/tv_actions_manager.h"
+
+namespace tervano {
+
+// A command failed: one clear sentence, shown on standard error, exit status 1. Never leaves the
+// companion.
+class CommandError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Where an action stands: in the list itself (`group` null) or in a group of it.
+struct ActionPlace {
+  std::shared_ptr<TVAction> action;
+  std::shared_ptr<TVActionGroup> group;
+};
+
+// The list as it is on disk. Throws CommandError with the reason when it cannot be read.
+std::shared_ptr<TVActionsManager> loadActions();
+
+// The first action of that uid, in the list or in one of its groups; nil when there is none.
+std::optional<ActionPlace> findAction(const ActionList& actions, const std::string& uid);
+
+// The same for a command: throws UsageError for a word that is no uid, CommandError for a uid that
+// is not in the list.
+ActionPlace requireAction(const ActionList& actions, const std::string& uid);
+
+// 32 upper-case hexadecimal characters.
+bool isUid(const std::string& word);
+
+// Loads the list, lets `change` change it, saves and announces it, all under the lock that other
+// commands take too. When `change` throws, nothing is written. Throws CommandError when the list
+// cannot be read or did not reach the disk.
+void changeActions(const std::function<void(TVActionsManager&)>& change);
+
+}  // namespace tervano

@@ -1,0 +1,115 @@
+#include "companion/help.h"
+
+#include <sstream>
+
+namespace tervano {
+
+namespace {
+
+constexpr std::size_t kColumns = 80;
+
+constexpr char kPurpose[] =
+    "Your own actions in the context menu of your file manager: the list is shown, changed and "
+    "tried here, and this program runs what was chosen.";
+
+constexpr char kStatusText[] =
+    "0 for success, 1 for a failure, 2 when the words of the command cannot be understood. Every "
+    "failure is one sentence on standard error.";
+
+// Breaks a paragraph at blanks so that no line is longer than the width, if its words allow.
+std::string wrapped(const std::string& paragraph, std::size_t indentation) {
+  const std::string margin(indentation, ' ');
+  std::istringstream words(paragraph);
+  std::string text;
+  std::string line = margin;
+  for (std::string word; words >> word;) {
+    if (line.size() > indentation && line.size() + 1 + word.size() > kColumns) {
+      text += line + "\n";
+      line = margin;
+    }
+    if (line.size() > indentation) line += ' ';
+    line += word;
+  }
+  return text + line + "\n";
+}
+
+// Text safe for man(7): backslashes and hyphens escaped, no line begins with a control character.
+std::string roff(const std::string& text) {
+  std::string escaped;
+  for (const char character : text) {
+    if (character == '\\') {
+      escaped += "\\e";
+    } else if (character == '-') {
+      escaped += "\\-";
+    } else {
+      escaped += character;
+    }
+  }
+  if (escaped.starts_with(".") || escaped.starts_with("'")) escaped.insert(0, "\\&");
+  return escaped;
+}
+
+std::string heading(const std::string& name) {
+  return ".TH \"" + name + "\" 1 \"\" \"Tervano\" \"User Commands\"\n";
+}
+
+}  // namespace
+
+std::string overviewText(std::span<const CommandHelp> commands) {
+  std::string text = wrapped(kPurpose, 0) + "\nusage: tervano COMMAND [WORD...]\n\n";
+  for (const auto& command : commands) {
+    std::string line = "  " + command.name;
+    line.resize(std::max<std::size_t>(line.size() + 2, 14), ' ');
+    text += line + command.summary + "\n";
+  }
+  return text + "\n\"tervano help COMMAND\" tells more of one.\n";
+}
+
+std::string helpText(const CommandHelp& command) {
+  std::string text;
+  for (const auto& form : command.forms) {
+    text += (text.empty() ? "usage: tervano " : "       tervano ") + command.name;
+    text += (form.empty() ? "" : " ") + form + "\n";
+  }
+  text += "\n" + wrapped(command.summary + ".", 0);
+  for (const auto& paragraph : command.paragraphs) text += "\n" + wrapped(paragraph, 0);
+  if (!command.options.empty()) text += "\nOptions:\n";
+  for (const auto& [spelling, meaning] : command.options) {
+    text += "  " + spelling + "\n" + wrapped(meaning, 6);
+  }
+  return text + "\nExit status:\n" + wrapped(kStatusText, 2);
+}
+
+std::string manualPage(const CommandHelp& command) {
+  const std::string title = "tervano-" + command.name;
+  std::string page = heading(title) + ".SH NAME\n" + roff(title) + " \\- " + roff(command.summary) +
+                     "\n.SH SYNOPSIS\n";
+  for (const auto& form : command.forms) {
+    page += ".B tervano " + roff(command.name) + "\n" + roff(form) + "\n.br\n";
+  }
+  page += ".SH DESCRIPTION\n" + roff(command.summary + ".") + "\n";
+  for (const auto& paragraph : command.paragraphs) page += ".PP\n" + roff(paragraph) + "\n";
+  if (!command.options.empty()) page += ".SH OPTIONS\n";
+  for (const auto& [spelling, meaning] : command.options) {
+    page += ".TP\n.B " + roff(spelling) + "\n" + roff(meaning) + "\n";
+  }
+  return page + ".SH EXIT STATUS\n" + roff(kStatusText) + "\n.SH SEE ALSO\n.BR tervano (1)\n";
+}
+
+std::string overviewManualPage(std::span<const CommandHelp> commands) {
+  std::string page = heading("tervano") +
+                     ".SH NAME\ntervano \\- actions for the context menu of file managers\n"
+                     ".SH SYNOPSIS\n.B tervano\n.I command\n.RI [ word ...]\n.SH DESCRIPTION\n" +
+                     roff(kPurpose) + "\n.SH COMMANDS\n";
+  for (const auto& command : commands) {
+    page += ".TP\n.BR tervano\\-" + roff(command.name) + " (1)\n" + roff(command.summary) + "\n";
+  }
+  return page +
+         ".SH FILES\n.TP\n.I $XDG_DATA_HOME/Q4T7N2XR8K.com.vessok.tervano/Actions.plist\n"
+         "The list of actions.\n.TP\n"
+         ".I $XDG_CONFIG_HOME/tervano/com.vessok.tervano.preferences.plist\nThe preferences.\n"
+         ".SH EXIT STATUS\n" +
+         roff(kStatusText) + "\n";
+}
+
+}  // namespace tervano

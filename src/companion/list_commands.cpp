@@ -1,0 +1,131 @@
+#include <iostream>
+
+#include "actions/tv_copy_to_action.h"
+#include "actions/tv_move_to_action.h"
+#include "archive/archiver.h"
+#include "archive/inspection.h"
+#include "companion/action_store.h"
+#include "companion/arguments.h"
+#include "companion/command.h"
+#include "companion/value_json.h"
+#include "platform/platform.h"
+
+namespace tervano {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::optional<Url> destinationOf(const TVAction& action) {
+  if (const auto* move = dynamic_cast<const TVMoveToAction*>(&action))
+    return move->destinationURL();
+  if (const auto* copy = dynamic_cast<const TVCopyToAction*>(&action))
+    return copy->destinationURL();
+  return std::nullopt;
+}
+
+template <typename T>
+Json jsonOrNull(const std::optional<T>& value) {
+  return value ? Json(*value) : Json(nullptr);
+}
+
+Json jsonOfAction(const TVAction& action) {
+  Json json;
+  json["uid"] = jsonOrNull(action.uid());
+  json["class"] = std::string(action.className());
+  json["title"] = jsonOrNull(action.title());
+  json["enabled"] = action.enabled();
+  json["isDefault"] = action.isDefault();
+  json["fileTypes"] = jsonOrNull(action.fileTypes());
+  json["actionDescription"] = jsonOrNull(action.actionDescription());
+  const auto destination = destinationOf(action);
+  json["destination"] = destination ? Json(destination->path()) : Json(nullptr);
+  json["actions"] = nullptr;
+  if (const auto* group = dynamic_cast<const TVActionGroup*>(&action)) {
+    if (const auto& members = group->workingActionsArray()) {
+      json["actions"] = Json::array();
+      for (const auto& member : *members) json["actions"].push_back(jsonOfAction(*member));
+    }
+  }
+  return json;
+}
+
+void printAction(const TVAction& action, const std::string& margin) {
+  std::cout << margin << action.uid().value_or("") << "  "
+            << printable(action.title().value_or("(no title)"));
+  if (const auto destination = destinationOf(action)) {
+    std::cout << "  ->  " << printable(destination->path());
+  }
+  std::cout << "  [" << action.className() << (action.enabled() ? "" : ", disabled");
+  if (const auto& types = action.fileTypes()) {
+    std::cout << ", every item is";
+    for (const auto& type : *types) std::cout << (&type == types->data() ? " " : " and ") << type;
+  }
+  std::cout << "]\n";
+  if (const auto* group = dynamic_cast<const TVActionGroup*>(&action)) {
+    if (const auto& members = group->workingActionsArray()) {
+      for (const auto& member : *members) printAction(*member, margin + "    ");
+    }
+  }
+}
+
+int list(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{}, {"json"}});
+  arguments.requirePositional(0, 0, "");
+  const auto actions = loadActions()->actions();
+  if (arguments.has("json")) {
+    auto json = Json::array();
+    for (const auto& action : actions) json.push_back(jsonOfAction(*action));
+    std::cout << jsonText(json);
+  } else {
+    for (const auto& action : actions) printAction(*action, "");
+  }
+  return kExitSuccess;
+}
+
+int show(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{}, {"json"}});
+  arguments.requirePositional(1, 1, "The uid of an action");
+  const auto manager = loadActions();
+  const auto place = requireAction(manager->actions(), arguments.positional().front());
+  if (!arguments.has("json")) {
+    printAction(*place.action, "");
+    std::cout << printable(place.action->actionDescription().value_or("(no description)")) << "\n";
+    return kExitSuccess;
+  }
+  // All that the archive holds of it, whatever the class.
+  const Data archive =
+      Archiver::archivedDataWithRootObject(place.action, *platform().classRegistry);
+  nlohmann::json json = jsonOfValue(plainValueOfKeyedArchive(archive));
+  json["class"] = json["$class"];
+  json.erase("$class");
+  std::cout << jsonText(json);
+  return kExitSuccess;
+}
+
+}  // namespace
+
+std::vector<Command> listCommands() {
+  return {
+      {{"list",
+        "show all actions in their order",
+        {"[--json]"},
+        {"Members of a group stand indented below it. A type filter is shown as it works: an "
+         "action appears only when every selected item conforms to every type that it lists, and a "
+         "member of a group appears by the filter of its group alone."},
+        {{"--json",
+          "An array of objects with \"uid\", \"class\", \"title\", \"enabled\", \"isDefault\", "
+          "\"fileTypes\", \"actionDescription\", \"destination\" (a path or null) and \"actions\" "
+          "(the members of a group, else null)."}}},
+       list},
+      {{"show",
+        "show one action",
+        {"UID [--json]"},
+        {},
+        {{"--json",
+          "All archived fields under the names they have in the file; data is Base64 text."}}},
+       show},
+  };
+}
+
+}  // namespace tervano

@@ -1,0 +1,116 @@
+#include <clocale>
+#include <csignal>
+#include <iostream>
+
+#include "actions/register_action_classes.h"
+#include "archive/platform_exception.h"
+#include "companion/action_store.h"
+#include "companion/arguments.h"
+#include "companion/command.h"
+#include "platform/linux/linux_platform.h"
+#include "platform/log.h"
+
+namespace tervano {
+
+namespace {
+
+// Drops every line.
+class SilentLog : public Log {
+ public:
+  void write(std::string_view line) override { static_cast<void>(line); }
+};
+
+std::vector<Command> allCommands() {
+  std::vector<Command> all;
+  for (const auto topic : {listCommands, editCommands, menuCommands, runCommands,
+                           preferenceCommands, messageCommands, archiveCommands}) {
+    for (auto& command : topic()) all.push_back(std::move(command));
+  }
+  return all;
+}
+
+std::vector<CommandHelp> helpOf(const std::vector<Command>& commands) {
+  std::vector<CommandHelp> help;
+  for (const auto& command : commands) help.push_back(command.help);
+  return help;
+}
+
+const Command& requireCommand(const std::vector<Command>& commands, const std::string& name) {
+  for (const auto& command : commands) {
+    if (command.help.name == name) return command;
+  }
+  throw UsageError("There is no command \"" + printable(name) + "\"; \"tervano help\" lists them.");
+}
+
+int help(const std::vector<Command>& commands, const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{}, {"man"}});
+  arguments.requirePositional(0, 1, "");
+  const bool asManualPage = arguments.has("man");
+  if (arguments.positional().empty()) {
+    const auto all = helpOf(commands);
+    std::cout << (asManualPage ? overviewManualPage(all) : overviewText(all));
+  } else {
+    const auto& command = requireCommand(commands, arguments.positional().front()).help;
+    std::cout << (asManualPage ? manualPage(command) : helpText(command));
+  }
+  return kExitSuccess;
+}
+
+void installLinuxPlatform(bool logs) {
+  static ClassRegistry registry;
+  registerActionClasses(registry);
+  LinuxPlatformOptions options;
+  options.classRegistry = &registry;
+  static Platform services = linuxPlatform(options);
+  static SilentLog silentLog;
+  if (!logs) services.log = &silentLog;
+  installPlatform(services);
+}
+
+int perform(std::vector<std::string> words) {
+  const auto commands = allCommands();
+  if (words.empty()) {
+    std::cerr << overviewText(helpOf(commands));
+    return kExitUsage;
+  }
+  const std::string name = words.front();
+  words.erase(words.begin());
+  if (name == "help" || name == "--help" || name == "-h") return help(commands, words);
+  if (name == "--version") {
+    std::cout << "tervano " TERVANO_VERSION "\n";
+    return kExitSuccess;
+  }
+  const Command& command = requireCommand(commands, name);
+  if (!words.empty() && (words.front() == "--help" || words.front() == "-h")) {
+    return help(commands, {name});
+  }
+  installLinuxPlatform(command.logs);
+  return command.run(words);
+}
+
+int performGuarded(int argc, char** argv) {
+  try {
+    const int status = perform({argv + 1, argv + argc});
+    std::cout.flush();
+    if (!std::cout) throw CommandError("The output could not be written.");
+    return status;
+  } catch (const UsageError& error) {
+    std::cerr << "tervano: " << error.what() << "\n";
+    return kExitUsage;
+  } catch (const PlatformException& exception) {
+    std::cerr << "tervano: " << printable(exception.reason()) << "\n";
+  } catch (const std::exception& error) {
+    std::cerr << "tervano: " << printable(error.what()) << "\n";
+  }
+  return kExitFailure;
+}
+
+}  // namespace
+
+}  // namespace tervano
+
+int main(int argc, char** argv) {
+  std::setlocale(LC_ALL, "");
+  std::signal(SIGPIPE, SIG_IGN);
+  return tervano::performGuarded(argc, argv);
+}

@@ -1,0 +1,191 @@
+#include <unistd.h>
+
+#include <iostream>
+#include <map>
+
+#include "companion/action_store.h"
+#include "companion/arguments.h"
+#include "companion/command.h"
+#include "companion/command_line_selection.h"
+#include "companion/terminal_menu.h"
+#include "companion/value_json.h"
+#include "extension/finder_sync.h"
+#include "platform/linux/uniform_type_table.h"
+#include "platform/platform.h"
+#include "platform/run_loop.h"
+#include "platform/workspace.h"
+
+namespace tervano {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr double kHandOffTimeoutSeconds = 30;
+
+const std::map<std::string, MenuKind>& menuKinds() {
+  static const std::map<std::string, MenuKind> kinds = {
+      {"items", MenuKind::contextualMenuForItems},
+      {"container", MenuKind::contextualMenuForContainer},
+      {"sidebar", MenuKind::contextualMenuForSidebar},
+      {"toolbar", MenuKind::toolbarItemMenu},
+  };
+  return kinds;
+}
+
+Json jsonOfMenu(const Menu& menu) {
+  auto items = Json::array();
+  for (const auto& item : menu.items) {
+    Json json;
+    json["title"] = item.title;
+    json["uid"] =
+        item.action ? Json(item.action->substr(FinderSync::kSelectorPrefix.size())) : Json(nullptr);
+    json["enabled"] = item.enabled;
+    json["icon"] = nullptr;
+    if (item.image != nullptr) {
+      json["icon"] = item.image->name().empty() ? "image" : item.image->name();
+    }
+    json["submenu"] = item.submenu == nullptr ? Json(nullptr) : jsonOfMenu(*item.submenu);
+    items.push_back(std::move(json));
+  }
+  return items;
+}
+
+void printMenu(const Menu& menu, const std::string& margin) {
+  for (const auto& item : menu.items) {
+    std::cout << margin << printable(item.title) << (item.submenu == nullptr ? "" : " >")
+              << (item.enabled ? "" : " (disabled)") << "\n";
+    if (item.submenu != nullptr) printMenu(*item.submenu, margin + "    ");
+  }
+}
+
+std::vector<TerminalMenuEntry> terminalEntries(const Menu& menu) {
+  std::vector<TerminalMenuEntry> entries;
+  for (const auto& item : menu.items) {
+    TerminalMenuEntry entry;
+    entry.title = item.title;
+    entry.enabled = item.enabled;
+    entry.choice = item.action.value_or("");
+    entry.hasSubmenu = item.submenu != nullptr;
+    if (item.submenu != nullptr) entry.submenu = terminalEntries(*item.submenu);
+    entries.push_back(std::move(entry));
+  }
+  return entries;
+}
+
+// Notes whether the hand-off URL was opened and found a handler, which the extension ignores.
+class NotingWorkspace : public ForwardingWorkspace {
+ public:
+  using ForwardingWorkspace::ForwardingWorkspace;
+  bool openURL(const Url& url) override {
+    opened_ = true;
+    handled_ = ForwardingWorkspace::openURL(url);
+    return handled_;
+  }
+  bool opened() const { return opened_; }
+  bool handled() const { return handled_; }
+
+ private:
+  bool opened_ = false;
+  bool handled_ = false;
+};
+
+// Does the extension's hand-off and waits until the desktop has taken the URL.
+int handOff(FinderSync& finderSync, const std::string& selector) {
+  NotingWorkspace workspace(*platform().workspace);
+  const Platform& services = platform();
+  Platform noting = services;
+  noting.workspace = &workspace;
+  installPlatform(noting);
+  finderSync.invoke(selector);
+  installPlatform(services);
+
+  if (!workspace.opened()) throw CommandError("The choice could not be handed over.");
+  if (!workspace.handled()) {
+    throw CommandError(
+        "Nothing is registered for tervano: URLs, so the choice could not be handed over.");
+  }
+  const bool taken = platform().runLoop->runMainLoopUntil(
+      [] { return platform().workspace->pendingRequests() == 0; }, kHandOffTimeoutSeconds);
+  if (!taken) throw CommandError("The program that runs actions did not answer.");
+  return kExitSuccess;
+}
+
+int menu(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{"kind"}, {"json", "print"}});
+  const std::string kindName = arguments.value("kind").value_or("items");
+  const auto kind = menuKinds().find(kindName);
+  if (kind == menuKinds().end()) {
+    throw UsageError("The kinds of menu are items, container, sidebar and toolbar.");
+  }
+  if (arguments.has("json") && arguments.has("print")) {
+    throw UsageError("Give --json or --print, not both.");
+  }
+  const auto selection =
+      std::make_shared<CommandLineSelection>(kind->second, arguments.positional());
+  static_cast<UniformTypeTable*>(platform().uniformTypes)->loadDesktopTypes();
+  const auto finderSync = FinderSync::create(selection);
+  // An extension without a list shows nothing; a person is told why.
+  if (!finderSync->actionsArray()) loadActions();
+
+  const Menu built = finderSync->menuForMenuKind(kind->second);
+  if (arguments.has("json")) {
+    Json json;
+    json["kind"] = kindName;
+    json["items"] = jsonOfMenu(built);
+    std::cout << jsonText(json);
+    return kExitSuccess;
+  }
+  if (arguments.has("print") || isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
+    printMenu(built, "");
+    return kExitSuccess;
+  }
+  const auto choice = runTerminalMenu("Tervano", terminalEntries(built));
+  return choice ? handOff(*finderSync, *choice) : kExitSuccess;
+}
+
+int choose(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {});
+  arguments.requirePositional(1, SIZE_MAX, "The uid of an action");
+  const auto& uid = arguments.positional().front();
+  if (!isUid(uid)) {
+    throw UsageError("\"" + printable(uid) +
+                     "\" is no uid; a uid has 32 characters of 0 to 9 and A to F.");
+  }
+  const std::vector<std::string> paths(arguments.positional().begin() + 1,
+                                       arguments.positional().end());
+  const auto finderSync = FinderSync::create(
+      std::make_shared<CommandLineSelection>(MenuKind::contextualMenuForItems, paths));
+  return handOff(*finderSync, std::string(FinderSync::kSelectorPrefix) + uid);
+}
+
+}  // namespace
+
+std::vector<Command> menuCommands() {
+  return {
+      {{"menu",
+        "show the menu for a selection, as a file manager would",
+        {"[--kind items|container|sidebar|toolbar] [--json|--print] [PATH...]"},
+        {"On a terminal the arrow keys move through the menu, and a choice is handed over just as "
+         "in a file manager. Otherwise the menu is printed."},
+        {{"--kind KIND",
+          "items: the paths are the selection (the default). container: the path is the folder "
+          "whose background was clicked. sidebar: the path is the entry that was clicked. toolbar: "
+          "the menu of the toolbar item."},
+         {"--json",
+          "An object with \"kind\" and \"items\"; an item has \"title\", \"uid\" (null for one "
+          "that runs nothing), \"enabled\", \"icon\" and \"submenu\" (a list of items or null)."},
+         {"--print", "As indented text, also on a terminal."}}},
+       menu},
+      {{"choose",
+        "hand an action and files over, as choosing it in a menu does",
+        {"UID [PATH...]"},
+        {"Writes the hand-off file and opens the hand-off URL; the registered program runs the "
+         "action. The uid is passed on whether or not the list has it."},
+        {}},
+       choose,
+       true},
+  };
+}
+
+}  // namespace tervano

@@ -1,0 +1,128 @@
+#include "companion/request_receiver.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "companion/action_store.h"
+#include "companion/arguments.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+#include "platform/platform.h"
+#include "platform/run_loop.h"
+#include "platform/user_notifications.h"
+#include "platform/workspace.h"
+
+namespace tervano {
+
+namespace {
+
+constexpr std::int64_t kStaleAfterSeconds = 24 * 60 * 60;
+
+void tellUser(const std::string& message) {
+  UserNotification notification;
+  notification.title = "Tervano";
+  notification.informativeText = message;
+  platform().userNotifications->deliverNotification(notification);
+}
+
+bool isCanonicalUuid(const std::string& name) {
+  constexpr std::size_t kLength = 36;
+  if (name.size() != kLength) return false;
+  for (std::size_t index = 0; index < kLength; ++index) {
+    const char character = name[index];
+    const bool hyphen = index == 8 || index == 13 || index == 18 || index == 23;
+    if (hyphen
+            ? character != '-'
+            : !((character >= '0' && character <= '9') || (character >= 'A' && character <= 'F'))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+void RequestReceiver::openURL(const std::string& url, Finished finished) {
+  std::optional<Error> error;
+  const auto handOff = parseHandOffURL(url, &error);
+  std::string refusal;
+  if (!handOff) {
+    refusal = "Could not open the URL " + printable(url) + ": " + error->message;
+  } else if (running_.contains(handOff->file)) {
+    refusal = "The request " + handOff->file + " is being carried out already.";
+  }
+  if (!refusal.empty()) {
+    log(refusal);
+    platform().runLoop->dispatchAsyncOnMainQueue([finished = std::move(finished), refusal] {
+      if (finished) finished(Result::refused, refusal);
+    });
+    return;
+  }
+
+  running_.insert(handOff->file);
+  auto ended = [self = shared_from_this(), handOff = *handOff, finished = std::move(finished)](
+                   const RunOutcome& outcome) { self->end(handOff, outcome, finished); };
+  const auto fail = [&](const std::string& message) {
+    platform().runLoop->dispatchAsyncOnMainQueue([ended, message] { ended({false, message}); });
+  };
+  const auto paths = readHandOffFile(handOff->file, &error);
+  if (!paths) return fail("The chosen files could not be read: " + error->message);
+  try {
+    const auto manager = loadActions();
+    const auto place = findAction(manager->actions(), handOff->action);
+    if (!place)
+      return fail("The chosen action is no longer in the list (" + handOff->action + ").");
+    runAction(*place->action, *paths, ended);
+  } catch (const CommandError& unreadable) {
+    fail(unreadable.what());
+  }
+}
+
+void RequestReceiver::end(const HandOff& handOff, const RunOutcome& outcome,
+                          const Finished& finished) {
+  running_.erase(handOff.file);
+  // A file that is missing, or is none of ours, stays as it is.
+  removeHandOffFile(handOff.file);
+  if (!outcome.success && !outcome.toldByAction) {
+    log("Could not run the action " + handOff.action + ": " + outcome.message);
+    tellUser(outcome.message);
+  }
+  if (finished) finished(outcome.success ? Result::success : Result::failure, outcome.message);
+}
+
+void RequestReceiver::showFilesOfNotification(const Value::Dictionary& userInfo) {
+  std::vector<Url> urls;
+  const auto add = [&](const Value& value) {
+    if (const auto* path = value.getIf<std::string>()) urls.push_back(Url::fileURLWithPath(*path));
+  };
+  if (const auto path = userInfo.find("path"); path != userInfo.end()) add(path->second);
+  if (const auto paths = userInfo.find("paths"); paths != userInfo.end()) {
+    if (const auto* list = paths->second.getIf<Value::Array>()) {
+      std::for_each(list->begin(), list->end(), add);
+    }
+  }
+  platform().workspace->activateFileViewerSelectingURLs(urls);
+}
+
+void RequestReceiver::removeStaleHandOffFiles() {
+  const auto folder = handOffFolder();
+  if (!folder) return;
+  DIR* directory = opendir(folder->c_str());
+  if (directory == nullptr) return;
+  const std::int64_t now = platform().clock->now();
+  while (const dirent* entry = readdir(directory)) {
+    struct stat status {};
+    if (!isCanonicalUuid(entry->d_name)) continue;
+    if (fstatat(dirfd(directory), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) continue;
+    if (now - status.st_mtim.tv_sec <= kStaleAfterSeconds) continue;
+    unlinkat(dirfd(directory), entry->d_name, 0);
+  }
+  closedir(directory);
+}
+
+}  // namespace tervano

@@ -1,0 +1,184 @@
+#include <chrono>
+#include <iostream>
+
+#include "companion/action_driver.h"
+#include "companion/action_store.h"
+#include "companion/arguments.h"
+#include "companion/command.h"
+#include "companion/recording_processes.h"
+#include "companion/request_receiver.h"
+#include "platform/linux/application_service.h"
+#include "platform/log.h"
+#include "platform/platform.h"
+#include "platform/run_loop.h"
+#include "platform/user_notifications.h"
+#include "platform/workspace.h"
+
+namespace tervano {
+
+namespace {
+
+constexpr char kApplicationIdentifier[] = "com.vessok.tervano";
+// How long a short-lived command waits for the desktop to take its notifications and requests.
+constexpr double kDeliveryTimeoutSeconds = 10;
+constexpr int kDefaultIdleSeconds = 60;
+constexpr int kOpenNotificationSeconds = 600;
+
+void waitForDesktop() {
+  platform().runLoop->runMainLoopUntil(
+      [] {
+        return platform().userNotifications->pendingDeliveries() == 0 &&
+               platform().workspace->pendingRequests() == 0;
+      },
+      kDeliveryTimeoutSeconds);
+}
+
+int openURL(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {});
+  arguments.requirePositional(1, 1, "The URL");
+  const auto receiver = std::make_shared<RequestReceiver>();
+  std::optional<RequestReceiver::Result> ended;
+  receiver->openURL(arguments.positional().front(),
+                    [&](RequestReceiver::Result result, const std::string&) { ended = result; });
+  platform().runLoop->runMainLoopUntil([&] { return ended.has_value(); }, -1);
+  waitForDesktop();
+  switch (*ended) {
+    case RequestReceiver::Result::success:
+      return kExitSuccess;
+    case RequestReceiver::Result::refused:
+      return kExitUsage;
+    case RequestReceiver::Result::failure:
+      break;
+  }
+  return kExitFailure;
+}
+
+int run(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {});
+  arguments.requirePositional(1, SIZE_MAX, "The uid of an action");
+  const auto manager = loadActions();
+  const auto place = requireAction(manager->actions(), arguments.positional().front());
+  std::vector<std::string> paths;
+  for (auto path = arguments.positional().begin() + 1; path != arguments.positional().end();
+       ++path) {
+    paths.push_back(absolutePath(*path));
+  }
+  // Never taken out again: what an action posted may still use it until the process ends.
+  static RecordingProcesses processes(*platform().processes);
+  static Platform services = platform();
+  services.processes = &processes;
+  installPlatform(services);
+  std::optional<RunOutcome> ended;
+  runAction(*place.action, std::move(paths), [&](const RunOutcome& outcome) { ended = outcome; });
+  platform().runLoop->runMainLoopUntil([&] { return ended.has_value(); }, -1);
+  waitForDesktop();
+  if (!ended->success) throw CommandError(ended->message);
+  const auto complaints = processes.complaints();
+  for (const auto& complaint : complaints) std::cerr << printable(complaint) << "\n";
+  if (!complaints.empty()) return kExitFailure;
+  return kExitSuccess;
+}
+
+// The long-lived companion: receives URLs until it has been idle for a while.
+class Service {
+ public:
+  explicit Service(int idleSeconds) : idleSeconds_(idleSeconds) {}
+
+  int run(const std::vector<std::string>& urls) {
+    ApplicationService application(
+        kApplicationIdentifier,
+        {[this] { touch(); }, [this](const std::vector<std::string>& uris) { open(uris); }});
+    if (application.ownership() == ApplicationService::Ownership::other) {
+      if (urls.empty() || application.forwardOpen(urls)) return kExitSuccess;
+      // The other process is leaving or stuck; the request must not be lost.
+    }
+    RequestReceiver::removeStaleHandOffFiles();
+    platform().userNotifications->setActivationHandler([this](const UserNotification& shown) {
+      touch();
+      RequestReceiver::showFilesOfNotification(shown.userInfo);
+    });
+    open(urls);
+    const auto heartbeat = platform().runLoop->scheduleTimer(1, true, [] {});
+    platform().runLoop->runMainLoopUntil([this] { return idle(); }, -1);
+    application.release();
+    platform().runLoop->runMainLoopUntil([this] { return receiver_->running() == 0; }, -1);
+    waitForDesktop();
+    heartbeat->invalidate();
+    platform().userNotifications->setActivationHandler(nullptr);
+    return kExitSuccess;
+  }
+
+ private:
+  using SteadyClock = std::chrono::steady_clock;
+
+  void touch() { lastRequest_ = SteadyClock::now(); }
+
+  void open(const std::vector<std::string>& urls) {
+    touch();
+    for (const auto& url : urls) {
+      receiver_->openURL(url, [this](RequestReceiver::Result, const std::string&) { touch(); });
+    }
+  }
+
+  bool idle() const {
+    if (receiver_->running() != 0 || platform().userNotifications->pendingDeliveries() != 0) {
+      return false;
+    }
+    const auto quiet = SteadyClock::now() - lastRequest_;
+    if (quiet < std::chrono::seconds(idleSeconds_)) return false;
+    return platform().userNotifications->openNotifications() == 0 ||
+           quiet >= std::chrono::seconds(kOpenNotificationSeconds);
+  }
+
+  int idleSeconds_;
+  std::shared_ptr<RequestReceiver> receiver_ = std::make_shared<RequestReceiver>();
+  SteadyClock::time_point lastRequest_ = SteadyClock::now();
+};
+
+int service(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{"idle-seconds"}, {}});
+  int idleSeconds = kDefaultIdleSeconds;
+  if (const auto text = arguments.value("idle-seconds")) {
+    constexpr std::size_t kMaximumDigits = 6;
+    if (text->empty() || text->size() > kMaximumDigits ||
+        text->find_first_not_of("0123456789") != std::string::npos) {
+      throw UsageError("--idle-seconds takes a number of seconds.");
+    }
+    idleSeconds = std::stoi(*text);
+  }
+  return Service(idleSeconds).run(arguments.positional());
+}
+
+}  // namespace
+
+std::vector<Command> runCommands() {
+  return {
+      {{"open",
+        "receive a hand-off URL and run what it asks for",
+        {"URL"},
+        {"The receiving side of \"tervano choose\", in the foreground. Only the URL that a menu "
+         "makes is accepted, and its file must be your own."},
+        {}},
+       openURL,
+       true},
+      {{"run",
+        "run an action on files and wait for its end",
+        {"UID [PATH...]"},
+        {"A kind of action that does nothing when it is run says so. A tool that wrote an error, "
+         "ended badly or could not be started is a failure too."},
+        {}},
+       run,
+       true},
+      {{"service",
+        "receive hand-off URLs until idle for a while",
+        {"[--idle-seconds N] [URL...]"},
+        {"Started by the desktop when a menu entry is chosen. Owns the name com.vessok.tervano on "
+         "the session bus; URLs are given to the process that owns it already. Works without a bus "
+         "on the URLs of its command line."},
+        {{"--idle-seconds N", "How long to wait for another request; 60 unless given."}}},
+       service,
+       true},
+  };
+}
+
+}  // namespace tervano
