@@ -21,6 +21,9 @@ class NotifyChannel {
   // One observation per observer and name: a second one replaces the first. `observer` is an
   // identity only.
   virtual void addObserver(const void* observer, const std::string& name, Callback callback) = 0;
+  // Observes every name, for tools that show what goes on; ended by removeEveryObserver alone. A
+  // name of more than about 60 bytes may be told in an abbreviated form.
+  virtual void addObserverOfEveryName(const void* observer, Callback callback) = 0;
   virtual void removeObserver(const void* observer, const std::string& name) = 0;
   virtual void removeEveryObserver(const void* observer) = 0;
 };
@@ -31,6 +34,9 @@ class ForwardingNotifyChannel : public NotifyChannel {
   void post(const std::string& name) override { real_.post(name); }
   void addObserver(const void* observer, const std::string& name, Callback callback) override {
     real_.addObserver(observer, name, std::move(callback));
+  }
+  void addObserverOfEveryName(const void* observer, Callback callback) override {
+    real_.addObserverOfEveryName(observer, std::move(callback));
   }
   void removeObserver(const void* observer, const std::string& name) override {
     real_.removeObserver(observer, name);

@@ -1,5 +1,6 @@
 #include "platform/linux/inotify_channel.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <glib-unix.h>
 #include <sys/inotify.h>
@@ -81,6 +82,9 @@ struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::L
   mutable std::mutex mutex;
   // By file name.
   std::map<std::string, Name> names;
+  // Observations of every name, and the generations that they know, by file name.
+  std::vector<std::shared_ptr<Observation>> everyName;
+  std::map<std::string, Generation> everyGeneration;
   Descriptor inotify;
   pid_t owner = 0;
   int watch = -1;
@@ -126,6 +130,21 @@ struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::L
       return std::nullopt;
     }
     return std::pair<std::int64_t, std::int64_t>{status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+  }
+
+  bool nobodyListens() const { return names.empty() && everyName.empty(); }
+
+  // The files of the folder with their generations.
+  std::map<std::string, Generation> allGenerations() const {
+    std::map<std::string, Generation> all;
+    DIR* const folder = opendir(folderPath.c_str());
+    if (folder == nullptr) return all;
+    while (const dirent* entry = readdir(folder)) {
+      const std::string file = entry->d_name;
+      if (file != "." && file != "..") all[file] = generationOf(file);
+    }
+    closedir(folder);
+    return all;
   }
 
   // Makes the inotify instance and the watch when they are missing.
@@ -193,6 +212,14 @@ struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::L
       if (now && now != name.generation) changed.push_back(file);
       name.generation = now;
     }
+    if (everyName.empty()) return changed;
+    auto all = allGenerations();
+    for (const auto& [file, generation] : all) {
+      const auto known = everyGeneration.find(file);
+      if (known != everyGeneration.end() && known->second == generation) continue;
+      if (std::find(changed.begin(), changed.end(), file) == changed.end()) changed.push_back(file);
+    }
+    everyGeneration = std::move(all);
     return changed;
   }
 
@@ -202,7 +229,7 @@ struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::L
     {
       const std::lock_guard lock(mutex);
       drop(retry);
-      if (closed || names.empty()) return;
+      if (closed || nobodyListens()) return;
       open();
       changed = changedFiles();
     }
@@ -215,9 +242,9 @@ struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::L
     {
       const std::lock_guard lock(mutex);
       if (!inotify) return;
-      if (owner != getpid() || names.empty()) {
+      if (owner != getpid() || nobodyListens()) {
         close();
-        if (names.empty()) return;
+        if (nobodyListens()) return;
       }
       std::unordered_set<std::string> seen;
       readEvents(files, seen);
@@ -248,9 +275,11 @@ struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::L
           watch = -1;
         } else if (event->len > 0 && seen.insert(event->name).second) {
           const auto found = names.find(event->name);
-          if (found == names.end()) continue;
-          found->second.generation = generationOf(found->first);
-          files.push_back(found->first);
+          if (found == names.end() && everyName.empty()) continue;
+          const Generation now = generationOf(event->name);
+          if (found != names.end()) found->second.generation = now;
+          if (!everyName.empty()) everyGeneration[event->name] = now;
+          files.emplace_back(event->name);
         }
       }
     }
@@ -262,24 +291,28 @@ struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::L
       std::vector<std::shared_ptr<Observation>> observations;
       {
         const std::lock_guard lock(mutex);
-        const auto found = names.find(file);
-        if (found == names.end()) continue;
-        for (const auto& observation : found->second.observations) {
-          if (observation->since != found->second.generation) observations.push_back(observation);
+        if (const auto found = names.find(file); found != names.end()) {
+          for (const auto& observation : found->second.observations) {
+            if (observation->since != found->second.generation) observations.push_back(observation);
+          }
         }
+        observations.insert(observations.end(), everyName.begin(), everyName.end());
       }
       for (const auto& observation : observations) {
         {
           const std::lock_guard lock(mutex);
           if (observation->removed) continue;
         }
-        guarded("a notification's callback", [&] { observation->callback(observation->name); });
+        const std::string name = unescapedFileName(file);
+        guarded("a notification's callback", [&] {
+          observation->callback(observation->name.empty() ? name : observation->name);
+        });
       }
     }
   }
 
   template <typename Predicate>
-  void removeIf(Predicate matches) {
+  void removeIf(bool endsEveryName, Predicate matches) {
     // Callbacks are let go after the lock, since that may let go of anything.
     std::vector<std::shared_ptr<Observation>> removed;
     {
@@ -296,6 +329,15 @@ struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::L
           }
         }
         name = observations.empty() ? names.erase(name) : std::next(name);
+      }
+      for (auto at = everyName.begin(); at != everyName.end();) {
+        if (endsEveryName && matches(**at)) {
+          (*at)->removed = true;
+          removed.push_back(std::move(*at));
+          at = everyName.erase(at);
+        } else {
+          ++at;
+        }
       }
     }
   }
@@ -359,20 +401,28 @@ void InotifyChannel::addObserver(const void* observer, const std::string& name, 
       std::make_shared<Observation>(Observation{observer, name, std::move(callback), now}));
 }
 
+void InotifyChannel::addObserverOfEveryName(const void* observer, Callback callback) {
+  const std::lock_guard lock(listener_->mutex);
+  listener_->open();
+  listener_->everyGeneration = listener_->allGenerations();
+  listener_->everyName.push_back(
+      std::make_shared<Observation>(Observation{observer, "", std::move(callback), std::nullopt}));
+}
+
 void InotifyChannel::removeObserver(const void* observer, const std::string& name) {
-  listener_->removeIf([&](const Observation& observation) {
+  listener_->removeIf(false, [&](const Observation& observation) {
     return observation.observer == observer && observation.name == name;
   });
 }
 
 void InotifyChannel::removeEveryObserver(const void* observer) {
   listener_->removeIf(
-      [&](const Observation& observation) { return observation.observer == observer; });
+      true, [&](const Observation& observation) { return observation.observer == observer; });
 }
 
 std::size_t InotifyChannel::observationCount() const {
   const std::lock_guard lock(listener_->mutex);
-  std::size_t count = 0;
+  std::size_t count = listener_->everyName.size();
   for (const auto& [file, name] : listener_->names) count += name.observations.size();
   return count;
 }

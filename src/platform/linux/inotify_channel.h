@@ -31,6 +31,7 @@ class InotifyChannel : public NotifyChannel {
 
   void post(const std::string& name) override;
   void addObserver(const void* observer, const std::string& name, Callback callback) override;
+  void addObserverOfEveryName(const void* observer, Callback callback) override;
   void removeObserver(const void* observer, const std::string& name) override;
   void removeEveryObserver(const void* observer) override;
 

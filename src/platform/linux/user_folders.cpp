@@ -123,6 +123,22 @@ std::string escapedFileName(const std::string& name) {
   return std::string("%%") + digest.get();
 }
 
+std::string unescapedFileName(const std::string& fileName) {
+  if (fileName == "%") return "";
+  std::string name;
+  for (std::size_t index = 0; index < fileName.size(); ++index) {
+    if (fileName[index] != '%' || index + 2 >= fileName.size() ||
+        !g_ascii_isxdigit(fileName[index + 1]) || !g_ascii_isxdigit(fileName[index + 2])) {
+      name += fileName[index];
+      continue;
+    }
+    name += static_cast<char>(g_ascii_xdigit_value(fileName[index + 1]) * 16 +
+                              g_ascii_xdigit_value(fileName[index + 2]));
+    index += 2;
+  }
+  return name;
+}
+
 std::string randomFileNameSuffix(std::size_t length) {
   static constexpr char kAlphabet[] = "abcdefghijklmnopqrstuvwxyz012345";
   static_assert(sizeof kAlphabet == 33);

@@ -49,6 +49,8 @@ class RuntimeFolders {
 // bytes become %XX; what grows too long becomes "%%" and its SHA-256. Distinct names give distinct
 // file names; none begins with a dot.
 std::string escapedFileName(const std::string& name);
+// The name that escapedFileName made this of; a shortened one stays as it is.
+std::string unescapedFileName(const std::string& fileName);
 
 // `length` random letters and digits, for names that nobody can guess.
 std::string randomFileNameSuffix(std::size_t length = 16);
