@@ -9,9 +9,13 @@
 namespace tervano {
 namespace {
 
-TEST(ValueTest, TrueAndOneDiffer) { EXPECT_FALSE(Value(true) == Value(1)); }
+TEST(ValueTest, TrueAndOneDiffer) {
+  EXPECT_FALSE(Value(true) == Value(1));
+}
 
-TEST(ValueTest, OneAndOnePointZeroDiffer) { EXPECT_FALSE(Value(1) == Value(1.0)); }
+TEST(ValueTest, OneAndOnePointZeroDiffer) {
+  EXPECT_FALSE(Value(1) == Value(1.0));
+}
 
 TEST(ValueTest, DataIsEqualByItsBytes) {
   EXPECT_EQ(Value(Data{1, 2}), Value(Data{1, 2}));
