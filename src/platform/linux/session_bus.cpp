@@ -17,8 +17,14 @@ struct Item {
   std::function<void()> run;
 };
 
+// Whoever runs the main loop until the pending work is done looks again.
+void wakeMainLoop() {
+  g_main_context_wakeup(nullptr);
+}
+
 gboolean runItem(gpointer data) {
   guarded("an item of the bus thread", [data] { static_cast<Item*>(data)->run(); });
+  wakeMainLoop();
   return G_SOURCE_REMOVE;
 }
 
@@ -124,6 +130,7 @@ void SessionBus::didConnect(GObject* /*source*/, GAsyncResult* result, gpointer 
     bus->connecting_ = false;
     bus->finishConnecting(std::move(connection));
   });
+  wakeMainLoop();
 }
 
 void SessionBus::finishConnecting(GObjectPtr<GDBusConnection> connection) {
@@ -162,6 +169,7 @@ void SessionBus::call(const std::string& name, const std::string& path,
             const GErrorPtr error(failure);
             finished->handler(reply.get(), error.get());
           });
+          wakeMainLoop();
         },
         new Call{this, handler});
   });
