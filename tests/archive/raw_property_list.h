@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +39,9 @@ struct RawPropertyList {
     }
     out += gap;
     const std::uint64_t table = out.size();
+    if (offsetWidth < 8 && (table >> (8 * offsetWidth)) != 0) {
+      throw std::logic_error("the offsets need a greater width");
+    }
     for (std::size_t i = 0; i < starts.size(); ++i) {
       const auto said = offsets.find(i);
       out += bigEndian(said == offsets.end() ? starts[i] : said->second, offsetWidth);
