@@ -29,7 +29,7 @@ void requireSaved(const TVActionsManager& manager, const std::string& path) {
 std::shared_ptr<TVActionsManager> loadActions() {
   std::string reason;
   auto manager = TVActionsManager::create<TVActionsManager>(&reason);
-  if (manager == nullptr) throw CommandError(reason);
+  if (manager == nullptr) throw CommandError("The action list cannot be read: " + reason);
   return manager;
 }
 

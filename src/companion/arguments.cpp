@@ -1,13 +1,27 @@
 #include "companion/arguments.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
-#include <limits>
 
 #include "archive/url.h"
+#include "archive/utf.h"
 
 namespace tervano {
+
+namespace {
+
+// The bytes of the first character; 1 for a byte that begins none.
+std::size_t lengthOfCharacter(std::string_view text) {
+  constexpr std::size_t kLongest = 4;
+  for (std::size_t length = 1; length <= std::min(kLongest, text.size()); ++length) {
+    if (isValidUtf8(text.substr(0, length))) return length;
+  }
+  return 1;
+}
+
+}  // namespace
 
 Arguments::Arguments(const std::vector<std::string>& words, const Known& known) {
   bool optionsEnded = false;
@@ -26,7 +40,9 @@ Arguments::Arguments(const std::vector<std::string>& words, const Known& known) 
     if (known.flags.contains(name)) {
       if (equals != std::string::npos)
         throw UsageError("The option " + spelled + " takes no value.");
-      flags_.insert(name);
+      if (!flags_.insert(name).second) {
+        throw UsageError("The option " + spelled + " is given twice.");
+      }
     } else if (known.valued.contains(name)) {
       std::string value;
       if (equals != std::string::npos) {
@@ -83,17 +99,26 @@ std::string absolutePath(const std::string& argument) {
 std::string printable(std::string_view text) {
   constexpr char kHexadecimal[] = "0123456789abcdef";
   std::string shown;
-  for (const char character : text) {
+  const auto escape = [&](char character) {
     const auto byte = static_cast<unsigned char>(character);
-    if (byte == '\n') {
+    shown += "\\x";
+    shown += kHexadecimal[byte >> 4];
+    shown += kHexadecimal[byte & 0xf];
+  };
+  while (!text.empty()) {
+    const std::string_view character = text.substr(0, lengthOfCharacter(text));
+    const auto first = static_cast<unsigned char>(character.front());
+    // U+0080 to U+009F are control characters as well.
+    const bool isControl = first < 0x20 || first == 0x7f ||
+                           (first == 0xc2 && static_cast<unsigned char>(character.back()) < 0xa0);
+    if (character == "\n") {
       shown += "\\n";
-    } else if (byte < 0x20 || byte == 0x7f) {
-      shown += "\\x";
-      shown += kHexadecimal[byte >> 4];
-      shown += kHexadecimal[byte & 0xf];
+    } else if (isControl || !isValidUtf8(character)) {
+      std::for_each(character.begin(), character.end(), escape);
     } else {
       shown += character;
     }
+    text.remove_prefix(character.size());
   }
   return shown;
 }

@@ -46,7 +46,8 @@ class Arguments {
 // UsageError for an empty one.
 std::string absolutePath(const std::string& argument);
 
-// Text for a terminal or one line of output: control characters shown escaped.
+// Text for a terminal or one line of output: control characters, and bytes that are no UTF-8, shown
+// escaped.
 std::string printable(std::string_view text);
 
 }  // namespace tervano

@@ -1,12 +1,14 @@
 #include "companion/help.h"
 
 #include <sstream>
+#include <string_view>
 
 namespace tervano {
 
 namespace {
 
 constexpr std::size_t kColumns = 80;
+constexpr std::string_view kUsage = "usage: ";
 
 constexpr char kPurpose[] =
     "Your own actions in the context menu of your file manager: the list is shown, changed and "
@@ -68,9 +70,9 @@ std::string overviewText(std::span<const CommandHelp> commands) {
 std::string helpText(const CommandHelp& command) {
   std::string text;
   for (const auto& form : command.forms) {
-    text += (text.empty() ? "usage: tervano " : "       tervano ") + command.name;
-    text += (form.empty() ? "" : " ") + form + "\n";
+    text += wrapped("tervano " + command.name + " " + form, kUsage.size());
   }
+  text.replace(0, kUsage.size(), kUsage);
   text += "\n" + wrapped(command.summary + ".", 0);
   for (const auto& paragraph : command.paragraphs) text += "\n" + wrapped(paragraph, 0);
   if (!command.options.empty()) text += "\nOptions:\n";

@@ -88,6 +88,11 @@ int perform(std::vector<std::string> words) {
   return command.run(words);
 }
 
+// Shows what went wrong as one line that is a sentence.
+void complain(const std::string& message) {
+  std::cerr << "tervano: " << printable(message) << (message.ends_with('.') ? "\n" : ".\n");
+}
+
 int performGuarded(int argc, char** argv) {
   try {
     const int status = perform({argv + 1, argv + argc});
@@ -95,12 +100,12 @@ int performGuarded(int argc, char** argv) {
     if (!std::cout) throw CommandError("The output could not be written.");
     return status;
   } catch (const UsageError& error) {
-    std::cerr << "tervano: " << error.what() << "\n";
+    complain(error.what());
     return kExitUsage;
   } catch (const PlatformException& exception) {
-    std::cerr << "tervano: " << printable(exception.reason()) << "\n";
+    complain(exception.reason());
   } catch (const std::exception& error) {
-    std::cerr << "tervano: " << printable(error.what()) << "\n";
+    complain(error.what());
   }
   return kExitFailure;
 }

@@ -258,10 +258,17 @@ std::optional<Error> removeHandOffFile(const std::string& fileName) {
   if (!folder || !isUpperUuid(fileName)) {
     return refusal("There is no hand-off file of that name.");
   }
+  const std::string path = appendingPathComponent(*folder, fileName);
   const Descriptor container(openFolder(*folder));
-  if (!container.isOpen() || unlinkat(container.get(), fileName.c_str(), 0) != 0) {
-    return posixError(errno, appendingPathComponent(*folder, fileName));
+  struct stat status {};
+  if (!container.isOpen() ||
+      fstatat(container.get(), fileName.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return posixError(errno, path);
   }
+  if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) {
+    return refusal("The hand-off file " + path + " is no regular file of this user.");
+  }
+  if (unlinkat(container.get(), fileName.c_str(), 0) != 0) return posixError(errno, path);
   return std::nullopt;
 }
 

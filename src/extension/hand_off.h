@@ -60,7 +60,8 @@ std::optional<std::string> handOffFolder();
 std::optional<std::vector<std::string>> readHandOffFile(const std::string& fileName,
                                                         std::optional<Error>* error = nullptr);
 
-// Removes the file of that name from the container. Nil for success.
+// Removes the file of that name from the container; what is no regular file of this user stays. Nil
+// for success.
 std::optional<Error> removeHandOffFile(const std::string& fileName);
 
 }  // namespace tervano

@@ -1,0 +1,161 @@
+#include "companion/recording_processes.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "archive/platform_exception.h"
+#include "platform/notification_center.h"
+#include "tasks/vx_task_helper.h"
+#include "tests/support/scoped_platform.h"
+#include "tests/support/wait.h"
+
+namespace tervano::test {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class Ends : public VXTaskHelperDelegate {
+ public:
+  void taskHelperDidReceiveOutput(const std::shared_ptr<VXTaskHelper>&, const Data& data) override {
+    output.append(data.begin(), data.end());
+  }
+  void taskHelperDidReceiveError(const std::shared_ptr<VXTaskHelper>&, const Data& data) override {
+    errors.append(data.begin(), data.end());
+  }
+  void taskHelperDidFinish(const std::shared_ptr<VXTaskHelper>&,
+                           std::int64_t terminationReason) override {
+    reason = terminationReason;
+  }
+
+  std::string output;
+  std::string errors;
+  std::optional<std::int64_t> reason;
+};
+
+class RecordingProcessesTest : public testing::Test {
+ protected:
+  RecordingProcessesTest() : processes_(platform_.processes()) {
+    platform_.services().processes = &processes_;
+  }
+
+  std::shared_ptr<Process> prepared(const std::string& path,
+                                    const std::vector<std::string>& arguments) {
+    const auto process = platform().processes->createProcess();
+    process->setLaunchPath(path);
+    process->setArguments(arguments);
+    return process;
+  }
+
+  // Runs a program by a task helper, as actions do, to its end.
+  std::shared_ptr<Ends> run(const std::string& path, const std::vector<std::string>& arguments) {
+    const auto ends = std::make_shared<Ends>();
+    const auto helper = VXTaskHelper::taskHelperWithTask(prepared(path, arguments));
+    helper->setDelegate(ends);
+    helper->launch();
+    EXPECT_TRUE(waitUntil([&] { return ends->reason.has_value(); }));
+    return ends;
+  }
+
+  ScopedPlatform platform_;
+  RecordingProcesses processes_;
+};
+
+}  // namespace
+
+TEST_F(RecordingProcessesTest, QuietSuccessIsNoComplaint) {
+  const auto ends = run("/bin/echo", {"fine"});
+  EXPECT_EQ(ends->reason, 1);
+  EXPECT_THAT(processes_.complaints(), IsEmpty());
+}
+
+TEST_F(RecordingProcessesTest, OutputAndErrorsStillReachTheAction) {
+  const auto ends = run("/bin/bash", {"-c", "echo out; echo err >&2"});
+  EXPECT_TRUE(waitUntil([&] { return !ends->errors.empty() && !ends->output.empty(); }));
+  EXPECT_EQ(ends->output, "out\n");
+  EXPECT_EQ(ends->errors, "err\n");
+}
+
+TEST_F(RecordingProcessesTest, TextOnStandardErrorIsAComplaintThoughTheStatusIsZero) {
+  run("/bin/bash", {"-c", "echo ' trouble ' >&2"});
+  EXPECT_THAT(processes_.complaints(), ElementsAre("/bin/bash wrote an error: trouble"));
+}
+
+TEST_F(RecordingProcessesTest, BlanksOnStandardErrorAreNoComplaint) {
+  run("/bin/bash", {"-c", "echo ' ' >&2"});
+  EXPECT_THAT(processes_.complaints(), IsEmpty());
+}
+
+TEST_F(RecordingProcessesTest, StatusOtherThanZeroIsAComplaintWithoutAnyText) {
+  run("/bin/bash", {"-c", "exit 3"});
+  EXPECT_THAT(processes_.complaints(), ElementsAre("/bin/bash ended with status 3."));
+}
+
+TEST_F(RecordingProcessesTest, StatusIsToldWithWhatWasWritten) {
+  run("/bin/bash", {"-c", "echo why >&2; exit 3"});
+  EXPECT_THAT(processes_.complaints(), ElementsAre("/bin/bash ended with status 3: why"));
+}
+
+TEST_F(RecordingProcessesTest, SignalIsAComplaintWithItsNumber) {
+  const auto ends = run("/bin/bash", {"-c", "kill -KILL $$"});
+  EXPECT_EQ(ends->reason, 2);
+  EXPECT_THAT(processes_.complaints(), ElementsAre("/bin/bash was ended by signal 9."));
+}
+
+TEST_F(RecordingProcessesTest, ProgramThatCannotBeStartedIsAComplaintAndStillThrows) {
+  const auto process = prepared("/no/such/program", {});
+  EXPECT_THROW(process->launch(), PlatformException);
+  ASSERT_EQ(processes_.complaints().size(), 1U);
+  EXPECT_THAT(processes_.complaints().front(), testing::HasSubstr("/no/such/program"));
+}
+
+TEST_F(RecordingProcessesTest, EveryProcessHasItsOwnComplaint) {
+  run("/bin/bash", {"-c", "exit 1"});
+  run("/bin/true", {});
+  run("/bin/bash", {"-c", "exit 2"});
+  EXPECT_THAT(processes_.complaints(),
+              ElementsAre("/bin/bash ended with status 1.", "/bin/bash ended with status 2."));
+}
+
+TEST_F(RecordingProcessesTest, OnlyTheBeginningOfALongErrorIsKept) {
+  run("/bin/bash", {"-c", "head -c 100000 /dev/zero | tr '\\0' x >&2"});
+  ASSERT_EQ(processes_.complaints().size(), 1U);
+  EXPECT_LT(processes_.complaints().front().size(), 5000U);
+}
+
+TEST_F(RecordingProcessesTest, EndIsAnnouncedOnceWithTheProcessThatTheActionKnows) {
+  const auto process = prepared("/bin/true", {});
+  int ends = 0;
+  const auto observation = platform().notificationCenter->addObserver(
+      kTaskDidTerminateNotification, process.get(), [&](const Notification&) { ++ends; });
+  process->launch();
+  EXPECT_TRUE(waitUntil([&] { return ends > 0; }));
+  runPendingMainItems();
+  EXPECT_EQ(ends, 1);
+  EXPECT_EQ(process->terminationStatus(), 0);
+}
+
+TEST_F(RecordingProcessesTest, SuspendResumeAndTerminateReachTheRealProcess) {
+  const auto process = prepared("/bin/sleep", {"60"});
+  process->launch();
+  EXPECT_TRUE(process->isRunning());
+  EXPECT_TRUE(process->suspend());
+  EXPECT_TRUE(process->resume());
+  process->terminate();
+  EXPECT_TRUE(waitUntil([&] { return !process->isRunning(); }));
+  EXPECT_EQ(process->terminationReason(), TerminationReason::uncaughtSignal);
+  EXPECT_THAT(processes_.complaints(), ElementsAre("/bin/sleep was ended by signal 15."));
+}
+
+TEST_F(RecordingProcessesTest, PlainPipeOfTheRealServiceMayBeGivenToo) {
+  const auto process = prepared("/bin/bash", {"-c", "echo why >&2"});
+  process->setStandardError(platform_.processes().createPipe());
+  process->launch();
+  EXPECT_TRUE(waitUntil([&] { return !process->isRunning(); }));
+  EXPECT_THAT(processes_.complaints(), IsEmpty());
+}
+
+}  // namespace tervano::test

@@ -1,0 +1,194 @@
+#include "tests/companion/tervano_program.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace tervano::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+using SteadyClock = std::chrono::steady_clock;
+
+constexpr int kNotPrepared = 98;
+constexpr int kNotLoaded = 97;
+
+// In the child: never comes back.
+[[noreturn]] void load(const ProgramStart& start, int output, int errors) {
+  const int program = open(start.path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  dup2(nothing, STDIN_FILENO);
+  dup2(output, STDOUT_FILENO);
+  dup2(errors, STDERR_FILENO);
+  if (start.prepare && !start.prepare()) _exit(kNotPrepared);
+  if (start.folder && chdir(start.folder->c_str()) != 0) _exit(kNotPrepared);
+  std::vector<char*> words{const_cast<char*>(start.path.c_str())};
+  for (const auto& argument : start.arguments) words.push_back(const_cast<char*>(argument.c_str()));
+  words.push_back(nullptr);
+  // By descriptor: another user may have no way to the build folder.
+  fexecve(program, words.data(), environ);
+  _exit(kNotLoaded);
+}
+
+bool readSome(int descriptor, std::string& text) {
+  char buffer[65536];
+  const ssize_t count = read(descriptor, buffer, sizeof buffer);
+  if (count > 0) text.append(buffer, static_cast<std::size_t>(count));
+  return count > 0;
+}
+
+}  // namespace
+
+ProgramOutcome runProgram(const ProgramStart& start) {
+  int output[2];
+  int errors[2];
+  if (pipe2(output, O_CLOEXEC) != 0 || pipe2(errors, O_CLOEXEC) != 0) {
+    throw std::runtime_error("no pipes");
+  }
+  const pid_t pid = fork();
+  if (pid < 0) throw std::runtime_error("no child");
+  if (pid == 0) load(start, output[1], errors[1]);
+  close(output[1]);
+  close(errors[1]);
+
+  ProgramOutcome outcome;
+  const auto deadline =
+      SteadyClock::now() + std::chrono::milliseconds(static_cast<int>(start.seconds * 1000));
+  pollfd streams[2] = {{output[0], POLLIN, 0}, {errors[0], POLLIN, 0}};
+  while (streams[0].fd >= 0 || streams[1].fd >= 0) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - SteadyClock::now());
+    if (left.count() <= 0 || poll(streams, 2, static_cast<int>(left.count())) == 0) {
+      ADD_FAILURE() << start.path << " did not end in " << start.seconds << " seconds";
+      kill(pid, SIGKILL);
+      break;
+    }
+    if (streams[0].revents != 0 && !readSome(streams[0].fd, outcome.output)) streams[0].fd = -1;
+    if (streams[1].revents != 0 && !readSome(streams[1].fd, outcome.errors)) streams[1].fd = -1;
+  }
+  close(output[0]);
+  close(errors[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  outcome.status = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+  return outcome;
+}
+
+bool becomeNobody() {
+  if (geteuid() != 0) return true;
+  return setgroups(0, nullptr) == 0 && setgid(kNobody) == 0 && setuid(kNobody) == 0;
+}
+
+void giveToNobody(const std::string& folder) {
+  if (geteuid() != 0) return;
+  const auto give = [](const std::string& path) {
+    if (lchown(path.c_str(), kNobody, kNobody) != 0) throw std::runtime_error("chown " + path);
+  };
+  give(folder);
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) give(entry.path());
+}
+
+ProgramHome::ProgramHome() {
+  home_.setVariable("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
+  home_.setVariable("DISPLAY", std::nullopt);
+  home_.setVariable("WAYLAND_DISPLAY", std::nullopt);
+}
+
+std::string ProgramHome::container() const {
+  return home_.dataHome() + "/Q4T7N2XR8K.com.vessok.tervano";
+}
+
+std::string ProgramHome::folder(const std::string& name) const {
+  const std::string path = home_.path() + "/" + name;
+  fs::create_directories(path);
+  return path;
+}
+
+std::string ProgramHome::file(const std::string& name, const std::string& content) const {
+  const std::string path = home_.path() + "/" + name;
+  fs::create_directories(fs::path(path).parent_path());
+  std::ofstream(path, std::ios::binary) << content;
+  return path;
+}
+
+ProgramOutcome ProgramHome::tervano(std::vector<std::string> words) const {
+  ProgramStart start;
+  start.arguments = std::move(words);
+  return this->start(std::move(start));
+}
+
+ProgramOutcome ProgramHome::start(ProgramStart start) const {
+  start.path = TERVANO_PROGRAM;
+  return runProgram(start);
+}
+
+std::string ProgramHome::succeed(std::vector<std::string> words) const {
+  const auto outcome = tervano(std::move(words));
+  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  EXPECT_EQ(outcome.errors, "");
+  std::string output = outcome.output;
+  if (output.ends_with('\n')) output.pop_back();
+  return output;
+}
+
+nlohmann::ordered_json ProgramHome::json(std::vector<std::string> words) const {
+  return nlohmann::ordered_json::parse(succeed(std::move(words)));
+}
+
+std::string ProgramHome::titles() const {
+  std::string text;
+  for (const auto& entry : json({"list", "--json"})) {
+    text += (text.empty() ? "" : " ") + entry["title"].get<std::string>();
+    if (!entry["actions"].is_array()) continue;
+    text += "[";
+    for (const auto& member : entry["actions"]) {
+      text += (text.ends_with('[') ? "" : " ") + member["title"].get<std::string>();
+    }
+    text += "]";
+  }
+  return text;
+}
+
+std::string contentsOf(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  if (!stream) throw std::runtime_error("cannot read " + path);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+bool exists(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0;
+}
+
+void expectOneSentence(const std::string& errors) {
+  EXPECT_TRUE(errors.starts_with("tervano: ")) << errors;
+  EXPECT_TRUE(errors.ends_with(".\n")) << errors;
+  EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
+}
+
+void expectUsageError(const ProgramOutcome& outcome) {
+  EXPECT_EQ(outcome.status, 2) << outcome.errors;
+  EXPECT_EQ(outcome.output, "");
+  expectOneSentence(outcome.errors);
+}
+
+void expectFailure(const ProgramOutcome& outcome) {
+  EXPECT_EQ(outcome.status, 1) << outcome.errors;
+  EXPECT_EQ(outcome.output, "");
+  expectOneSentence(outcome.errors);
+}
+
+}  // namespace tervano::test
