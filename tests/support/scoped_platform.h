@@ -35,6 +35,7 @@ class ScopedPlatform {
   // as long as this object.
   Platform& services() { return services_; }
   TemporaryHome& home() { return home_; }
+  const TemporaryHome& home() const { return home_; }
 
   // The real services, whatever stands in services().
   GlibRunLoop& runLoop() { return *runLoop_; }

@@ -250,9 +250,11 @@ class SpawnPlan {
   void connect(int ours, int childs) { posix_spawn_file_actions_adddup2(&actions_, ours, childs); }
   void changeFolder(int folder) { posix_spawn_file_actions_addfchdir_np(&actions_, folder); }
 
-  // 0 or the reason.
+  // 0 or the reason. To be called once, after the others.
   int spawn(const std::string& program, const std::vector<std::string>& arguments,
-            const std::optional<std::vector<std::string>>& environment, pid_t& pid) const {
+            const std::optional<std::vector<std::string>>& environment, pid_t& pid) {
+    // A host may have opened descriptors without thinking of its children.
+    posix_spawn_file_actions_addclosefrom_np(&actions_, kFirstFreeDescriptor);
     std::vector<char*> argumentPointers = pointers(arguments);
     std::vector<char*> environmentPointers;
     if (environment) environmentPointers = pointers(*environment);
