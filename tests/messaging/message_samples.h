@@ -68,4 +68,10 @@ inline std::vector<std::pair<std::string, Value>> messageSamples() {
   };
 }
 
+// The message number `number`, from 1, of a flood of `count`: mostly signals without object, since
+// each stored object is flushed to the disk; now and then, and at the end, the number itself.
+inline Value floodMessage(std::int64_t number, std::int64_t count) {
+  return number % 50 == 0 || number == count ? Value(number) : Value();
+}
+
 }  // namespace tervano::test

@@ -524,6 +524,7 @@ TEST_F(WormholeTest, AnyThreadMaySend) {
   }
   for (auto& sender : senders) sender.join();
   ASSERT_TRUE(waitUntil([&] { return !heard.empty() && heard.back() == Value(49); }));
+  settle();
   EXPECT_EQ(listenerThread, std::this_thread::get_id());
 }
 

@@ -5,8 +5,7 @@
 //   listen ID        says "heard ID OBJECT" for every call of the listener; answers "listening"
 //   stop ID          answers "stopped"
 //   pass ID OBJECT   answers "passed"
-//   flood ID COUNT   passes the numbers from 1 to COUNT; answers "passed"
-//   signal ID COUNT  passes nil COUNT times; answers "passed"
+//   flood ID COUNT   passes COUNT messages (see floodMessage); answers "passed"
 //   hammer ID SIZE   says "hammering", then stores messages of two kinds in turn until it is killed
 //   read ID          answers "stored OBJECT"
 //   clear            clears all messages; answers "cleared"
@@ -18,6 +17,7 @@
 #include "messaging/message_identifiers.h"
 #include "messaging/vx_wormhole.h"
 #include "platform/linux/linux_platform.h"
+#include "tests/messaging/message_samples.h"
 #include "tests/support/program.h"
 
 using namespace tervano;
@@ -68,12 +68,7 @@ int main(int argc, char** argv) {
       sayLine("passed");
     } else if (words[0] == "flood") {
       for (std::int64_t number = 1; number <= std::stoll(words[2]); ++number) {
-        wormhole->passMessageObject(number, identifier);
-      }
-      sayLine("passed");
-    } else if (words[0] == "signal") {
-      for (int sent = 0; sent < std::stoi(words[2]); ++sent) {
-        wormhole->passMessageObject(nullptr, identifier);
+        wormhole->passMessageObject(floodMessage(number, std::stoll(words[2])), identifier);
       }
       sayLine("passed");
     } else if (words[0] == "hammer") {
