@@ -1,8 +1,8 @@
+#include "platform/linux/bitmap_scaling.h"
+
 #include <algorithm>
 #include <cmath>
 #include <vector>
-
-#include "platform/linux/desktop_image_codec.h"
 
 namespace tervano {
 

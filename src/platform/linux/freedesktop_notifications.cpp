@@ -76,8 +76,10 @@ std::string displayableText(const std::string& text) {
   return result;
 }
 
-FreedesktopNotifications::FreedesktopNotifications(std::string applicationIdentifier)
+FreedesktopNotifications::FreedesktopNotifications(std::string applicationIdentifier,
+                                                   int replyTimeoutMilliseconds)
     : applicationIdentifier_(std::move(applicationIdentifier)),
+      replyTimeoutMilliseconds_(replyTimeoutMilliseconds),
       bus_([this](GDBusConnection* connection) { subscribe(connection); }) {}
 
 FreedesktopNotifications::~FreedesktopNotifications() = default;
@@ -100,20 +102,23 @@ void FreedesktopNotifications::deliverNotification(const UserNotification& notif
 }
 
 void FreedesktopNotifications::deliverWaiting() {
-  if (!capabilities_) {
-    askForCapabilities();
-    return;
-  }
-  while (!waiting_.empty()) {
-    const auto notification = std::move(waiting_.front());
-    waiting_.pop_front();
-    notify(notification);
-  }
+  // A new connection forgets what was known of the daemon, so it comes first.
+  bus_.withConnection([this](GDBusConnection* /*connection*/) {
+    if (!capabilities_) {
+      askForCapabilities();
+      return;
+    }
+    while (!waiting_.empty()) {
+      const auto notification = std::move(waiting_.front());
+      waiting_.pop_front();
+      notify(notification);
+    }
+  });
 }
 
 void FreedesktopNotifications::askForCapabilities() {
   if (std::exchange(askingForCapabilities_, true)) return;
-  bus_.call(kName, kPath, kName, "GetCapabilities", g_variant_new("()"), kReplyTimeoutMilliseconds,
+  bus_.call(kName, kPath, kName, "GetCapabilities", g_variant_new("()"), replyTimeoutMilliseconds_,
             [this](GVariant* reply, const GError* error) {
               askingForCapabilities_ = false;
               if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(as)"))) {
@@ -143,7 +148,8 @@ void FreedesktopNotifications::notify(const std::shared_ptr<const UserNotificati
   if (capabilities_->bodyMarkup) body = escapedMarkup(body);
   GVariantBuilder actions;
   g_variant_builder_init(&actions, G_VARIANT_TYPE("as"));
-  if (notification->hasActionButton && capabilities_->actions) {
+  const bool offersAction = notification->hasActionButton && capabilities_->actions;
+  if (offersAction) {
     const std::string label = displayableText(notification->actionButtonTitle.value_or("Show"));
     // "default" is a press on the notification itself; its label is not shown.
     for (const char* action : {kDefaultAction, kShowAction}) {
@@ -155,21 +161,21 @@ void FreedesktopNotifications::notify(const std::shared_ptr<const UserNotificati
             g_variant_new("(susss@as@a{sv}i)", kProductName, 0U, kIconName, title.c_str(),
                           body.c_str(), g_variant_builder_end(&actions),
                           hintsFor(*notification, applicationIdentifier_), kDefaultExpiry),
-            kReplyTimeoutMilliseconds, [this, notification](GVariant* reply, const GError* error) {
-              didNotify(notification, reply, error);
+            replyTimeoutMilliseconds_,
+            [this, notification, offersAction](GVariant* reply, const GError* error) {
+              didNotify(offersAction ? notification : nullptr, reply, error);
             });
 }
 
-void FreedesktopNotifications::didNotify(
-    const std::shared_ptr<const UserNotification>& notification, GVariant* reply,
-    const GError* error) {
+void FreedesktopNotifications::didNotify(const std::shared_ptr<const UserNotification>& pressable,
+                                         GVariant* reply, const GError* error) {
   if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(u)"))) {
     log(std::string("Could not show a notification: ") +
         (error == nullptr ? "unexpected answer" : error->message));
-  } else if (notification->hasActionButton && capabilities_ && capabilities_->actions) {
+  } else if (pressable != nullptr) {
     std::uint32_t identifier = 0;
     g_variant_get(reply, "(u)", &identifier);
-    open_[identifier] = notification;
+    open_[identifier] = pressable;
     // Identifiers ascend, so the lowest is the oldest.
     if (open_.size() > kMaximumNotifications) open_.erase(open_.begin());
     openNotifications_ = static_cast<int>(open_.size());

@@ -18,7 +18,7 @@ namespace tervano {
 // org.freedesktop.Notifications of the Desktop Notifications Specification 1.2, on the session bus.
 //
 // Texts that are not UTF-8 are shown with replacement characters; the body is escaped where the
-// daemon reads markup. A daemon that does not answer is given up after kReplyTimeoutMilliseconds.
+// daemon reads markup. A daemon that does not answer is given up after a while.
 // What cannot be shown is one line in the log.
 class FreedesktopNotifications : public UserNotifications {
  public:
@@ -27,7 +27,8 @@ class FreedesktopNotifications : public UserNotifications {
   static constexpr std::size_t kMaximumNotifications = 256;
 
   // `applicationIdentifier` is the name of the desktop entry, for the daemon's settings.
-  explicit FreedesktopNotifications(std::string applicationIdentifier);
+  explicit FreedesktopNotifications(std::string applicationIdentifier,
+                                    int replyTimeoutMilliseconds = kReplyTimeoutMilliseconds);
   ~FreedesktopNotifications() override;
 
   void deliverNotification(const UserNotification& notification) override;
@@ -48,7 +49,8 @@ class FreedesktopNotifications : public UserNotifications {
   // All of the bus thread.
   void askForCapabilities();
   void notify(const std::shared_ptr<const UserNotification>& notification);
-  void didNotify(const std::shared_ptr<const UserNotification>& notification, GVariant* reply,
+  // `pressable` is null for a notification without an action on the screen.
+  void didNotify(const std::shared_ptr<const UserNotification>& pressable, GVariant* reply,
                  const GError* error);
   void deliverWaiting();
   void subscribe(GDBusConnection* connection);
@@ -60,6 +62,7 @@ class FreedesktopNotifications : public UserNotifications {
                                gpointer self);
 
   std::string applicationIdentifier_;
+  int replyTimeoutMilliseconds_;
   std::atomic<int> pendingDeliveries_{0};
   std::atomic<int> openNotifications_{0};
   // Shared with activations that are on their way to the main queue.

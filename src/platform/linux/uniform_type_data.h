@@ -346,7 +346,7 @@ inline constexpr UniformTypeRow kUniformTypes[] = {
     {"com.microsoft.vbscript", "public.script", "vbs vbe"},
     {"com.apple.applescript.text", "public.script", "applescript"},
     {"com.apple.applescript.script", "public.data public.script", "scpt"},
-    {"com.apple.applescript.script-bundle", "com.apple.bundle com.apple.package public.script",
+    {"com.apple.applescript.script-bundle", "com.apple.bundle com.apple.package",
      "scptd"},
     {"com.microsoft.csharp-source", "public.source-code", "cs", "text/x-csharp"},
     {"com.microsoft.fsharp-source", "public.source-code", "fs fsx fsi"},

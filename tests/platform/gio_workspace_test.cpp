@@ -1,0 +1,314 @@
+#include "platform/linux/gio_workspace.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/support/fake_bus_service.h"
+#include "tests/support/private_bus.h"
+#include "tests/support/program.h"
+#include "tests/support/recording_services.h"
+#include "tests/support/scoped_platform.h"
+#include "tests/support/wait.h"
+
+namespace tervano::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Optional;
+using testing::SizeIs;
+
+constexpr char kApplicationXML[] = R"(<node><interface name="org.freedesktop.Application">
+  <method name="Open"><arg type="as" direction="in"/><arg type="a{sv}" direction="in"/></method>
+  </interface></node>)";
+constexpr char kFileManagerXML[] = R"(<node><interface name="org.freedesktop.FileManager1">
+  <method name="ShowItems"><arg type="as" direction="in"/><arg type="s" direction="in"/></method>
+  </interface></node>)";
+// Every kind of byte that a rewriting of the URL would change.
+constexpr char kOddUrl[] = "tervano://x/a%20b/../c?t=0&b=%C3%A9#f;'\"$(x)";
+
+class GioWorkspaceTest : public testing::Test {
+ protected:
+  GioWorkspaceTest() { std::filesystem::create_directories(applications()); }
+
+  std::string applications() { return platform_.home().dataHome() + "/applications"; }
+  std::string output() { return platform_.home().path() + "/output"; }
+
+  // A program that writes its arguments, one a line, in one step.
+  std::string recorder() {
+    const std::string path = platform_.home().path() + "/recorder";
+    std::ofstream(path) << "#!/bin/sh\nprintf '%s\\n' \"$PWD\" \"$@\" > '" << output()
+                        << ".new'\nmv '" << output() << ".new' '" << output() << "'\n";
+    chmod(path.c_str(), 0755);
+    return path;
+  }
+
+  // Makes a desktop entry the default handler of "tervano:".
+  void install(const std::string& identifier, const std::string& lines) {
+    std::ofstream(applications() + "/" + identifier + ".desktop")
+        << "[Desktop Entry]\nType=Application\nName=Odd Handler\n"
+           "MimeType=x-scheme-handler/tervano;\n"
+        << lines;
+    std::filesystem::create_directories(platform_.home().configHome());
+    std::ofstream(platform_.home().configHome() + "/mimeapps.list")
+        << "[Default Applications]\nx-scheme-handler/tervano=" << identifier << ".desktop\n";
+  }
+
+  [[nodiscard]] static ChildProcess startPeer(const std::vector<std::string>& arguments = {}) {
+    return startProgram(WORKSPACE_PEER, arguments);
+  }
+
+  // What the handler got, its folder first.
+  std::vector<std::string> recorded() {
+    std::vector<std::string> lines;
+    if (!waitUntil([this] { return std::filesystem::exists(output()); })) return lines;
+    std::ifstream file(output());
+    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    return lines;
+  }
+
+  ScopedPlatform platform_;
+};
+
+TEST_F(GioWorkspaceTest, TheHandlerGetsTheURLByteForByte) {
+  const NoBus noBus;
+  install("handler", "Exec=" + recorder() + " first %u last\nPath=/\n");
+  auto peer = startPeer();
+  peer.say("open " + asWord(kOddUrl));
+  EXPECT_THAT(peer.hear(), Optional(std::string("opened 1")));
+  EXPECT_THAT(peer.hear(), Optional(std::string("done")));
+  EXPECT_THAT(recorded(), ElementsAre("/", "first", kOddUrl, "last"));
+}
+
+TEST_F(GioWorkspaceTest, ASchemeIsFoundWithoutRegardToCase) {
+  const NoBus noBus;
+  install("handler", "Exec=" + recorder() + " %u\n");
+  auto peer = startPeer();
+  peer.say("open " + asWord("TERVANO://X"));
+  EXPECT_THAT(peer.hear(), Optional(std::string("opened 1")));
+  EXPECT_THAT(recorded(), testing::Contains("TERVANO://X"));
+}
+
+TEST_F(GioWorkspaceTest, AURLWithoutAHandlerIsNotOpened) {
+  const NoBus noBus;
+  auto peer = startPeer();
+  for (const char* url : {"tervano-nobody://x", "no scheme", "", ":", "1a:b", "mail to:x"}) {
+    peer.say("open " + asWord(url));
+    EXPECT_THAT(peer.hear(), Optional(std::string("opened 0"))) << url;
+    EXPECT_THAT(peer.hear(), Optional(std::string("done"))) << url;
+  }
+}
+
+TEST_F(GioWorkspaceTest, AHandlerThatCannotBeStartedIsOneLogLine) {
+  const NoBus noBus;
+  const std::string program = platform_.home().path() + "/not-a-program";
+  std::ofstream(program) << "neither binary nor script";
+  chmod(program.c_str(), 0755);
+  install("handler", "Exec=" + recorder() + " %u\nPath=/nonexistent-folder\n");
+  auto peer = startPeer();
+  peer.say("open " + asWord("tervano://x"));
+  EXPECT_THAT(peer.hear(), Optional(std::string("opened 1")));
+  EXPECT_THAT(peer.hear(), Optional(HasSubstr("log Could not open tervano://x: ")));
+  EXPECT_THAT(peer.hear(), Optional(std::string("done")));
+}
+
+TEST_F(GioWorkspaceTest, AHandlerThatRunsOnIsNotWaitedFor) {
+  const NoBus noBus;
+  // Its program runs until the test says something to it.
+  const std::string pipe = platform_.home().path() + "/pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  install("handler",
+          "Exec=/bin/sh -c \"read word <'" + pipe + "'; exec " + recorder() + "\" sh %u\n");
+  auto peer = startPeer();
+  peer.say("open " + asWord("tervano://x"));
+  EXPECT_THAT(peer.hear(), Optional(std::string("opened 1")));
+  EXPECT_THAT(peer.hear(), Optional(std::string("done")));
+  EXPECT_FALSE(std::filesystem::exists(output()));
+  std::ofstream(pipe) << "go\n";
+  EXPECT_THAT(recorded(), SizeIs(1));
+}
+
+TEST_F(GioWorkspaceTest, AnActivatableHandlerGetsTheURLByteForByteThroughTheBus) {
+  const PrivateBus bus;
+  install("org.example.Odd-Handler", "Exec=/bin/false %u\nDBusActivatable=true\n");
+  FakeBusService handler(bus.address(), "org.example.Odd-Handler", "/org/example/Odd_Handler",
+                         "org.freedesktop.Application", kApplicationXML,
+                         [](const auto&) { return g_variant_new("()"); });
+  auto peer = startPeer();
+  peer.say("open " + asWord("tervano://run?t=1&u=a%20b"));
+  ASSERT_TRUE(waitUntil([&] { return !handler.calls().empty(); }));
+  EXPECT_EQ(handler.calls()[0].method, "Open");
+  EXPECT_EQ(handler.calls()[0].arguments, "(['tervano://run?t=1&u=a%20b'], @a{sv} {})");
+  EXPECT_THAT(peer.hear(), Optional(std::string("opened 1")));
+  EXPECT_THAT(peer.hear(), Optional(std::string("done")));
+}
+
+TEST_F(GioWorkspaceTest, AnActivatableHandlerThatDoesNotAnswerTheBusIsOneLogLine) {
+  const PrivateBus bus;
+  install("org.example.Absent", "Exec=/bin/false %u\nDBusActivatable=true\n");
+  auto peer = startPeer();
+  peer.say("open " + asWord("tervano://x"));
+  EXPECT_THAT(peer.hear(), Optional(std::string("opened 1")));
+  EXPECT_THAT(peer.hear(), Optional(HasSubstr("log Could not open tervano://x: ")));
+  EXPECT_THAT(peer.hear(), Optional(std::string("done")));
+}
+
+TEST_F(GioWorkspaceTest, WithoutABusAnActivatableHandlerIsStartedByItsCommandLine) {
+  const NoBus noBus;
+  install("org.example.Handler", "Exec=" + recorder() + " %u\nDBusActivatable=true\n");
+  auto peer = startPeer();
+  peer.say("open " + asWord("tervano://x"));
+  EXPECT_THAT(peer.hear(), Optional(std::string("opened 1")));
+  EXPECT_THAT(recorded(), testing::Contains("tervano://x"));
+}
+
+TEST_F(GioWorkspaceTest, FilesAreShownSelectedInTheFileManager) {
+  const PrivateBus bus;
+  FakeBusService fileManager(bus.address(), "org.freedesktop.FileManager1",
+                             "/org/freedesktop/FileManager1", "org.freedesktop.FileManager1",
+                             kFileManagerXML, [](const auto&) { return g_variant_new("()"); });
+  GioWorkspace workspace;
+  workspace.activateFileViewerSelectingURLs(
+      {Url::fileURLWithPath("/tmp/a b"), Url::fileURLWithPath("/tmp/\xff")});
+  ASSERT_TRUE(waitUntil([&] { return workspace.pendingRequests() == 0; }));
+  ASSERT_THAT(fileManager.calls(), SizeIs(1));
+  EXPECT_EQ(fileManager.calls()[0].arguments, "(['file:///tmp/a%20b', 'file:///tmp/%FF'], '')");
+}
+
+TEST_F(GioWorkspaceTest, AnEmptyListAsksForNothing) {
+  const PrivateBus bus;
+  FakeBusService fileManager(bus.address(), "org.freedesktop.FileManager1",
+                             "/org/freedesktop/FileManager1", "org.freedesktop.FileManager1",
+                             kFileManagerXML, [](const auto&) { return g_variant_new("()"); });
+  GioWorkspace workspace;
+  workspace.activateFileViewerSelectingURLs({});
+  EXPECT_EQ(workspace.pendingRequests(), 0);
+  workspace.activateFileViewerSelectingURLs({Url("file:///last")});
+  ASSERT_TRUE(waitUntil([&] { return workspace.pendingRequests() == 0; }));
+  EXPECT_THAT(fileManager.calls(), SizeIs(1));
+}
+
+TEST_F(GioWorkspaceTest, WithoutABusShowingFilesIsOneLogLine) {
+  const NoBus noBus;
+  RecordingLog log(*platform_.services().log);
+  platform_.services().log = &log;
+  GioWorkspace workspace;
+  workspace.activateFileViewerSelectingURLs({Url("file:///a")});
+  ASSERT_TRUE(waitUntil([&] { return workspace.pendingRequests() == 0; }));
+  EXPECT_THAT(log.lines(), ElementsAre("Could not show the files: there is no session bus"));
+}
+
+TEST_F(GioWorkspaceTest, WithoutAFileManagerShowingFilesIsOneLogLine) {
+  const PrivateBus bus;
+  RecordingLog log(*platform_.services().log);
+  platform_.services().log = &log;
+  GioWorkspace workspace;
+  workspace.activateFileViewerSelectingURLs({Url("file:///a")});
+  ASSERT_TRUE(waitUntil([&] { return workspace.pendingRequests() == 0; }));
+  EXPECT_THAT(log.lines(), SizeIs(1));
+}
+
+TEST_F(GioWorkspaceTest, RealMountsAreAnnouncedAsTheyComeMoveAndGo) {
+  const std::string first = platform_.home().path() + "/first disk";
+  const std::string second = platform_.home().path() + "/second";
+  std::filesystem::create_directories(first);
+  std::filesystem::create_directories(second);
+  auto peer = startPeer({"mounts"});
+  ASSERT_THAT(peer.hear(), Optional(std::string("observing")));
+  const auto nextLines = [&peer] {
+    std::vector<std::string> lines;
+    for (int i = 0; i < 2; ++i) lines.push_back(peer.hear().value_or("nothing"));
+    return lines;
+  };
+  peer.say("mount " + asWord(first) + " " + asWord("memory"));
+  EXPECT_THAT(nextLines(), ElementsAre("mounted", "NSWorkspaceDidMountNotification " + first));
+  peer.say("move " + asWord(first) + " " + asWord(second));
+  EXPECT_THAT(nextLines(),
+              ElementsAre("moved", "NSWorkspaceDidRenameVolumeNotification " + second));
+  peer.say("unmount " + asWord(second));
+  EXPECT_THAT(nextLines(), ElementsAre("unmounted", "NSWorkspaceDidUnmountNotification " + second));
+}
+
+TEST(VolumeChangesTest, NothingChangedIsNothingToSay) {
+  const std::vector<MountTableEntry> mounts{{1, "8:1", "/", "/media/a", "ext4"}};
+  EXPECT_THAT(volumeChanges(mounts, mounts), IsEmpty());
+}
+
+TEST(VolumeChangesTest, ANewMountIsAMountAndAGoneOneAnUnmount) {
+  const std::vector<MountTableEntry> before{{1, "8:1", "/", "/media/a", "ext4"}};
+  const std::vector<MountTableEntry> after{{2, "8:2", "/", "/media/b", "ext4"}};
+  EXPECT_THAT(volumeChanges(before, after),
+              ElementsAre(VolumeChange{kWorkspaceDidUnmountNotification, "/media/a"},
+                          VolumeChange{kWorkspaceDidMountNotification, "/media/b"}));
+}
+
+TEST(VolumeChangesTest, TheSameFileSystemAtAnotherPlaceIsARename) {
+  const std::vector<MountTableEntry> before{{1, "8:1", "/", "/media/OLD", "vfat"}};
+  const std::vector<MountTableEntry> after{{2, "8:1", "/", "/media/NEW", "vfat"}};
+  EXPECT_THAT(volumeChanges(before, after),
+              ElementsAre(VolumeChange{kWorkspaceDidRenameVolumeNotification, "/media/NEW"}));
+}
+
+TEST(VolumeChangesTest, AnotherFolderOfTheSameFileSystemIsNoRename) {
+  const std::vector<MountTableEntry> before{{1, "8:1", "/x", "/media/a", "ext4"}};
+  const std::vector<MountTableEntry> after{{2, "8:1", "/y", "/media/b", "ext4"}};
+  EXPECT_THAT(volumeChanges(before, after), SizeIs(2));
+}
+
+TEST(VolumeChangesTest, AFileSystemMountedASecondTimeIsAMount) {
+  const std::vector<MountTableEntry> before{{1, "8:1", "/", "/media/a", "ext4"}};
+  auto after = before;
+  after.push_back({2, "8:1", "/", "/media/b", "ext4"});
+  EXPECT_THAT(volumeChanges(before, after),
+              ElementsAre(VolumeChange{kWorkspaceDidMountNotification, "/media/b"}));
+}
+
+class ExpandedExecTest : public testing::Test {
+ protected:
+  static std::vector<std::string> expanded(const std::string& exec,
+                                           const std::string& url = "tervano://a b'c") {
+    return expandedExec(exec, {"odd-icon", "Odd Name", "/x.desktop"}, Url(url));
+  }
+};
+
+TEST_F(ExpandedExecTest, TheURLStandsWhereTheLineAsksForIt) {
+  EXPECT_THAT(expanded("run --url=%u %U"),
+              ElementsAre("run", "--url=tervano://a b'c", "tervano://a b'c"));
+}
+
+TEST_F(ExpandedExecTest, ALineThatAsksForAFileGetsThePathOfAFileURL) {
+  EXPECT_THAT(expanded("run %f", "file:///tmp/a%20b"), ElementsAre("run", "/tmp/a b"));
+  EXPECT_THAT(expanded("run %F"), ElementsAre("run", "tervano://a b'c"));
+}
+
+TEST_F(ExpandedExecTest, ALineThatAsksForNeitherGetsItAtItsEnd) {
+  EXPECT_THAT(expanded("run -x"), ElementsAre("run", "-x", "tervano://a b'c"));
+}
+
+TEST_F(ExpandedExecTest, QuotesAreUndone) {
+  EXPECT_THAT(expanded("\"/opt/odd dir/run\" \"a\\\"b\" %u"),
+              ElementsAre("/opt/odd dir/run", "a\"b", "tervano://a b'c"));
+}
+
+TEST_F(ExpandedExecTest, NamesOfTheEntryAreFilledIn) {
+  EXPECT_THAT(expanded("run %i %c %k %% %u"), ElementsAre("run", "--icon", "odd-icon", "Odd Name",
+                                                          "/x.desktop", "%", "tervano://a b'c"));
+}
+
+TEST_F(ExpandedExecTest, DeprecatedCodesVanish) {
+  EXPECT_THAT(expanded("run %d %D %n %N %v %m %u"), ElementsAre("run", "tervano://a b'c"));
+}
+
+TEST_F(ExpandedExecTest, ABrokenLineHasNoArguments) {
+  EXPECT_THAT(expanded(""), IsEmpty());
+  EXPECT_THAT(expanded("run \"open"), IsEmpty());
+  EXPECT_THAT(expanded("run %"), IsEmpty());
+}
+
+}  // namespace
+}  // namespace tervano::test
