@@ -31,10 +31,12 @@ int watch(const std::vector<std::string>& words) {
 int post(const std::vector<std::string>& words) {
   const Arguments arguments(words, {});
   arguments.requirePositional(1, 1, "The identifier");
+  const auto& identifier = arguments.positional().front();
+  if (identifier.empty()) throw UsageError("An empty identifier names no message.");
   const auto wormhole = VXWormhole::initWithApplicationGroupIdentifier(kApplicationGroupIdentifier,
                                                                        kWormholeDirectory);
   if (wormhole == nullptr) throw CommandError("There is no messenger on this system.");
-  wormhole->passMessageObject(nullptr, arguments.positional().front());
+  wormhole->passMessageObject(nullptr, identifier);
   return kExitSuccess;
 }
 
