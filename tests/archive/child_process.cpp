@@ -24,7 +24,9 @@ ChildResult waitFor(pid_t pid) {
   }
   ChildResult result;
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-  result.peakKiB = usage.ru_maxrss;
+  for (const timeval& time : {usage.ru_utime, usage.ru_stime}) {
+    result.cpuSeconds += static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+  }
   return result;
 }
 

@@ -11,8 +11,8 @@ struct ChildResult {
   // The exit status, or minus the signal's number.
   int status = 0;
   std::string output;
-  // The largest resident size in KiB.
-  long peakKiB = 0;
+  // Of the processor, in user and system mode.
+  double cpuSeconds = 0;
 };
 
 // Runs a program with its arguments (the first one is its path) and collects standard output.

@@ -1,9 +1,12 @@
-// Small files that ask for much: each one is read in a child process, whose memory and processor
-// time are measured.
+// Small files that ask for much: each one is read in a process of its own, whose memory is measured
+// and whose processor time is limited.
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 
@@ -45,25 +48,45 @@ int outcomeOf(const std::function<void()>& body) {
   }
 }
 
-// Expects `read` to end with `outcome`, within 20 times the size of `bytes` and 64 MiB.
-void expectBounded(const Data& bytes, const std::function<void(const Data&)>& read, int outcome) {
-  const long before = runInChild([] { return 0; }, kCpuSeconds).peakKiB;
-  const auto result = runInChild([&] { return outcomeOf([&] { read(bytes); }); }, kCpuSeconds);
-  EXPECT_EQ(result.status, outcome);
-  const long allowed = 64 * 1024 + static_cast<long>(20 * bytes.size() / 1024);
-  // Sanitizers keep freed memory and add their own to every block.
-  EXPECT_LT(result.peakKiB - before, TERVANO_SANITIZED ? 8 * allowed : allowed);
-}
+class HostileInputTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "tervano-hostile-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    folder_ = pattern;
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
 
-void readList(const Data& bytes) {
-  propertyListWithData(bytes);
-}
-void readArchive(const Data& bytes) {
-  unarchived(bytes);
-}
-void inspectArchive(const Data& bytes) {
-  plainValueOfKeyedArchive(bytes);
-}
+  testing::ChildResult read(const Data& bytes, const char* way) const {
+    const std::string path = (folder_ / "file").string();
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    EXPECT_TRUE(file.good());
+    return testing::runProgram(
+        {TERVANO_ARCHIVE_READ_PROBE, way, path, std::to_string(kCpuSeconds)});
+  }
+
+  // Expects reading `bytes` to end with `outcome`, within 20 times their size and 64 MiB.
+  void expectBounded(const Data& bytes, const char* way, int outcome) const {
+    const long idle = std::stol(read(Data{0}, way).output);
+    const testing::ChildResult result = read(bytes, way);
+    ASSERT_EQ(result.status, outcome);
+    const long peak = std::stol(result.output) - idle;
+    const long allowed = 64 * 1024 + static_cast<long>(20 * bytes.size() / 1024);
+    // Sanitizers keep freed memory and add their own to every block.
+    EXPECT_LT(peak, TERVANO_SANITIZED ? 8 * allowed : allowed);
+  }
+
+  std::filesystem::path folder_;
+};
+
+// The ways of reading that the probe knows.
+constexpr char kAsList[] = "list";
+constexpr char kAsArchive[] = "archive";
+constexpr char kInspected[] = "inspect";
 
 std::string reference(std::uint64_t index) {
   return RawPropertyList::bigEndian(index, 4);
@@ -81,23 +104,23 @@ std::string arrayOf(std::uint64_t count) {
   return hex("AF 12") + RawPropertyList::bigEndian(count, 4);
 }
 
-TEST(HostileInputTest, ArraysNested100000DeepAreRefused) {
+TEST_F(HostileInputTest, ArraysNested100000DeepAreRefused) {
   RawPropertyList list = wideList();
   for (std::uint64_t i = 0; i < 100000; ++i) list.objects.push_back(hex("A1") + reference(i + 1));
   list.objects.push_back(hex("09"));
-  expectBounded(list.bytes(), readList, kRefused);
+  expectBounded(list.bytes(), kAsList, kRefused);
 }
 
-TEST(HostileInputTest, DictionariesNested100000DeepAreRefused) {
+TEST_F(HostileInputTest, DictionariesNested100000DeepAreRefused) {
   RawPropertyList list = wideList();
   for (std::uint64_t i = 0; i < 100000; ++i) {
     list.objects.push_back(hex("D1") + reference(100000) + reference(i + 1));
   }
   list.objects.push_back(hex("51 61"));
-  expectBounded(list.bytes(), readList, kRefused);
+  expectBounded(list.bytes(), kAsList, kRefused);
 }
 
-TEST(HostileInputTest, ArraysThatShareOneAnotherExponentiallyAreRefused) {
+TEST_F(HostileInputTest, ArraysThatShareOneAnotherExponentiallyAreRefused) {
   RawPropertyList list;
   list.offsetWidth = 4;
   for (unsigned i = 1; i < 100; ++i) {
@@ -105,87 +128,87 @@ TEST(HostileInputTest, ArraysThatShareOneAnotherExponentiallyAreRefused) {
     list.objects.push_back(hex("A2") + next + next);
   }
   list.objects.push_back(hex("09"));
-  expectBounded(list.bytes(), readList, kRefused);
+  expectBounded(list.bytes(), kAsList, kRefused);
 }
 
-TEST(HostileInputTest, EmptyArraysSharedWidelyAreRefused) {
+TEST_F(HostileInputTest, EmptyArraysSharedWidelyAreRefused) {
   RawPropertyList list;
   list.offsetWidth = 4;
   const auto many = [](char next) { return arrayOf(5000) + std::string(5000, next); };
   list.objects = {many(1), many(2), many(3), hex("A0")};
-  expectBounded(list.bytes(), readList, kRefused);
+  expectBounded(list.bytes(), kAsList, kRefused);
 }
 
-TEST(HostileInputTest, ALongStringSharedManyTimesIsRefused) {
+TEST_F(HostileInputTest, ALongStringSharedManyTimesIsRefused) {
   RawPropertyList list;
   list.offsetWidth = 4;
   list.objects = {arrayOf(100000) + std::string(100000, 1),
                   hex("5F 12 00010000") + std::string(65536, 'a')};
-  expectBounded(list.bytes(), readList, kRefused);
+  expectBounded(list.bytes(), kAsList, kRefused);
 }
 
-TEST(HostileInputTest, LongDataSharedManyTimesIsOneBlock) {
+TEST_F(HostileInputTest, LongDataSharedManyTimesIsOneBlock) {
   RawPropertyList list;
   list.offsetWidth = 4;
   list.objects = {arrayOf(100000) + std::string(100000, 1),
                   hex("4F 12 00100000") + std::string(1 << 20, 'a')};
-  expectBounded(list.bytes(), readList, kRead);
+  expectBounded(list.bytes(), kAsList, kRead);
 }
 
-TEST(HostileInputTest, TenMillionReferencesToOneBooleanAreRefused) {
+TEST_F(HostileInputTest, TenMillionReferencesToOneBooleanAreRefused) {
   RawPropertyList list;
   list.offsetWidth = 4;
   list.objects = {arrayOf(10000000) + std::string(10000000, 1), hex("09")};
-  expectBounded(list.bytes(), readList, kRefused);
+  expectBounded(list.bytes(), kAsList, kRefused);
 }
 
-TEST(HostileInputTest, CountsOfBillionsAreRefused) {
+TEST_F(HostileInputTest, CountsOfBillionsAreRefused) {
   for (const char* marker : {"4F", "5F", "6F", "AF", "CF", "DF"}) {
     for (const char* count :
          {"12 FFFFFFFF", "12 7FFFFFFF", "13 00000000FFFFFFFF", "13 7FFFFFFFFFFFFFFF",
           "13 FFFFFFFFFFFFFFFF", "13 4000000000000000"}) {
       RawPropertyList list;
       list.objects = {hex(marker) + hex(count)};
-      expectBounded(list.bytes(), readList, kRefused);
+      expectBounded(list.bytes(), kAsList, kRefused);
     }
   }
 }
 
-TEST(HostileInputTest, AnObjectCountOfBillionsIsRefused) {
+TEST_F(HostileInputTest, AnObjectCountOfBillionsIsRefused) {
   for (const std::uint64_t count :
        {std::uint64_t{1} << 31, std::uint64_t{1} << 33, std::uint64_t{1} << 61, UINT64_MAX}) {
     RawPropertyList list;
     list.objects = {hex("09")};
     list.objectCount = count;
-    expectBounded(list.bytes(), readList, kRefused);
+    expectBounded(list.bytes(), kAsList, kRefused);
   }
 }
 
-TEST(HostileInputTest, AMillionOffsetsToOneObjectAreRefused) {
+TEST_F(HostileInputTest, AMillionOffsetsToOneObjectAreRefused) {
   RawPropertyList list = wideList();
   list.objects.assign(1000000, hex("09"));
   for (std::size_t i = 0; i < list.objects.size(); ++i) list.offsets[i] = 8;
-  expectBounded(list.bytes(), readList, kRefused);
+  expectBounded(list.bytes(), kAsList, kRefused);
 }
 
-TEST(HostileInputTest, AMillionObjectsInReverseOrderAreRead) {
+TEST_F(HostileInputTest, AMillionObjectsInReverseOrderAreRead) {
   RawPropertyList list = wideList();
   list.objects.assign(1000000, hex("09"));
   for (std::size_t i = 0; i < list.objects.size(); ++i) {
     list.offsets[i] = 8 + list.objects.size() - 1 - i;
   }
-  expectBounded(list.bytes(), readList, kRead);
+  expectBounded(list.bytes(), kAsList, kRead);
 }
 
-TEST(HostileInputTest, CyclesAreRefused) {
+TEST_F(HostileInputTest, CyclesAreRefused) {
   RawPropertyList list;
   list.objects = {hex("A2 01 01"), hex("A2 00 00")};
-  expectBounded(list.bytes(), readList, kRefused);
+  expectBounded(list.bytes(), kAsList, kRefused);
   list.objects = {hex("D1 01 00"), hex("51 61")};
-  expectBounded(list.bytes(), readList, kRefused);
+  expectBounded(list.bytes(), kAsList, kRefused);
 }
 
-TEST(HostileInputTest, ADictionaryOf300000DistinctKeysIsBounded) {
+TEST_F(HostileInputTest, ADictionaryOf300000DistinctKeysIsBounded) {
   constexpr std::uint64_t kKeys = 300000;
   RawPropertyList list = wideList();
   std::string dictionary = hex("DF 12") + RawPropertyList::bigEndian(kKeys, 4);
@@ -199,61 +222,61 @@ TEST(HostileInputTest, ADictionaryOf300000DistinctKeysIsBounded) {
     key += static_cast<char>(i >> 14);
     list.objects.push_back(key);
   }
-  expectBounded(list.bytes(), readList, kRead);
+  expectBounded(list.bytes(), kAsList, kRead);
 }
 
-TEST(HostileInputTest, XMLNested100000DeepIsRefused) {
+TEST_F(HostileInputTest, XMLNested100000DeepIsRefused) {
   std::string text = "<plist>";
   for (int i = 0; i < 100000; ++i) text += "<array>";
-  expectBounded(dataOf(text), readList, kRefused);
+  expectBounded(dataOf(text), kAsList, kRefused);
   text = "<plist>";
   for (int i = 0; i < 100000; ++i) text += "<dict><key>a</key>";
-  expectBounded(dataOf(text), readList, kRefused);
+  expectBounded(dataOf(text), kAsList, kRefused);
 }
 
-TEST(HostileInputTest, EntitiesThatExpandExponentiallyAreRefused) {
+TEST_F(HostileInputTest, EntitiesThatExpandExponentiallyAreRefused) {
   std::string text = "<!DOCTYPE plist [<!ENTITY a0 \"ha\">";
   for (int i = 1; i < 60; ++i) {
     const std::string before = "&a" + std::to_string(i - 1) + ";";
     text += "<!ENTITY a" + std::to_string(i) + " \"" + before + before + "\">";
   }
   text += "]><plist><string>&a59;</string></plist>";
-  expectBounded(dataOf(text), readList, kRefused);
+  expectBounded(dataOf(text), kAsList, kRefused);
 }
 
-TEST(HostileInputTest, DefaultAttributesByTheThousandAreRefused) {
+TEST_F(HostileInputTest, DefaultAttributesByTheThousandAreRefused) {
   std::string text = "<!DOCTYPE plist [<!ATTLIST array";
   for (int i = 0; i < 50000; ++i) text += " a" + std::to_string(i) + " CDATA 'x'";
   text += ">]><plist><array>";
   for (int i = 0; i < 50000; ++i) text += "<array/>";
   text += "</array></plist>";
-  expectBounded(dataOf(text), readList, kRefused);
+  expectBounded(dataOf(text), kAsList, kRefused);
 }
 
-TEST(HostileInputTest, AMillionEmptyXMLElementsAreBounded) {
+TEST_F(HostileInputTest, AMillionEmptyXMLElementsAreBounded) {
   std::string text = "<plist><array>";
   for (int i = 0; i < 1000000; ++i) text += "<true/>";
   text += "</array></plist>";
-  expectBounded(dataOf(text), readList, kRead);
+  expectBounded(dataOf(text), kAsList, kRead);
 }
 
-TEST(HostileInputTest, HugeXMLTokensAreBounded) {
+TEST_F(HostileInputTest, HugeXMLTokensAreBounded) {
   const std::string much(8 << 20, 'a');
-  expectBounded(dataOf("<plist><string>" + much + "</string></plist>"), readList, kRead);
-  expectBounded(dataOf("<plist><data>" + much + "</data></plist>"), readList, kRead);
-  expectBounded(dataOf("<plist><!--" + much + "--><true/></plist>"), readList, kRead);
-  expectBounded(dataOf("<plist a=\"" + much + "\"><true/></plist>"), readList, kRead);
-  expectBounded(dataOf("<" + much), readList, kRefused);
-  expectBounded(dataOf("<plist><integer>" + much + "</integer></plist>"), readList, kRefused);
-  expectBounded(dataOf("<plist><real>" + std::string(8 << 20, '1') + "</real></plist>"), readList,
+  expectBounded(dataOf("<plist><string>" + much + "</string></plist>"), kAsList, kRead);
+  expectBounded(dataOf("<plist><data>" + much + "</data></plist>"), kAsList, kRead);
+  expectBounded(dataOf("<plist><!--" + much + "--><true/></plist>"), kAsList, kRead);
+  expectBounded(dataOf("<plist a=\"" + much + "\"><true/></plist>"), kAsList, kRead);
+  expectBounded(dataOf("<" + much), kAsList, kRefused);
+  expectBounded(dataOf("<plist><integer>" + much + "</integer></plist>"), kAsList, kRefused);
+  expectBounded(dataOf("<plist><real>" + std::string(8 << 20, '1') + "</real></plist>"), kAsList,
                 kRefused);
 }
 
-TEST(HostileInputTest, ThreeHundredThousandAttributesAreBounded) {
+TEST_F(HostileInputTest, ThreeHundredThousandAttributesAreBounded) {
   std::string text = "<plist";
   for (int i = 0; i < 300000; ++i) text += " a" + std::to_string(i) + "='x'";
   text += "><true/></plist>";
-  expectBounded(dataOf(text), readList, kRead);
+  expectBounded(dataOf(text), kAsList, kRead);
 }
 
 // An archive whose root is entry 1, an NSArray of class entry 2.
@@ -268,25 +291,25 @@ Data archiveOf(Value::Array objects) {
   return binaryDataWithPropertyList(keyedArchive(std::move(objects)));
 }
 
-TEST(HostileInputTest, ArchivedArraysNested100000DeepAreRefused) {
+TEST_F(HostileInputTest, ArchivedArraysNested100000DeepAreRefused) {
   Value::Array objects{"$null", arrayObject({3}), classNamed({"NSArray", "NSObject"})};
   for (std::uint64_t i = 3; i < 100000; ++i) objects.push_back(arrayObject({i + 1}));
   objects.push_back(arrayObject({}));
   const Data bytes = archiveOf(std::move(objects));
-  expectBounded(bytes, readArchive, kRefused);
-  expectBounded(bytes, inspectArchive, kRead);
+  expectBounded(bytes, kAsArchive, kRefused);
+  expectBounded(bytes, kInspected, kRead);
 }
 
-TEST(HostileInputTest, ArchivedArraysThatShareOneAnotherAreRefused) {
+TEST_F(HostileInputTest, ArchivedArraysThatShareOneAnotherAreRefused) {
   Value::Array objects{"$null", arrayObject({3, 3}), classNamed({"NSArray", "NSObject"})};
   for (std::uint64_t i = 3; i < 90; ++i) objects.push_back(arrayObject({i + 1, i + 1}));
   objects.push_back(arrayObject({}));
   const Data bytes = archiveOf(std::move(objects));
-  expectBounded(bytes, readArchive, kRefused);
-  expectBounded(bytes, inspectArchive, kRead);
+  expectBounded(bytes, kAsArchive, kRefused);
+  expectBounded(bytes, kInspected, kRead);
 }
 
-TEST(HostileInputTest, ALongArchivedStringUsedByManyObjectsIsRefused) {
+TEST_F(HostileInputTest, ALongArchivedStringUsedByManyObjectsIsRefused) {
   Value::Array objects{"$null", nullptr, classNamed({"NSArray", "NSObject"}),
                        classNamed({"Sample", "NSObject"}), std::string(1 << 20, 'a')};
   std::vector<std::uint64_t> members;
@@ -296,12 +319,12 @@ TEST(HostileInputTest, ALongArchivedStringUsedByManyObjectsIsRefused) {
   }
   objects[1] = arrayObject(members);
   const Data bytes = archiveOf(std::move(objects));
-  expectBounded(bytes, readArchive, kRefused);
+  expectBounded(bytes, kAsArchive, kRefused);
   // Only the first ones are shown whole.
-  expectBounded(bytes, inspectArchive, kRead);
+  expectBounded(bytes, kInspected, kRead);
 }
 
-TEST(HostileInputTest, ALongInlineBlockUsedByManyObjectsIsOneBlock) {
+TEST_F(HostileInputTest, ALongInlineBlockUsedByManyObjectsIsOneBlock) {
   Value::Array objects{"$null", nullptr, classNamed({"NSArray", "NSObject"}),
                        classNamed({"Sample", "NSObject"})};
   const Value block(Data(1 << 20, 7));
@@ -311,7 +334,7 @@ TEST(HostileInputTest, ALongInlineBlockUsedByManyObjectsIsOneBlock) {
     objects.push_back(Value::Dictionary{{"$class", Uid{3}}, {"bytes", block}});
   }
   objects[1] = arrayObject(members);
-  expectBounded(archiveOf(std::move(objects)), readArchive, kRead);
+  expectBounded(archiveOf(std::move(objects)), kAsArchive, kRead);
 }
 
 // "$objects" as raw references: entry 1 is an array of all UIDs, and each of the other entries is
@@ -412,7 +435,7 @@ Data archiveWhoseEntriesAreOneObject(std::size_t entries, const std::vector<std:
   return list.bytes();
 }
 
-TEST(HostileInputTest, EntriesThatAreOneSmallDictionaryAreObjectsOfTheirOwn) {
+TEST_F(HostileInputTest, EntriesThatAreOneSmallDictionaryAreObjectsOfTheirOwn) {
   const Data bytes = archiveWhoseEntriesAreOneObject(3, {"enabled"});
   const Value list = unarchived(bytes);
   const auto& array = *list.getIf<Value::Array>();
@@ -421,24 +444,21 @@ TEST(HostileInputTest, EntriesThatAreOneSmallDictionaryAreObjectsOfTheirOwn) {
   EXPECT_FALSE(array[0] == array[1]);
 }
 
-TEST(HostileInputTest, EntriesThatAreOneHugeDictionaryAreRefused) {
+TEST_F(HostileInputTest, EntriesThatAreOneHugeDictionaryAreRefused) {
   std::vector<std::string> keys;
   for (int i = 0; i < 50000; ++i) keys.push_back("k" + std::to_string(i));
   const Data bytes = archiveWhoseEntriesAreOneObject(50000, keys);
-  expectBounded(bytes, readArchive, kRefused);
+  expectBounded(bytes, kAsArchive, kRefused);
   // Only the first ones are shown whole.
-  expectBounded(bytes, inspectArchive, kRead);
+  expectBounded(bytes, kInspected, kRead);
 }
 
-TEST(HostileInputTest, ManyObjectsWithNothingInThemAreBounded) {
+TEST_F(HostileInputTest, ManyObjectsWithNothingInThemAreRefused) {
   const Data bytes = archiveWhoseEntriesAreOneObject(300000, {});
-  const auto result =
-      runInChild([&] { return outcomeOf([&] { unarchived(bytes); }); }, kCpuSeconds);
-  EXPECT_TRUE(result.status == kRead || result.status == kRefused) << result.status;
-  expectBounded(bytes, readArchive, result.status);
+  expectBounded(bytes, kAsArchive, kRefused);
 }
 
-TEST(HostileInputTest, ManyDescriptionsWithOneLongChainAreBounded) {
+TEST_F(HostileInputTest, ManyDescriptionsWithOneLongChainAreBounded) {
   std::vector<std::string> chain{"Sample"};
   for (int i = 0; i < 250; ++i) chain.push_back("C" + std::to_string(i));
   Value::Array objects{"$null", nullptr, classNamed({"NSArray", "NSObject"})};
@@ -449,15 +469,15 @@ TEST(HostileInputTest, ManyDescriptionsWithOneLongChainAreBounded) {
     objects.push_back(classNamed(chain));
   }
   objects[1] = arrayObject(members);
-  expectBounded(archiveOf(std::move(objects)), readArchive, kRead);
+  expectBounded(archiveOf(std::move(objects)), kAsArchive, kRead);
 }
 
-TEST(HostileInputTest, ArchivedCyclesAreRefused) {
+TEST_F(HostileInputTest, ArchivedCyclesAreRefused) {
   expectBounded(archiveOf({"$null", arrayObject({1, 1}), classNamed({"NSArray", "NSObject"})}),
-                readArchive, kRefused);
+                kAsArchive, kRefused);
 }
 
-TEST(HostileInputTest, UrlsThatBuildOnOneAnotherAreBounded) {
+TEST_F(HostileInputTest, UrlsThatBuildOnOneAnotherAreBounded) {
   Value::Array objects{"$null",
                        nullptr,
                        classNamed({"NSArray", "NSObject"}),
@@ -472,13 +492,13 @@ TEST(HostileInputTest, UrlsThatBuildOnOneAnotherAreBounded) {
   }
   objects[1] = arrayObject(members);
   const Data bytes = archiveOf(std::move(objects));
-  expectBounded(bytes, readArchive, kRefused);
+  expectBounded(bytes, kAsArchive, kRefused);
   // Only the first ones are shown whole.
-  expectBounded(bytes, inspectArchive, kRead);
+  expectBounded(bytes, kInspected, kRead);
 }
 
 // Random damage to good files: whatever happens, it is an answer or a PlatformException.
-TEST(HostileInputTest, DamagedFilesAreReadOrRefused) {
+TEST_F(HostileInputTest, DamagedFilesAreReadOrRefused) {
   auto sample = std::make_shared<testing::Sample>();
   sample->title = "t\xC3\xAFtle";
   sample->types = std::vector<std::string>{"public.image"};
@@ -495,9 +515,9 @@ TEST(HostileInputTest, DamagedFilesAreReadOrRefused) {
           for (unsigned i = 0; i <= random() % 4; ++i) {
             bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
           }
-          outcomeOf([&] { readList(bytes); });
-          outcomeOf([&] { readArchive(bytes); });
-          outcomeOf([&] { inspectArchive(bytes); });
+          outcomeOf([&] { propertyListWithData(bytes); });
+          outcomeOf([&] { unarchived(bytes); });
+          outcomeOf([&] { plainValueOfKeyedArchive(bytes); });
         }
         return kRead;
       },
