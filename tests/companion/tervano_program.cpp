@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -99,6 +100,20 @@ void giveToNobody(const std::string& folder) {
   };
   give(folder);
   for (const auto& entry : fs::recursive_directory_iterator(folder)) give(entry.path());
+}
+
+MemoryTemporaryFolder::MemoryTemporaryFolder() {
+  constexpr char kFolder[] = "/dev/shm";
+  if (const char* before = std::getenv("TMPDIR")) previous_ = before;
+  if (access(kFolder, W_OK | X_OK) == 0) setenv("TMPDIR", kFolder, 1);
+}
+
+MemoryTemporaryFolder::~MemoryTemporaryFolder() {
+  if (previous_) {
+    setenv("TMPDIR", previous_->c_str(), 1);
+  } else {
+    unsetenv("TMPDIR");
+  }
 }
 
 ProgramHome::ProgramHome() {

@@ -41,6 +41,19 @@ bool becomeNobody();
 // Gives a folder and all in it to that user.
 void giveToNobody(const std::string& folder);
 
+// Temporary folders in memory for as long as it lives, where the system has such a place: the
+// program flushes every file that it writes, and on a disk that is most of a test's time.
+class MemoryTemporaryFolder {
+ public:
+  MemoryTemporaryFolder();
+  MemoryTemporaryFolder(const MemoryTemporaryFolder&) = delete;
+  MemoryTemporaryFolder& operator=(const MemoryTemporaryFolder&) = delete;
+  ~MemoryTemporaryFolder();
+
+ private:
+  std::optional<std::string> previous_;
+};
+
 // A private home without a session bus and without a display, and the real program in it.
 class ProgramHome {
  public:
@@ -66,6 +79,7 @@ class ProgramHome {
   std::string titles() const;
 
  private:
+  MemoryTemporaryFolder memory_;
   TemporaryHome home_;
 };
 
