@@ -232,6 +232,14 @@ TEST_F(DesktopImageCodecTest, ATinyFileThatClaimsAHugePictureIsNil) {
   EXPECT_EQ(codec_.draw(pngClaiming(8'000, 8'000), 16, 16), std::nullopt);
 }
 
+TEST_F(DesktopImageCodecTest, ABmpThatClaimsMoreThanItsBytesCanHoldIsNil) {
+  Data bmp = bmp2x1();
+  // The height, in the file's byte order.
+  bmp[24] = 1;
+  EXPECT_EQ(codec_.pixelSize(bmp), std::nullopt);
+  EXPECT_EQ(codec_.draw(bmp, 8, 8), std::nullopt);
+}
+
 TEST_F(DesktopImageCodecTest, APictureOfNoPixelsIsNil) {
   EXPECT_EQ(codec_.pixelSize(tiffClaiming(0, 4, 1)), std::nullopt);
   EXPECT_EQ(codec_.pixelSize(pngClaiming(0, 4)), std::nullopt);
@@ -354,6 +362,11 @@ TEST(ScaledBitmapTest, GrowingGoesSmoothlyFromOneColourToTheNext) {
   EXPECT_EQ(wide.pixels[4], 50);
   EXPECT_EQ(wide.pixels[8], 150);
   EXPECT_EQ(wide.pixels[12], 200);
+}
+
+TEST(ScaledBitmapTest, PicturesOfOneRowOrColumnScaleToo) {
+  EXPECT_EQ(scaledBitmap(filled(1'000'000, 1, {9, 8, 7, 255}), 8, 8), filled(8, 8, {9, 8, 7, 255}));
+  EXPECT_EQ(scaledBitmap(filled(1, 1'000'000, {9, 8, 7, 255}), 8, 8), filled(8, 8, {9, 8, 7, 255}));
 }
 
 TEST(ScaledBitmapTest, AnEmptyBitmapScalesToABlankOne) {

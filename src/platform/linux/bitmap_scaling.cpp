@@ -44,54 +44,87 @@ std::uint8_t rounded(float value) {
   return static_cast<std::uint8_t>(std::clamp(value + 0.5F, 0.0F, 255.0F));
 }
 
+constexpr std::size_t kChannels = 4;
+
+// Adds a source row to `sum`, with colours multiplied by alpha.
+void addRow(const std::uint8_t* row, float weight, std::vector<float>& sum) {
+  for (std::size_t i = 0; i < sum.size(); i += kChannels) {
+    const float alpha = weight * static_cast<float>(row[i + 3]);
+    for (std::size_t channel = 0; channel < 3; ++channel) {
+      sum[i + channel] += alpha * static_cast<float>(row[i + channel]);
+    }
+    sum[i + 3] += alpha;
+  }
+}
+
+void stretchAcross(const std::vector<float>& row, const std::vector<Span>& columns,
+                   std::vector<float>& out) {
+  auto* pixel = out.data();
+  for (const auto& column : columns) {
+    float sum[kChannels] = {};
+    const float* source = row.data() + static_cast<std::size_t>(column.first) * kChannels;
+    for (const float weight : column.weights) {
+      for (float& channel : sum) channel += weight * *source++;
+    }
+    pixel = std::copy_n(sum, kChannels, pixel);
+  }
+}
+
+void storeRow(const std::vector<float>& row, std::uint8_t* out) {
+  for (std::size_t i = 0; i < row.size(); i += kChannels) {
+    const float alpha = row[i + 3];
+    if (alpha < 0.5F) continue;
+    for (std::size_t channel = 0; channel < 3; ++channel) {
+      out[i + channel] = rounded(row[i + channel] / alpha);
+    }
+    out[i + 3] = rounded(alpha);
+  }
+}
+
 }  // namespace
 
 Bitmap scaledBitmap(const Bitmap& source, int width, int height) {
   if (source.width == width && source.height == height) return source;
   Bitmap result = Bitmap::blank(width, height);
   if (source.width <= 0 || source.height <= 0 || width <= 0 || height <= 0) return result;
-  constexpr std::size_t kChannels = 4;
   const auto columns = spansFor(source.width, width);
   const auto rows = spansFor(source.height, height);
-  const auto resultRow = static_cast<std::size_t>(width) * kChannels;
   const auto sourceRow = static_cast<std::size_t>(source.width) * kChannels;
-
-  // One source row, stretched across, with colours multiplied by alpha.
-  const auto stretchAcross = [&](int y, std::vector<float>& out) {
-    const std::uint8_t* line = source.pixels.data() + static_cast<std::size_t>(y) * sourceRow;
-    for (std::size_t x = 0; x < columns.size(); ++x) {
-      float sum[kChannels] = {};
-      const std::uint8_t* pixel = line + static_cast<std::size_t>(columns[x].first) * kChannels;
-      for (const float weight : columns[x].weights) {
-        const float alpha = weight * static_cast<float>(pixel[3]);
-        for (std::size_t channel = 0; channel < 3; ++channel) {
-          sum[channel] += alpha * static_cast<float>(pixel[channel]);
-        }
-        sum[3] += alpha;
-        pixel += kChannels;
-      }
-      std::copy_n(sum, kChannels, out.begin() + static_cast<std::ptrdiff_t>(x * kChannels));
-    }
+  const auto resultRow = static_cast<std::size_t>(width) * kChannels;
+  const auto sourceRowAt = [&](int y) {
+    return source.pixels.data() + static_cast<std::size_t>(y) * sourceRow;
   };
-
-  std::vector<float> across(resultRow);
   std::vector<float> sum(resultRow);
+
+  if (height <= source.height) {
+    // Down first, so that every source pixel is visited once, however odd the shape.
+    std::vector<float> whole(sourceRow);
+    for (std::size_t y = 0; y < rows.size(); ++y) {
+      std::fill(whole.begin(), whole.end(), 0.0F);
+      int sourceY = rows[y].first;
+      for (const float weight : rows[y].weights) addRow(sourceRowAt(sourceY++), weight, whole);
+      stretchAcross(whole, columns, sum);
+      storeRow(sum, result.pixels.data() + y * resultRow);
+    }
+    return result;
+  }
+  // Across first: a source row goes into several rows of the result.
+  std::vector<std::vector<float>> across(static_cast<std::size_t>(source.height),
+                                         std::vector<float>(resultRow));
+  std::vector<float> whole(sourceRow);
+  for (int y = 0; y < source.height; ++y) {
+    std::fill(whole.begin(), whole.end(), 0.0F);
+    addRow(sourceRowAt(y), 1, whole);
+    stretchAcross(whole, columns, across[static_cast<std::size_t>(y)]);
+  }
   for (std::size_t y = 0; y < rows.size(); ++y) {
     std::fill(sum.begin(), sum.end(), 0.0F);
-    int sourceY = rows[y].first;
+    auto sourceY = static_cast<std::size_t>(rows[y].first);
     for (const float weight : rows[y].weights) {
-      stretchAcross(sourceY++, across);
-      for (std::size_t i = 0; i < resultRow; ++i) sum[i] += weight * across[i];
+      const auto& row = across[sourceY++];
+      for (std::size_t i = 0; i < resultRow; ++i) sum[i] += weight * row[i];
     }
-    std::uint8_t* out = result.pixels.data() + y * resultRow;
-    for (std::size_t i = 0; i < resultRow; i += kChannels) {
-      const float alpha = sum[i + 3];
-      if (alpha < 0.5F) continue;
-      for (std::size_t channel = 0; channel < 3; ++channel) {
-        out[i + channel] = rounded(sum[i + channel] / alpha);
-      }
-      out[i + 3] = rounded(alpha);
-    }
+    storeRow(sum, result.pixels.data() + y * resultRow);
   }
   return result;
 }

@@ -298,8 +298,22 @@ const char* loaderNameOf(Format format) {
   }
 }
 
+// How many pixels a byte of that format can stand for at most: a file that claims more is cut
+// short, and would cost its claim in memory and time.
+std::int64_t pixelsPerByteOf(Format format) {
+  switch (format) {
+    case Format::bmp:
+      return 256;
+    case Format::gif:
+      return 4096;
+    default:
+      return DesktopImageCodec::kMaximumPixels;
+  }
+}
+
 struct LoadedSize {
   bool headerOnly = false;
+  std::int64_t maximumPixels = DesktopImageCodec::kMaximumPixels;
   // What the result is drawn into; a JPEG is decoded no larger than that needs.
   int wantedWidth = 0;
   int wantedHeight = 0;
@@ -313,7 +327,8 @@ void sizePrepared(GdkPixbufLoader* loader, int width, int height, gpointer data)
   auto* size = static_cast<LoadedSize*>(data);
   size->width = width;
   size->height = height;
-  size->accepted = isAcceptableSize(width, height);
+  size->accepted =
+      isAcceptableSize(width, height) && std::int64_t{width} * height <= size->maximumPixels;
   if (size->headerOnly || !size->accepted) {
     // Loaders allocate nothing for an empty picture and stop.
     gdk_pixbuf_loader_set_size(loader, 0, 0);
@@ -333,6 +348,10 @@ void sizePrepared(GdkPixbufLoader* loader, int width, int height, gpointer data)
 
 GObjectPtr<GdkPixbuf> loadPixbuf(const Data& encoded, Format format, LoadedSize& size) {
   size.shrinksWhileDecoding = format == Format::jpeg;
+  size.maximumPixels = std::min(DesktopImageCodec::kMaximumPixels,
+                                static_cast<std::int64_t>(std::min<std::size_t>(
+                                    encoded.size(), DesktopImageCodec::kMaximumPixels)) *
+                                    pixelsPerByteOf(format));
   const GObjectPtr<GdkPixbufLoader> loader(
       gdk_pixbuf_loader_new_with_type(loaderNameOf(format), nullptr));
   if (loader == nullptr) return nullptr;
