@@ -43,9 +43,12 @@ MethodTable& methodTable() {
 
 MenuItem itemOfAction(const TVAction& action, const SelectedItemsPtr& items) {
   MenuItem item;
-  item.title = action.title().value_or("");
+  if (const auto& title = action.title()) item.title = *title;
   item.image = action.icon();
-  item.action = std::string(FinderSync::kSelectorPrefix) + action.uid().value_or("");
+  const std::string_view uid = action.uid() ? std::string_view(*action.uid()) : std::string_view();
+  std::string& selector = item.action.emplace();
+  selector.reserve(FinderSync::kSelectorPrefix.size() + uid.size());
+  selector.append(FinderSync::kSelectorPrefix).append(uid);
   item.selection = items;
   return item;
 }
@@ -62,6 +65,7 @@ MenuItem itemWithSubmenu(std::string title, ImagePtr image, Menu submenu) {
 Menu menuOfActions(const ActionList& actions, SelectionFilter& filter,
                    const SelectedItemsPtr& items) {
   Menu menu;
+  menu.items.reserve(actions.size());
   for (const auto& action : actions) {
     if (!action->enabled() || !filter.accepts(action->fileTypes())) continue;
     const auto* group = dynamic_cast<const TVActionGroup*>(action.get());

@@ -1,6 +1,9 @@
 #include "extension/selection_filter.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
 #include <deque>
 #include <unordered_set>
 
@@ -12,7 +15,12 @@ namespace tervano {
 namespace {
 
 bool isLocal(const Url& url) {
-  return url.absoluteString().starts_with("file://") || url.isFileURL();
+  constexpr std::string_view kScheme = "file://";
+  const std::string& text = url.absoluteString();
+  // A comparison of known length is a few instructions, and this is asked of every item.
+  return (text.size() >= kScheme.size() &&
+          std::memcmp(text.data(), kScheme.data(), kScheme.size()) == 0) ||
+         url.isFileURL();
 }
 
 // Gathers the distinct extensions of many items without copying names.
@@ -25,18 +33,29 @@ class ExtensionCollector {
       return decoded(url);
     }
     while (text.ends_with('/')) text.remove_suffix(1);
-    const std::string_view name = text.substr(text.rfind('/') + 1);
-    const std::size_t dot = name.rfind('.');
-    const bool hasExtension = dot != std::string_view::npos && dot > 0 && dot + 1 < name.size();
-    const std::string_view extension = hasExtension ? name.substr(dot + 1) : std::string_view();
-    // A dot may be escaped as well, but only behind the last plain one does that matter.
-    const std::string_view undecided = hasExtension ? extension : name;
-    return undecided.find('%') == std::string_view::npos ? extension : decoded(url);
+    // Backwards to whatever ends the extension or the name.
+    std::size_t begin = text.size();
+    while (begin > 0 && text[begin - 1] != '.' && text[begin - 1] != '/') {
+      // A dot may be escaped as well, but only behind the last plain one does that matter.
+      if (text[--begin] == '%') return decoded(url);
+    }
+    const bool hasExtension =
+        begin > 1 && begin < text.size() && text[begin - 1] == '.' && text[begin - 2] != '/';
+    return hasExtension ? text.substr(begin) : std::string_view();
   }
   void add(std::string_view extension) {
-    // Neighbours mostly share their extension.
-    if (extension == last_) return;
-    last_ = extension;
+    // A large selection has few extensions: most items only find theirs among the recent ones.
+    if (extension.size() >= sizeof(std::uint64_t)) {
+      extensions_.insert(extension);
+      return;
+    }
+    std::uint64_t bytes = extension.size();
+    for (const char character : extension) {
+      bytes = bytes << 8 | static_cast<unsigned char>(character);
+    }
+    std::uint64_t& recent = recent_[bytes % recent_.size()];
+    if (recent == bytes) return;
+    recent = bytes;
     extensions_.insert(extension);
   }
   const std::unordered_set<std::string_view>& extensions() const { return extensions_; }
@@ -48,7 +67,8 @@ class ExtensionCollector {
     return decoded_.emplace_back(std::move(extension));
   }
 
-  std::string_view last_;
+  // The length and the bytes of short extensions, each at its own place; 0 where there is none.
+  std::array<std::uint64_t, 61> recent_{};
   std::unordered_set<std::string_view> extensions_;
   // A deque, for the views must stay valid.
   std::deque<std::string> decoded_;
