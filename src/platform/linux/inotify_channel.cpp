@@ -9,11 +9,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <cstdlib>
 #include <ctime>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -59,6 +60,21 @@ bool touchPath(const std::string& path) {
   return utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+// Whether a folder among those of other users is there, is ours and closed to everybody else; then
+// nobody can put another one in its place, since /tmp lets only owners remove.
+bool isSafe(const std::string& folder) {
+  struct stat status {};
+  return lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+         status.st_uid == geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+}
+
+// A folder to post in, with the paths that every post needs.
+struct SenderFolder {
+  RuntimeFolders::Candidate candidate;
+  std::string own;
+  std::string prefix;
+};
+
 // Changes with every post of a name; nil while its file does not exist.
 using Generation = std::optional<std::pair<std::int64_t, std::int64_t>>;
 
@@ -99,7 +115,9 @@ struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::L
   std::mutex senderMutex;
   std::string senderVariable;
   std::int64_t senderUntil = 0;
-  std::vector<RuntimeFolders::Candidate> senderCandidates;
+  std::shared_ptr<const std::vector<SenderFolder>> senderFolders;
+
+  std::shared_ptr<const std::vector<SenderFolder>> foldersToPostIn();
 
   // Everything below is called with `mutex` held unless it says otherwise.
 
@@ -352,33 +370,39 @@ InotifyChannel::~InotifyChannel() {
   Listener::drop(listener_->retry);
 }
 
+std::shared_ptr<const std::vector<SenderFolder>> InotifyChannel::Listener::foldersToPostIn() {
+  const std::lock_guard lock(senderMutex);
+  const char* const variable = std::getenv("XDG_RUNTIME_DIR");
+  const std::string_view deciding = variable == nullptr ? "" : variable;
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  if (now.tv_sec >= senderUntil || senderVariable != deciding) {
+    senderVariable = deciding;
+    senderUntil = now.tv_sec + kFoldersKnownForSeconds;
+    auto folders = std::make_shared<std::vector<SenderFolder>>();
+    for (auto& candidate : RuntimeFolders::usable()) {
+      std::string own = candidate.path();
+      std::string prefix = own + "/" + kNotifyFolder + "/";
+      folders->push_back({std::move(candidate), std::move(own), std::move(prefix)});
+    }
+    senderFolders = std::move(folders);
+  }
+  return senderFolders;
+}
+
 void InotifyChannel::post(const std::string& name) {
   const std::string file = escapedFileName(name);
-  std::vector<RuntimeFolders::Candidate> candidates;
-  {
-    const std::lock_guard lock(listener_->senderMutex);
-    const char* const variable = std::getenv("XDG_RUNTIME_DIR");
-    const std::string deciding = variable == nullptr ? "" : variable;
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    if (now.tv_sec >= listener_->senderUntil || listener_->senderVariable != deciding) {
-      listener_->senderVariable = deciding;
-      listener_->senderUntil = now.tv_sec + kFoldersKnownForSeconds;
-      listener_->senderCandidates = RuntimeFolders::usable();
-    }
-    candidates = listener_->senderCandidates;
-  }
-  bool first = true;
-  for (const auto& candidate : candidates) {
-    const bool mayCreate = std::exchange(first, false);
-    if (!candidate.shared && touchPath(candidate.path() + "/" + kNotifyFolder + "/" + file)) {
-      continue;
-    }
-    if (candidate.shared && !mayCreate && access(candidate.path().c_str(), F_OK) != 0) continue;
-    const Descriptor folder = RuntimeFolders::open(candidate, kNotifyFolder, mayCreate);
-    const bool posted = folder && touch(folder.get(), file);
-    if (!posted && mayCreate) {
-      log(posixError(errno, "Could not announce " + name + " in " + candidate.path()).message);
+  const auto folders = listener_->foldersToPostIn();
+  for (const SenderFolder& folder : *folders) {
+    const bool isFirst = &folder == &folders->front();
+    const bool isTrusted = !folder.candidate.shared || isSafe(folder.own);
+    if (!isTrusted && !isFirst) continue;
+    if (isTrusted && touchPath(folder.prefix + file)) continue;
+    // The name's first post, or the first one at all.
+    const Descriptor opened = RuntimeFolders::open(folder.candidate, kNotifyFolder, isFirst);
+    const bool posted = opened && touch(opened.get(), file);
+    if (!posted && isFirst) {
+      log(posixError(errno, "Could not announce " + name + " in " + folder.own).message);
     }
   }
 }
