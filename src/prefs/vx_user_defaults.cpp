@@ -249,9 +249,9 @@ std::shared_ptr<const VXUserDefaults::Accessors> VXUserDefaults::installedAccess
     auto accessors = std::make_shared<Accessors>();
     // Adding never replaces an accessor that is there, least of all one that the class implements.
     const auto add = [&](const Property& property, AccessorKind kind) {
-      const auto types = std::string(1, property.type) + "@:";
-      accessors->bySelector.try_emplace(property.getterName(), kind, types);
-      accessors->bySelector.try_emplace(property.setterName(), kind, types);
+      const Accessors::Accessor accessor{kind, std::string(1, property.type) + "@:"};
+      accessors->bySelector.try_emplace(property.getterName(), accessor);
+      accessors->bySelector.try_emplace(property.setterName(), accessor);
     };
     if (hooks.properties != nullptr) {
       for (const auto& property : hooks.properties()) {

@@ -44,11 +44,11 @@ class VXUserDefaults {
     // integers, kept as a 64-bit signed number; "f" "d" reals. Any other type is mapped but has no
     // working accessors: it reads as nothing and ignores writes.
     char type;
+    // The class has accessors of its own; the property is mapped, never stored.
+    bool hasOwnImplementation = false;
     // Null: `name` itself, and "set", the name with its first character in upper case, and ":".
     const char* getter = nullptr;
     const char* setter = nullptr;
-    // The class has accessors of its own; the property is mapped, never stored.
-    bool hasOwnImplementation = false;
 
     std::string getterName() const;
     std::string setterName() const;

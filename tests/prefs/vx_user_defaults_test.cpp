@@ -44,9 +44,9 @@ class Everything : public VXUserDefaults {
         {"text", '*'},
         {"longDouble", 'D'},
         {"type", '#'},
-        {"enabled", 'c', "isOn"},
-        {"style", 'i', "currentStyle", "chooseStyle:"},
-        {"own", '@', nullptr, nullptr, true},
+        {"enabled", 'c', false, "isOn"},
+        {"style", 'i', false, "currentStyle", "chooseStyle:"},
+        {"own", '@', true},
         {"URLString", '@'},
         {"x", 'd'},
     };
@@ -148,10 +148,10 @@ class Colliding : public VXUserDefaults {
  public:
   using VXUserDefaults::VXUserDefaults;
   static std::span<const Property> properties() {
-    static constexpr Property kRows[] = {{"first", 'i', "shared"},
+    static constexpr Property kRows[] = {{"first", 'i', false, "shared"},
                                          {"shared", '@'},
-                                         {"taken", '@', "own"},
-                                         {"own", '@', nullptr, nullptr, true}};
+                                         {"taken", '@', false, "own"},
+                                         {"own", '@', true}};
     return kRows;
   }
 };
