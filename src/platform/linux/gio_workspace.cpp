@@ -1,5 +1,6 @@
 #include "platform/linux/gio_workspace.h"
 
+#include <fcntl.h>
 #include <gio/gdesktopappinfo.h>
 #include <gio/gunixmounts.h>
 #include <glib-unix.h>
@@ -84,6 +85,9 @@ int spawnHandler(const std::vector<std::string>& arguments, const std::string& f
   posix_spawn_file_actions_init(&actions);
   posix_spawnattr_init(&attributes);
   if (!folder.empty()) posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
+  // Whoever reads what this process writes must not wait for the handler's end; its log stays.
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   // The handler outlives this process and its terminal's signals, and starts with none blocked.
   sigset_t none;
   sigset_t defaults;
@@ -163,6 +167,18 @@ std::string applicationPath(const std::string& name) {
   std::replace(path.begin(), path.end(), '.', '/');
   std::replace(path.begin(), path.end(), '-', '_');
   return path;
+}
+
+// Whether a call that failed cannot have reached anybody: the bus is not there, or nobody could be
+// started by it. Only then may the request be made again in another way.
+bool wasNotDelivered(const GError& error) {
+  if (error.domain == G_DBUS_ERROR) {
+    return error.code == G_DBUS_ERROR_SERVICE_UNKNOWN ||
+           error.code == G_DBUS_ERROR_NAME_HAS_NO_OWNER ||
+           (error.code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED &&
+            error.code <= G_DBUS_ERROR_SPAWN_NO_MEMORY);
+  }
+  return g_error_matches(&error, G_IO_ERROR, G_IO_ERROR_NOT_CONNECTED) != FALSE;
 }
 
 void mountsChanged(GUnixMountMonitor* /*monitor*/, gpointer handler) {
@@ -271,8 +287,8 @@ bool GioWorkspace::openURL(const Url& url) {
   ++pendingRequests_;
   bus_.post([this, handler, url] {
     if (!G_IS_DESKTOP_APP_INFO(handler.get())) {
-      --pendingRequests_;
       logOpeningFailure(url, "its handler is no desktop entry");
+      --pendingRequests_;
       return;
     }
     GDesktopAppInfo* entry = G_DESKTOP_APP_INFO(handler.get());
@@ -286,9 +302,14 @@ bool GioWorkspace::openURL(const Url& url) {
     bus_.call(name, applicationPath(name), "org.freedesktop.Application", "Open",
               g_variant_new("(@as@a{sv})", g_variant_new_strv(uris, 1),
                             g_variant_new_array(G_VARIANT_TYPE("{sv}"), nullptr, 0)),
-              kReplyTimeoutMilliseconds, [this, url](GVariant* /*reply*/, const GError* error) {
+              kReplyTimeoutMilliseconds,
+              [this, handler, url](GVariant* /*reply*/, const GError* error) {
+                if (error != nullptr && wasNotDelivered(*error)) {
+                  startHandler(G_DESKTOP_APP_INFO(handler.get()), url, bus_.context());
+                } else if (error != nullptr) {
+                  logOpeningFailure(url, error->message);
+                }
                 --pendingRequests_;
-                if (error != nullptr) logOpeningFailure(url, error->message);
               });
   });
   return true;
@@ -310,10 +331,10 @@ void GioWorkspace::activateFileViewerSelectingURLs(const std::vector<Url>& urls)
               "org.freedesktop.FileManager1", "ShowItems",
               g_variant_new("(@ass)", g_variant_builder_end(&uris), ""), kReplyTimeoutMilliseconds,
               [this](GVariant* /*reply*/, const GError* error) {
-                --pendingRequests_;
                 if (error != nullptr) {
                   log(std::string("Could not show the files: ") + error->message);
                 }
+                --pendingRequests_;
               });
   });
 }

@@ -34,11 +34,12 @@ struct MainQueue {
 
 struct MainQueueSource {
   GSource base;
-  MainQueue* queue;
+  // Atomic, since the loop's thread learns of the source through GLib alone.
+  std::atomic<MainQueue*> queue;
 };
 
 gboolean dispatchMainQueue(GSource* source, GSourceFunc, gpointer) {
-  MainQueue& queue = *reinterpret_cast<MainQueueSource*>(source)->queue;
+  MainQueue& queue = *reinterpret_cast<MainQueueSource*>(source)->queue.load();
   std::unique_lock lock(queue.mutex);
   for (std::size_t left = queue.items.size(); left > 0 && !queue.items.empty(); --left) {
     Item item = std::move(queue.items.front());
@@ -249,7 +250,7 @@ void GlibRunLoop::dispatchAsyncOnMainQueue(std::function<void()> item) {
   queue.items.push_back(std::move(item));
   if (queue.source == nullptr) {
     queue.source = g_source_new(&mainQueueFunctions, sizeof(MainQueueSource));
-    reinterpret_cast<MainQueueSource*>(queue.source)->queue = &queue;
+    reinterpret_cast<MainQueueSource*>(queue.source)->queue.store(&queue);
     g_source_set_name(queue.source, "tervano main queue");
     g_source_set_can_recurse(queue.source, TRUE);
     g_source_attach(queue.source, g_main_context_default());

@@ -13,23 +13,9 @@ namespace tervano {
 
 namespace {
 
-struct Item {
-  std::function<void()> run;
-};
-
 // Whoever runs the main loop until the pending work is done looks again.
 void wakeMainLoop() {
   g_main_context_wakeup(nullptr);
-}
-
-gboolean runItem(gpointer data) {
-  guarded("an item of the bus thread", [data] { static_cast<Item*>(data)->run(); });
-  wakeMainLoop();
-  return G_SOURCE_REMOVE;
-}
-
-void freeItem(gpointer data) {
-  delete static_cast<Item*>(data);
 }
 
 }  // namespace
@@ -67,6 +53,7 @@ SessionBus::~SessionBus() {
 void SessionBus::post(std::function<void()> item) {
   {
     const std::lock_guard lock(mutex_);
+    items_.push_back(std::move(item));
     if (context_ == nullptr) {
       context_ = g_main_context_new();
       loop_ = g_main_loop_new(context_, FALSE);
@@ -79,11 +66,30 @@ void SessionBus::post(std::function<void()> item) {
       });
     }
   }
+  // One turn of the loop for each item.
   GSource* source = g_idle_source_new();
   g_source_set_priority(source, G_PRIORITY_DEFAULT);
-  g_source_set_callback(source, runItem, new Item{std::move(item)}, freeItem);
+  g_source_set_callback(
+      source,
+      [](gpointer self) -> gboolean {
+        guarded("an item of the bus thread",
+                [self] { static_cast<SessionBus*>(self)->runNextItem(); });
+        wakeMainLoop();
+        return G_SOURCE_REMOVE;
+      },
+      this, nullptr);
   g_source_attach(source, context_);
   g_source_unref(source);
+}
+
+void SessionBus::runNextItem() {
+  std::function<void()> item;
+  {
+    const std::lock_guard lock(mutex_);
+    item = std::move(items_.front());
+    items_.pop_front();
+  }
+  item();
 }
 
 void SessionBus::withConnection(ConnectionHandler handler) {

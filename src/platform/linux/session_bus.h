@@ -2,6 +2,7 @@
 
 #include <gio/gio.h>
 
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -49,12 +50,16 @@ class SessionBus {
             ReplyHandler handler);
 
  private:
+  void runNextItem();
   void connect();
   void finishConnecting(GObjectPtr<GDBusConnection> connection);
   static void didConnect(GObject* source, GAsyncResult* result, gpointer self);
   static gboolean connectDidTimeOut(gpointer self);
 
   std::mutex mutex_;
+  // Posted and not yet run, behind the mutex rather than in GLib's hands, where a race detector
+  // could not follow them.
+  std::deque<std::function<void()>> items_;
   std::thread thread_;
   GMainContext* context_ = nullptr;
   GMainLoop* loop_ = nullptr;
