@@ -129,6 +129,7 @@ Entry Archiver::Graph::describe(const std::vector<std::string>& chain) {
   Entry& entry = descriptions[chain.front()];
   if (entry != 0) return entry;
   std::vector<Reference> names;
+  names.reserve(chain.size());
   for (const std::string& name : chain) names.push_back(writer.addString(name));
   const Reference classes = writer.reserveContainer();
   writer.setArray(classes, names);
@@ -303,7 +304,7 @@ void Archiver::encodeMutableArray(const Value::Array& value, std::string_view ke
   graph_->addField(key, graph_->uid(entry));
 }
 
-void Archiver::encodeBytes(DataPtr bytes, std::string_view key) {
+void Archiver::encodeBytes(const DataPtr& bytes, std::string_view key) {
   graph_->addField(key, bytes == nullptr ? graph_->uid(kNil) : graph_->writer.addData(bytes));
 }
 

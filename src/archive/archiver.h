@@ -30,7 +30,7 @@ class Archiver {
   // An NSMutableArray instead of the NSArray that encodeObject writes.
   void encodeMutableArray(const Value::Array& value, std::string_view key);
   // Raw bytes inline, without an entry of their own.
-  void encodeBytes(DataPtr bytes, std::string_view key);
+  void encodeBytes(const DataPtr& bytes, std::string_view key);
 
   Archiver(const Archiver&) = delete;
   Archiver& operator=(const Archiver&) = delete;

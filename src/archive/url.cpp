@@ -112,17 +112,12 @@ std::string withoutDotSegments(std::string_view input) {
   while (!input.empty()) {
     if (input.starts_with("../")) {
       input.remove_prefix(3);
-    } else if (input.starts_with("./")) {
-      input.remove_prefix(2);
-    } else if (input.starts_with("/./")) {
+    } else if (input.starts_with("./") || input.starts_with("/./")) {
       input.remove_prefix(2);
     } else if (input == "/.") {
       input = "/";
-    } else if (input.starts_with("/../")) {
-      input.remove_prefix(3);
-      out.resize(out.find('/') == std::string::npos ? 0 : out.rfind('/'));
-    } else if (input == "/..") {
-      input = "/";
+    } else if (input.starts_with("/../") || input == "/..") {
+      input = input == "/.." ? std::string_view("/") : input.substr(3);
       out.resize(out.find('/') == std::string::npos ? 0 : out.rfind('/'));
     } else if (input == "." || input == "..") {
       input = {};

@@ -138,7 +138,8 @@ std::optional<Date> dateOfXMLText(std::string_view text) {
                                          std::chrono::day(static_cast<unsigned>(day)));
   if (!date.ok()) return std::nullopt;
   const auto days = (std::chrono::sys_days(date) - kReferenceDay).count();
-  return Date{static_cast<double>(std::int64_t{days} * 86400 + hour * 3600 + minute * 60 + second)};
+  const std::int64_t minutes = (std::int64_t{days} * 24 + hour) * 60 + minute;
+  return Date{static_cast<double>(minutes * 60 + second)};
 }
 
 std::optional<std::string> XMLTextOfDate(Date date) {
