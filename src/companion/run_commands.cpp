@@ -99,7 +99,7 @@ class Service {
     });
     open(urls);
     const auto heartbeat = platform().runLoop->scheduleTimer(1, true, [] {});
-    platform().runLoop->runMainLoopUntil([this] { return idle(); }, -1);
+    platform().runLoop->runMainLoopUntil([&] { return idle(application); }, -1);
     application.release();
     platform().runLoop->runMainLoopUntil([this] { return receiver_->running() == 0; }, -1);
     waitForDesktop();
@@ -120,12 +120,16 @@ class Service {
     }
   }
 
-  bool idle() const {
+  bool idle(const ApplicationService& application) const {
     if (receiver_->running() != 0 || platform().userNotifications->pendingDeliveries() != 0) {
       return false;
     }
+    const bool isReachable = application.isReachable();
+    // Without a bus nobody can send another request or press a button.
+    if (!isReachable && application.ownership() != ApplicationService::Ownership::other)
+      return true;
     const auto quiet = SteadyClock::now() - lastRequest_;
-    if (quiet < std::chrono::seconds(idleSeconds_)) return false;
+    if (isReachable && quiet < std::chrono::seconds(idleSeconds_)) return false;
     return platform().userNotifications->openNotifications() == 0 ||
            quiet >= std::chrono::seconds(kOpenNotificationSeconds);
   }

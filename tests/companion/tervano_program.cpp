@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,6 +42,8 @@ constexpr int kNotLoaded = 97;
   words.push_back(nullptr);
   // By descriptor: another user may have no way to the build folder.
   fexecve(program, words.data(), environ);
+  // A script's interpreter needs its path.
+  execv(start.path.c_str(), words.data());
   _exit(kNotLoaded);
 }
 
@@ -65,21 +68,34 @@ ProgramOutcome runProgram(const ProgramStart& start) {
   close(output[1]);
   close(errors[1]);
 
+  // What the program itself wrote is there once it has ended; a process that it left behind may
+  // hold the pipes open for much longer.
   ProgramOutcome outcome;
+  const int ending = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+  if (ending < 0) throw std::runtime_error("no pidfd");
   const auto deadline =
       SteadyClock::now() + std::chrono::milliseconds(static_cast<int>(start.seconds * 1000));
-  pollfd streams[2] = {{output[0], POLLIN, 0}, {errors[0], POLLIN, 0}};
-  while (streams[0].fd >= 0 || streams[1].fd >= 0) {
+  pollfd waiting[3] = {{output[0], POLLIN, 0}, {errors[0], POLLIN, 0}, {ending, POLLIN, 0}};
+  bool ended = false;
+  while (true) {
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - SteadyClock::now());
-    if (left.count() <= 0 || poll(streams, 2, static_cast<int>(left.count())) == 0) {
+    const int ready = poll(waiting, 3, ended ? 0 : static_cast<int>(std::max(left.count(), 0L)));
+    if (ready == 0 && ended) break;
+    if (ready == 0) {
       ADD_FAILURE() << start.path << " did not end in " << start.seconds << " seconds";
       kill(pid, SIGKILL);
       break;
     }
-    if (streams[0].revents != 0 && !readSome(streams[0].fd, outcome.output)) streams[0].fd = -1;
-    if (streams[1].revents != 0 && !readSome(streams[1].fd, outcome.errors)) streams[1].fd = -1;
+    if (waiting[0].revents != 0 && !readSome(output[0], outcome.output)) waiting[0].fd = -1;
+    if (waiting[1].revents != 0 && !readSome(errors[0], outcome.errors)) waiting[1].fd = -1;
+    if (waiting[2].revents != 0) {
+      ended = true;
+      waiting[2].fd = -1;
+    }
+    for (auto& one : waiting) one.revents = 0;
   }
+  close(ending);
   close(output[0]);
   close(errors[0]);
   int status = 0;

@@ -305,6 +305,8 @@ bool GioWorkspace::openURL(const Url& url) {
               kReplyTimeoutMilliseconds,
               [this, handler, url](GVariant* /*reply*/, const GError* error) {
                 if (error != nullptr && wasNotDelivered(*error)) {
+                  logOpeningFailure(url, std::string(error->message) +
+                                             "; the handler's command line is used instead");
                   startHandler(G_DESKTOP_APP_INFO(handler.get()), url, bus_.context());
                 } else if (error != nullptr) {
                   logOpeningFailure(url, error->message);
