@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -39,7 +40,7 @@ class WatchedFileManager : public ForwardingFileManager {
   Watch beforeMove;
   Watch beforeRemove;
   std::vector<std::string> removed;
-  std::thread::id thread;
+  std::atomic<std::thread::id> thread;
 
   std::optional<Error> moveItemAtPath(const std::string& from, const std::string& to) override {
     thread = std::this_thread::get_id();
@@ -517,8 +518,8 @@ TEST_F(TVMoveToActionTest, AChangeOfNotificationsAndRevealingDuringARunCountsFor
 
 TEST_F(TVMoveToActionTest, TheWorkIsDoneAwayFromTheMainThread) {
   run({makeFile("a.txt")});
-  EXPECT_NE(files_.thread, std::thread::id());
-  EXPECT_NE(files_.thread, std::this_thread::get_id());
+  EXPECT_NE(files_.thread.load(), std::thread::id());
+  EXPECT_NE(files_.thread.load(), std::this_thread::get_id());
 }
 
 TEST_F(TVMoveToActionTest, EachRunMakesASerialQueueOfItsOwnSoThatTwoProceedTogether) {
