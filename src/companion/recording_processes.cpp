@@ -152,7 +152,7 @@ class RecordingProcesses::RecordedProcess : public Process,
     if (!ending.empty()) {
       record_->complain(launchPath() + ending + (text.empty() ? "." : ": " + text));
     }
-    platform().notificationCenter->post({kTaskDidTerminateNotification, this, {}});
+    platform().notificationCenter->post({kTaskDidTerminateNotification, static_cast<Process*>(this), {}});
   }
 
   std::shared_ptr<Process> real_;
