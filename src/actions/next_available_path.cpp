@@ -1,5 +1,7 @@
 #include "actions/next_available_path.h"
 
+#include <cstdint>
+
 #include "archive/url.h"
 #include "platform/file_manager.h"
 #include "platform/platform.h"
@@ -15,8 +17,9 @@ std::string vx_nextAvailablePath(const std::string& path) {
   const std::string suffix = extension.empty() ? "" : "." + extension;
   const std::string stem = name.substr(0, name.size() - suffix.size());
   for (std::int64_t number = 2;; ++number) {
-    std::string candidate =
-        appendingPathComponent(folder, stem + " " + std::to_string(number) + suffix);
+    std::string candidate = stem;
+    candidate.append(" ").append(std::to_string(number)).append(suffix);
+    candidate = appendingPathComponent(folder, candidate);
     if (!files.itemExistsAtPath(candidate)) return candidate;
   }
 }

@@ -187,7 +187,8 @@ TEST_F(VXTimerTest, DescriptionOfARepeatingTimerWithUserInfo) {
 TEST_F(VXTimerTest, DescriptionOfAHugeIntervalIsWrittenOut) {
   VXTimer timer;
   timer.setInterval(1e22);
-  EXPECT_THAT(timer.description(), HasSubstr("interval=10000000000000000000000.000000, repeats=NO"));
+  EXPECT_THAT(timer.description(),
+              HasSubstr("interval=10000000000000000000000.000000, repeats=NO"));
 }
 
 }  // namespace
