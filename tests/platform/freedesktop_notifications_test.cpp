@@ -380,6 +380,19 @@ TEST_F(FreedesktopNotificationsTest, ADaemonThatStopsAnsweringIsGivenUp) {
   EXPECT_EQ(notifications.openNotifications(), 1);
 }
 
+TEST_F(FreedesktopNotificationsTest, WhatWaitsBehindASilentDaemonIsGivenUpWithTheFirst) {
+  const PrivateBus bus;
+  FakeDaemon daemon(bus, {"actions"});
+  FreedesktopNotifications notifications("com.vessok.tervano", kShortTimeoutMilliseconds);
+  ASSERT_TRUE(deliver(notifications, withButton()));
+  daemon.becomeMute();
+  for (std::size_t i = 0; i < FreedesktopNotifications::kMaximumNotifications; ++i) {
+    notifications.deliverNotification(withButton());
+  }
+  ASSERT_TRUE(waitUntil([&] { return notifications.pendingDeliveries() == 0; }));
+  EXPECT_LT(daemon.notified().size(), FreedesktopNotifications::kMaximumNotifications);
+}
+
 TEST_F(FreedesktopNotificationsTest, EndingWhileADaemonOwesAnAnswerDoesNotWaitForIt) {
   const PrivateBus bus;
   FakeDaemon daemon(bus, {"actions"});
@@ -434,7 +447,8 @@ TEST_F(FreedesktopNotificationsTest, NotificationsFromManyThreadsAllArrive) {
   }
   for (auto& thread : threads) thread.join();
   ASSERT_TRUE(waitUntil([&] { return notifications.pendingDeliveries() == 0; }));
-  EXPECT_THAT(daemon.notified(), SizeIs(kThreads * kEach));
+  EXPECT_EQ(daemon.notified().size(), std::size_t{kThreads * kEach});
+  EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(FreedesktopNotificationsTest, TheyArriveInTheOrderOfDelivery) {

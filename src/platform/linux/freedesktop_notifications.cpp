@@ -20,6 +20,8 @@ constexpr char kDefaultAction[] = "default";
 // The sound theme's name for a message that has just come.
 constexpr char kDefaultSound[] = "message-new-instant";
 constexpr int kDefaultExpiry = -1;
+// A bus takes no more than 128 unanswered calls of a connection; the rest wait here.
+constexpr int kMaximumCalls = 16;
 
 std::string escapedMarkup(const std::string& text) {
   std::string escaped;
@@ -40,6 +42,11 @@ std::string escapedMarkup(const std::string& text) {
     }
   }
   return escaped;
+}
+
+void logFailure(const GError* error) {
+  log(std::string("Could not show a notification: ") +
+      (error == nullptr ? "unexpected answer" : error->message));
 }
 
 GVariant* hintsFor(const UserNotification& notification, const std::string& applicationIdentifier) {
@@ -108,12 +115,17 @@ void FreedesktopNotifications::deliverWaiting() {
       askForCapabilities();
       return;
     }
-    while (!waiting_.empty()) {
+    while (!waiting_.empty() && callsUnderWay_ < kMaximumCalls) {
       const auto notification = std::move(waiting_.front());
       waiting_.pop_front();
       notify(notification);
     }
   });
+}
+
+void FreedesktopNotifications::dropWaiting() {
+  pendingDeliveries_ -= static_cast<int>(waiting_.size());
+  waiting_.clear();
 }
 
 void FreedesktopNotifications::askForCapabilities() {
@@ -122,10 +134,8 @@ void FreedesktopNotifications::askForCapabilities() {
             [this](GVariant* reply, const GError* error) {
               askingForCapabilities_ = false;
               if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(as)"))) {
-                log(std::string("Could not show a notification: ") +
-                    (error == nullptr ? "unexpected answer" : error->message));
-                pendingDeliveries_ -= static_cast<int>(waiting_.size());
-                waiting_.clear();
+                logFailure(error);
+                dropWaiting();
                 return;
               }
               Capabilities capabilities;
@@ -157,6 +167,7 @@ void FreedesktopNotifications::notify(const std::shared_ptr<const UserNotificati
       g_variant_builder_add(&actions, "s", label.c_str());
     }
   }
+  ++callsUnderWay_;
   bus_.call(kName, kPath, kName, "Notify",
             g_variant_new("(susss@as@a{sv}i)", kProductName, 0U, kIconName, title.c_str(),
                           body.c_str(), g_variant_builder_end(&actions),
@@ -169,9 +180,11 @@ void FreedesktopNotifications::notify(const std::shared_ptr<const UserNotificati
 
 void FreedesktopNotifications::didNotify(const std::shared_ptr<const UserNotification>& pressable,
                                          GVariant* reply, const GError* error) {
+  --callsUnderWay_;
   if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(u)"))) {
-    log(std::string("Could not show a notification: ") +
-        (error == nullptr ? "unexpected answer" : error->message));
+    logFailure(error);
+    // A daemon that is silent now would make each of the others wait as long.
+    if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT)) dropWaiting();
   } else if (pressable != nullptr) {
     std::uint32_t identifier = 0;
     g_variant_get(reply, "(u)", &identifier);
@@ -181,6 +194,7 @@ void FreedesktopNotifications::didNotify(const std::shared_ptr<const UserNotific
     openNotifications_ = static_cast<int>(open_.size());
   }
   --pendingDeliveries_;
+  if (!waiting_.empty()) deliverWaiting();
 }
 
 void FreedesktopNotifications::subscribe(GDBusConnection* connection) {

@@ -53,6 +53,7 @@ class FreedesktopNotifications : public UserNotifications {
   void didNotify(const std::shared_ptr<const UserNotification>& pressable, GVariant* reply,
                  const GError* error);
   void deliverWaiting();
+  void dropWaiting();
   void subscribe(GDBusConnection* connection);
   void forget(std::uint32_t identifier);
   void forgetDaemon();
@@ -70,6 +71,7 @@ class FreedesktopNotifications : public UserNotifications {
 
   std::optional<Capabilities> capabilities_;
   bool askingForCapabilities_ = false;
+  int callsUnderWay_ = 0;
   std::deque<std::shared_ptr<const UserNotification>> waiting_;
   std::map<std::uint32_t, std::shared_ptr<const UserNotification>> open_;
 
