@@ -14,7 +14,6 @@ using testing::archived;
 using testing::DerivedSample;
 using testing::Group;
 using testing::Sample;
-using testing::sampleRegistry;
 using testing::unarchived;
 
 // What an archive of `root` looks like as a plain property list.

@@ -26,7 +26,7 @@ Value readObject(std::string_view digits) {
 }
 
 // The first object is read; all others are there for it to refer to.
-Value readObjects(std::vector<std::string> digits) {
+Value readObjects(const std::vector<std::string>& digits) {
   RawPropertyList list;
   for (const std::string& object : digits) list.objects.push_back(hex(object));
   return read(list.bytes());

@@ -75,13 +75,15 @@ class HostileInputTest : public ::testing::Test {
     const testing::ChildResult result = read(bytes, way);
     ASSERT_EQ(result.status, outcome);
     const long peak = std::stol(result.output) - idle;
-    const long allowed = 64 * 1024 + static_cast<long>(20 * bytes.size() / 1024);
+    const long allowed = 64L * 1024 + static_cast<long>(20 * bytes.size() / 1024);
     // Sanitizers keep freed memory and add their own to every block.
     EXPECT_LT(peak, TERVANO_SANITIZED ? 8 * allowed : allowed);
   }
 
   std::filesystem::path folder_;
 };
+
+constexpr std::size_t kMegabyte = std::size_t{1} << 20;
 
 // The ways of reading that the probe knows.
 constexpr char kAsList[] = "list";
@@ -151,14 +153,16 @@ TEST_F(HostileInputTest, LongDataSharedManyTimesIsOneBlock) {
   RawPropertyList list;
   list.offsetWidth = 4;
   list.objects = {arrayOf(100000) + std::string(100000, 1),
-                  hex("4F 12 00100000") + std::string(1 << 20, 'a')};
+                  hex("4F 12 00100000") + std::string(kMegabyte, 'a')};
   expectBounded(list.bytes(), kAsList, kRead);
 }
 
 TEST_F(HostileInputTest, TenMillionReferencesToOneBooleanAreRefused) {
   RawPropertyList list;
   list.offsetWidth = 4;
-  list.objects = {arrayOf(10000000) + std::string(10000000, 1), hex("09")};
+  std::string array = arrayOf(10000000);
+  array.resize(array.size() + 10000000, 1);
+  list.objects = {array, hex("09")};
   expectBounded(list.bytes(), kAsList, kRefused);
 }
 
@@ -238,7 +242,8 @@ TEST_F(HostileInputTest, EntitiesThatExpandExponentiallyAreRefused) {
   std::string text = "<!DOCTYPE plist [<!ENTITY a0 \"ha\">";
   for (int i = 1; i < 60; ++i) {
     const std::string before = "&a" + std::to_string(i - 1) + ";";
-    text += "<!ENTITY a" + std::to_string(i) + " \"" + before + before + "\">";
+    text.append("<!ENTITY a").append(std::to_string(i)).append(" \"");
+    text.append(before).append(before).append("\">");
   }
   text += "]><plist><string>&a59;</string></plist>";
   expectBounded(dataOf(text), kAsList, kRefused);
@@ -280,7 +285,7 @@ TEST_F(HostileInputTest, ThreeHundredThousandAttributesAreBounded) {
 }
 
 // An archive whose root is entry 1, an NSArray of class entry 2.
-Value arrayObject(std::vector<std::uint64_t> members) {
+Value arrayObject(const std::vector<std::uint64_t>& members) {
   Value::Array uids;
   uids.reserve(members.size());
   for (const std::uint64_t member : members) uids.push_back(Uid{member});
@@ -311,7 +316,7 @@ TEST_F(HostileInputTest, ArchivedArraysThatShareOneAnotherAreRefused) {
 
 TEST_F(HostileInputTest, ALongArchivedStringUsedByManyObjectsIsRefused) {
   Value::Array objects{"$null", nullptr, classNamed({"NSArray", "NSObject"}),
-                       classNamed({"Sample", "NSObject"}), std::string(1 << 20, 'a')};
+                       classNamed({"Sample", "NSObject"}), std::string(kMegabyte, 'a')};
   std::vector<std::uint64_t> members;
   for (std::uint64_t i = 5; i < 5000; ++i) {
     members.push_back(i);
@@ -327,7 +332,7 @@ TEST_F(HostileInputTest, ALongArchivedStringUsedByManyObjectsIsRefused) {
 TEST_F(HostileInputTest, ALongInlineBlockUsedByManyObjectsIsOneBlock) {
   Value::Array objects{"$null", nullptr, classNamed({"NSArray", "NSObject"}),
                        classNamed({"Sample", "NSObject"})};
-  const Value block(Data(1 << 20, 7));
+  const Value block(Data(kMegabyte, 7));
   std::vector<std::uint64_t> members;
   for (std::uint64_t i = 4; i < 5000; ++i) {
     members.push_back(i);
@@ -446,6 +451,7 @@ TEST_F(HostileInputTest, EntriesThatAreOneSmallDictionaryAreObjectsOfTheirOwn) {
 
 TEST_F(HostileInputTest, EntriesThatAreOneHugeDictionaryAreRefused) {
   std::vector<std::string> keys;
+  keys.reserve(50000);
   for (int i = 0; i < 50000; ++i) keys.push_back("k" + std::to_string(i));
   const Data bytes = archiveWhoseEntriesAreOneObject(50000, keys);
   expectBounded(bytes, kAsArchive, kRefused);
@@ -483,7 +489,7 @@ TEST_F(HostileInputTest, UrlsThatBuildOnOneAnotherAreBounded) {
                        classNamed({"NSArray", "NSObject"}),
                        classNamed({"NSURL", "NSObject"}),
                        Value::Dictionary{{"$class", Uid{3}}, {"NS.relative", Uid{5}}},
-                       "file:///" + std::string(1 << 20, 'a') + "/"};
+                       "file:///" + std::string(kMegabyte, 'a') + "/"};
   std::vector<std::uint64_t> members;
   for (std::uint64_t i = 0; i < 3000; ++i) {
     members.push_back(objects.size());

@@ -36,7 +36,8 @@ TEST(PlatformExceptionTest, TheCallStackNamesTheProgram) {
 
 TEST(PlatformExceptionTest, ACopyKeepsTheCallStack) {
   const PlatformException original("a", "b");
-  const PlatformException copy = original;
+  PlatformException copy("c", "d");
+  copy = original;
   EXPECT_EQ(copy.callStackSymbols(), original.callStackSymbols());
 }
 

@@ -24,7 +24,8 @@ TEST(ValueTest, DataIsEqualByItsBytes) {
 
 TEST(ValueTest, CopyingAValueSharesItsData) {
   const Value original(Data{1, 2, 3});
-  const Value copy = original;
+  Value copy;
+  copy = original;
   EXPECT_EQ(original.getIf<DataPtr>()->get(), copy.getIf<DataPtr>()->get());
 }
 
