@@ -55,8 +55,6 @@ std::optional<std::string> VXWormholeFileTransiting::messagePassingDirectoryPath
 std::optional<std::string> VXWormholeFileTransiting::filePathForIdentifier(
     const std::optional<std::string>& identifier) const {
   if (!identifier || identifier->empty()) return std::nullopt;
-  // The system would cut the name at the NUL and take another file for this one.
-  if (identifier->find('\0') != std::string::npos) return std::nullopt;
   const auto directoryPath = messagePassingDirectoryPath();
   if (!directoryPath) return std::nullopt;
   return appendingPathComponent(*directoryPath, *identifier + kFileNameSuffix);

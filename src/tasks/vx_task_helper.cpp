@@ -24,8 +24,6 @@ void VXTaskHelper::launch() {
   if (task_ == nullptr || task_->isRunning()) return;
   const auto output = platform().processes->createPipe();
   const auto error = platform().processes->createPipe();
-  // After a failed launch the readers of its pipes would otherwise hold this object for ever.
-  removeReaders();
   task_->setStandardOutput(output);
   task_->setStandardError(error);
   endObservation_ = platform().notificationCenter->addObserver(

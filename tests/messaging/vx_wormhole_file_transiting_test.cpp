@@ -255,12 +255,15 @@ TYPED_TEST(FileTransitingTest, DeletingAllNeverEmptiesTheContainerUnderAnotherSp
 TYPED_TEST(FileTransitingTest, DeletingAllNeverReachesOutOfTheContainer) {
   this->transport_.messagePassingDirectoryPath();
   const std::string outside = this->platform_.home().dataHome();
-  fs::create_directories(outside + "/other");
+  fs::create_directories(outside + "/other/deeper");
   putFile(outside + "/other/file", "text");
-  for (const char* spelling : {"..", "../", "../other", "a/../../other", "wormhole/../.."}) {
+  putFile(outside + "/other/deeper/file", "text");
+  for (const char* spelling :
+       {"..", "../", "../other", "../other/deeper", "a/../../other", "wormhole/../.."}) {
     this->transport_.setDirectory(spelling);
     this->transport_.deleteContentForAllMessages();
     EXPECT_TRUE(fs::exists(outside + "/other/file")) << spelling;
+    EXPECT_TRUE(fs::exists(outside + "/other/deeper/file")) << spelling;
     EXPECT_TRUE(fs::exists(this->container_)) << spelling;
   }
 }

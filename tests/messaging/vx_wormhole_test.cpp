@@ -37,7 +37,16 @@ class RecordingChannel : public ForwardingNotifyChannel {
     posts.push_back(name);
     ForwardingNotifyChannel::post(name);
   }
+  void addObserver(const void* observer, const std::string& name, Callback callback) override {
+    changes.push_back("add " + name);
+    ForwardingNotifyChannel::addObserver(observer, name, std::move(callback));
+  }
+  void removeObserver(const void* observer, const std::string& name) override {
+    changes.push_back("remove " + name);
+    ForwardingNotifyChannel::removeObserver(observer, name);
+  }
   std::vector<std::string> posts;
+  std::vector<std::string> changes;
 };
 
 // A transport that answers what it is told to.
@@ -271,6 +280,13 @@ TEST_F(WormholeTest, ListeningTwiceLeavesTheSecondListenerAndOneObservation) {
   settle();
   EXPECT_TRUE(first.empty());
   EXPECT_EQ(second, std::vector<Value>{"once"});
+}
+
+TEST_F(WormholeTest, RegisteringRemovesAnEarlierObservationFirst) {
+  wormhole_->registerForNotificationsWithIdentifier("name");
+  wormhole_->unregisterForNotificationsWithIdentifier("name");
+  EXPECT_EQ(channel_.changes, (std::vector<std::string>{"remove name", "add name", "remove name"}));
+  EXPECT_EQ(platform_.notifyChannel().observationCount(), 0U);
 }
 
 TEST_F(WormholeTest, AnEmptyListenerRemovesTheEntryAndKeepsTheObservation) {

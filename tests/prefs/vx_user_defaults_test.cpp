@@ -408,6 +408,7 @@ TEST_F(UserDefaultsTest, AStoredNumberBeyondAnIntIsTruncated) {
   const auto defaults = VXUserDefaults::make<Everything>();
   defaults->userDefaults()->setInteger((std::int64_t{1} << 32) + 7, "com.vessok.test.suite.number");
   EXPECT_EQ(defaults->getter<int>("number"), 7);
+  EXPECT_EQ(defaults->get("number"), Value(7));
 }
 
 TEST_F(UserDefaultsTest, AnUnsignedIntIsStoredAsA64BitNumber) {
