@@ -46,7 +46,7 @@ class MenuRepresentation : public ImageRepresentation {
 
  private:
   DataPtr render() const {
-    const DataPtr own = encoded();
+    DataPtr own = encoded();
     if (own != nullptr && isTiff(*own) &&
         pixelSize() == std::optional(std::pair(kMenuIconPixels, kMenuIconPixels))) {
       return own;

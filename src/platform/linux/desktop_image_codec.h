@@ -17,7 +17,7 @@ namespace tervano {
 class DesktopImageCodec : public ImageCodec {
  public:
   static constexpr std::int64_t kMaximumPixels = 64'000'000;
-  static constexpr std::size_t kMaximumDrawingBytes = 8 * 1024 * 1024;
+  static constexpr std::size_t kMaximumDrawingBytes = std::size_t{8} << 20;
 
   // Empty: the module of this installation.
   explicit DesktopImageCodec(std::string modulePath = {}) : modulePath_(std::move(modulePath)) {}

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view kMimeIdentifierPrefix = "org.freedesktop.mime.";
 // More than any real database; a larger file is left alone.
-constexpr std::streamoff kLargestFile = 32 * 1024 * 1024;
+constexpr std::streamoff kLargestFile = std::streamoff{32} << 20;
 
 std::string textOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary | std::ios::ate);
@@ -157,7 +157,7 @@ struct DesktopTypes::Reader {
       const auto type = builtInType(name);
       if (type != kNoUniformType) return std::string(kUniformTypes[type].identifier);
     }
-    const std::string identifier = mimeIdentifier(resolved(mimeType));
+    std::string identifier = mimeIdentifier(resolved(mimeType));
     declare(identifier, resolved(mimeType));
     return identifier;
   }

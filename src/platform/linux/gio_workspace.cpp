@@ -276,9 +276,9 @@ std::vector<VolumeChange> volumeChanges(const std::vector<MountTableEntry>& befo
 }
 
 GioWorkspace::~GioWorkspace() {
-  if (mountMonitor_ == nullptr) return;
-  g_signal_handler_disconnect(mountMonitor_, mountMonitorHandler_);
-  g_object_unref(mountMonitor_);
+  if (mountMonitor_ != nullptr) {
+    g_signal_handler_disconnect(mountMonitor_.get(), mountMonitorHandler_);
+  }
 }
 
 bool GioWorkspace::openURL(const Url& url) {
@@ -345,9 +345,9 @@ NotificationCenter& GioWorkspace::notificationCenter() {
   const std::lock_guard lock(mutex_);
   if (mountMonitor_ == nullptr) {
     mounts_ = mountTableEntries(mountTableText(kMountTable));
-    mountMonitor_ = g_unix_mount_monitor_get();
+    mountMonitor_.reset(G_OBJECT(g_unix_mount_monitor_get()));
     mountMonitorHandler_ = g_signal_connect_data(
-        mountMonitor_, "mounts-changed", G_CALLBACK(mountsChanged),
+        mountMonitor_.get(), "mounts-changed", G_CALLBACK(mountsChanged),
         new std::function<void()>([this] { mountsDidChange(); }),
         [](gpointer handler, GClosure* /*closure*/) {
           delete static_cast<std::function<void()>*>(handler);

@@ -10,8 +10,6 @@
 #include "platform/linux/session_bus.h"
 #include "platform/workspace.h"
 
-typedef struct _GUnixMountMonitor GUnixMountMonitor;
-
 namespace tervano {
 
 // The desktop by its own conventions: default handlers of URL schemes (Desktop Entry Specification
@@ -38,7 +36,8 @@ class GioWorkspace : public Workspace {
   std::atomic<int> pendingRequests_{0};
   NotificationCenter notificationCenter_;
   std::mutex mutex_;
-  GUnixMountMonitor* mountMonitor_ = nullptr;
+  // A GUnixMountMonitor.
+  GObjectPtr<GObject> mountMonitor_;
   unsigned long mountMonitorHandler_ = 0;
   // What the last look at the mount table showed.
   std::vector<MountTableEntry> mounts_;

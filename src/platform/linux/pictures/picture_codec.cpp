@@ -356,7 +356,7 @@ GObjectPtr<GdkPixbuf> loadPixbuf(const Data& encoded, Format format, LoadedSize&
       gdk_pixbuf_loader_new_with_type(loaderNameOf(format), nullptr));
   if (loader == nullptr) return nullptr;
   g_signal_connect(loader.get(), "size-prepared", G_CALLBACK(sizePrepared), &size);
-  constexpr std::size_t kChunk = 64 * 1024;
+  constexpr std::size_t kChunk = std::size_t{64} << 10;
   bool complete = true;
   for (std::size_t offset = 0; offset < encoded.size() && complete; offset += kChunk) {
     complete = gdk_pixbuf_loader_write(loader.get(), encoded.data() + offset,
