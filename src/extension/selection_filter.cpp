@@ -15,12 +15,12 @@ namespace tervano {
 namespace {
 
 bool isLocal(const Url& url) {
-  constexpr std::string_view kScheme = "file://";
+  constexpr std::string_view kLocalRoot = "file:///";
   const std::string& text = url.absoluteString();
   // A comparison of known length is a few instructions, and this is asked of every item.
-  return (text.size() >= kScheme.size() &&
-          std::memcmp(text.data(), kScheme.data(), kScheme.size()) == 0) ||
-         url.isFileURL();
+  return (text.size() >= kLocalRoot.size() &&
+          std::memcmp(text.data(), kLocalRoot.data(), kLocalRoot.size()) == 0) ||
+         !url.path().empty();
 }
 
 // Gathers the distinct extensions of many items without copying names.

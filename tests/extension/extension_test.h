@@ -37,6 +37,7 @@ class AskedFileManager : public ForwardingFileManager {
   mutable int questions = 0;
   bool hasContainers = true;
   bool refusesWrites = false;
+  std::vector<bool> writtenAtomically;
 
   bool isDirectoryAtPath(const std::string& path) const override {
     ++questions;
@@ -52,6 +53,7 @@ class AskedFileManager : public ForwardingFileManager {
   std::optional<Error> writeDataToFile(const Data& data, const std::string& path,
                                        bool atomically) override {
     if (refusesWrites) return posixError(ENOSPC, path);
+    writtenAtomically.push_back(atomically);
     return ForwardingFileManager::writeDataToFile(data, path, atomically);
   }
 };

@@ -370,6 +370,13 @@ TEST_F(ChoiceTest, SaveDictionaryNamesTheFileByAFreshUUID) {
   EXPECT_EQ(readFile(container() + "/" + *first), "{\n  \"a\" : 1\n}");
 }
 
+TEST_F(ChoiceTest, TheFileIsWrittenInPlace) {
+  finderSync();
+  files_.writtenAtomically.clear();
+  finderSync().saveDictionary({{"paths", Value::Array()}});
+  EXPECT_THAT(files_.writtenAtomically, ElementsAre(false));
+}
+
 TEST_F(ChoiceTest, TenThousandItemsTravelWhole) {
   SelectedItems list;
   for (int i = 0; i < 10000; ++i) list.push_back(item("/folder/file " + std::to_string(i)));

@@ -252,6 +252,15 @@ TEST_F(MenuTest, WhenEveryItemWasLeftOutEvenAnActionWithoutFilterIsHidden) {
   EXPECT_EQ(menu({any}, items({{Url("trash:///b.txt"), false}})), "");
 }
 
+TEST_F(MenuTest, AFileOfAnotherMachineIsNoLocalFile) {
+  const auto any = titled("Any");
+  const SelectedItem remote{Url("file://other/b.txt"), false};
+  EXPECT_EQ(menu({any}, items({remote})), "");
+  EXPECT_EQ(menu({any}, items({{Url("file://localhost/b.txt"), false}})), line(any));
+  const auto images = titled("Images", std::vector<std::string>{"public.image"});
+  EXPECT_EQ(menu({images}, items({item("/a.jpg"), remote})), line(images));
+}
+
 TEST_F(MenuTest, EachMenuKeepsTheSelectionItWasBuiltFor) {
   const auto action = titled("A");
   finderSync().userDefaults()->setUseSubmenu(false);
