@@ -30,6 +30,7 @@ std::optional<Data> contentsOfListFile(const std::string& path) {
 
 ActionList listOfArchive(const Data& data) {
   const Value root = Unarchiver::unarchiveObjectWithData(data, *platform().classRegistry);
+  if (root.isNull()) return {};
   const auto* array = root.getIf<Value::Array>();
   if (array == nullptr) {
     throw PlatformException(kInvalidUnarchiveException, "the archive holds no list of actions");

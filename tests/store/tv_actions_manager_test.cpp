@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <stdexcept>
 #include <thread>
@@ -66,8 +67,10 @@ class CountingChannel : public ForwardingNotifyChannel {
  public:
   using ForwardingNotifyChannel::ForwardingNotifyChannel;
   std::vector<std::string> posts;
+  std::function<void()> onPost;
   void post(const std::string& name) override {
     posts.push_back(name);
+    if (onPost) onPost();
     ForwardingNotifyChannel::post(name);
   }
 };
@@ -173,6 +176,14 @@ TEST_F(TVActionsManagerTest, AnArchiveOfAnEmptyArrayIsAnEmptyList) {
   const auto manager = TVActionsManager::create();
   ASSERT_NE(manager, nullptr);
   EXPECT_THAT(manager->actions(), IsEmpty());
+}
+
+TEST_F(TVActionsManagerTest, AnArchiveOfNilIsAnEmptyList) {
+  writeListFile(archiveOf(nullptr));
+  const auto manager = TVActionsManager::create();
+  ASSERT_NE(manager, nullptr);
+  EXPECT_THAT(manager->actions(), IsEmpty());
+  EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(TVActionsManagerTest, TheListIsLoadedInItsOrder) {
@@ -415,6 +426,15 @@ TEST_F(TVActionsManagerTest, AFailedWriteIsNotReportedAndTheChangeAnnouncedAllTh
 TEST_F(TVActionsManagerTest, TheMessageCarriesNoObjectAndNoFile) {
   TVActionsManager::create()->actuallySave();
   EXPECT_FALSE(std::filesystem::exists(container() + "/wormhole/TVDidChangeNotification.archive"));
+}
+
+TEST_F(TVActionsManagerTest, TheChangeIsAnnouncedAfterTheFileWasWritten) {
+  const auto manager = TVActionsManager::create();
+  manager->addAction(action<TVAction>());
+  bool wasWritten = false;
+  channel_.onPost = [&] { wasWritten = std::filesystem::exists(listFile()); };
+  manager->actuallySave();
+  EXPECT_TRUE(wasWritten);
 }
 
 TEST_F(TVActionsManagerTest, ChangingTheListSavesNothing) {
