@@ -314,7 +314,7 @@ TEST_F(UserDefaultsTest, AddingNeverReplacesAnAccessor) {
   const auto defaults = VXUserDefaults::make<Colliding>();
   EXPECT_EQ(defaults->typesOfAccessor("shared"), "i@:");
   EXPECT_EQ(defaults->defaultsKeyForSelector("shared"), "shared");
-  defaults->set("setTaken:", "value");
+  defaults->userDefaults()->setObject("stored", "own");
   EXPECT_TRUE(defaults->get("own").isNull()) << "the class's own accessor was replaced";
 }
 
