@@ -47,9 +47,11 @@ PrivateBus::PrivateBus(const std::map<std::string, std::string>& services) : pre
       << folder_ << "/socket</listen><servicedir>" << folder_ << "/services</servicedir>"
       << "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
          "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n";
+  // It goes with the test, also with one that is killed.
   daemon_ = std::make_unique<ChildProcess>(startProgram(
-      "/usr/bin/dbus-daemon",
-      {"--config-file=" + folder_ + "/bus.conf", "--nofork", "--nopidfile", "--print-address=1"}));
+      "/usr/bin/setpriv",
+      {"--pdeathsig", "TERM", "/usr/bin/dbus-daemon", "--config-file=" + folder_ + "/bus.conf",
+       "--nofork", "--nopidfile", "--print-address=1"}));
   const auto address = daemon_->hear();
   if (!address) throw std::runtime_error("dbus-daemon does not start");
   address_ = *address;

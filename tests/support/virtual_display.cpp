@@ -8,8 +8,10 @@
 namespace tervano::test {
 
 VirtualDisplay::VirtualDisplay()
-    : server_(startProgram("/usr/bin/Xvfb", {"-displayfd", "1", "-screen", "0", "1280x800x24",
-                                             "-nolisten", "tcp", "-noreset"})) {
+    // It goes with the test, also with one that is killed.
+    : server_(startProgram("/usr/bin/setpriv",
+                           {"--pdeathsig", "TERM", "/usr/bin/Xvfb", "-displayfd", "1", "-screen",
+                            "0", "1280x800x24", "-nolisten", "tcp", "-noreset"})) {
   const auto number = server_.hear();
   if (!number) throw std::runtime_error("Xvfb does not start");
   name_ = ":" + *number;
