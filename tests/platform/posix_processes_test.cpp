@@ -57,10 +57,11 @@ struct ToolRun {
     for (const bool isOutput : {true, false}) {
       const auto& pipe = isOutput ? process->standardOutput() : process->standardError();
       pipe->fileHandleForReading()->setReadabilityHandler(
-          [this, isOutput, state = events](FileHandle& handle) {
+          // A call under way outlives this object: it holds what it uses.
+          [&runLoop = platform.runLoop(), isOutput, state = events](FileHandle& handle) {
             const Data data = handle.availableData();
             if (data.empty()) return;
-            platform.runLoop().dispatchAsyncOnMainQueue(
+            runLoop.dispatchAsyncOnMainQueue(
                 [state, line = std::string(isOutput ? "out:" : "err:") +
                                std::string(data.begin(), data.end())] { state->push_back(line); });
           });
@@ -544,9 +545,10 @@ TEST_F(PosixProcessesTest, WithoutDescriptorsAPipeThrows) {
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
   // As many as are open now; the hard limit stands in the way of more.
   auto child = test::forkChild([&](test::ParentLink&) {
+    // Like the platform's own, never destroyed.
+    auto& own = *new PosixProcesses;
     const rlimit limit{3, 3};
     setrlimit(RLIMIT_NOFILE, &limit);
-    PosixProcesses own;
     try {
       own.createPipe();
     } catch (const PlatformException&) {
