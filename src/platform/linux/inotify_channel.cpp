@@ -31,7 +31,7 @@ constexpr char kNotifyFolder[] = "notify";
 constexpr guint kRetryMilliseconds = 1000;
 // A session's runtime folder may appear while a sender runs.
 constexpr std::int64_t kFoldersKnownForSeconds = 2;
-constexpr std::size_t kBufferSize = 64 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 // How many buffers one turn of the main loop may take, so that a flood of posts starves nobody.
 constexpr int kBuffersPerTurn = 16;
 

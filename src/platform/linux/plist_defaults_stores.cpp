@@ -22,7 +22,7 @@ namespace {
 using Changes = std::map<std::string, std::optional<Value>>;
 
 // A preferences file of more than this is no preferences file.
-constexpr off_t kLargestFile = 64 * 1024 * 1024;
+constexpr off_t kLargestFile = off_t{64} * 1024 * 1024;
 
 // Which file a path names, and which content of it.
 struct Identity {

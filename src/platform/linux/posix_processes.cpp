@@ -35,7 +35,7 @@ namespace tervano {
 
 namespace {
 
-constexpr std::size_t kLargestChunk = 64 * 1024;
+constexpr std::size_t kLargestChunk = std::size_t{64} * 1024;
 constexpr int kEventsPerTurn = 64;
 constexpr int kFirstFreeDescriptor = 3;
 constexpr int kUnknownStatus = -1;
@@ -265,6 +265,7 @@ class SpawnPlan {
  private:
   static std::vector<char*> pointers(const std::vector<std::string>& strings) {
     std::vector<char*> result;
+    result.reserve(strings.size() + 1);
     for (const std::string& string : strings) result.push_back(const_cast<char*>(string.c_str()));
     result.push_back(nullptr);
     return result;
@@ -385,7 +386,7 @@ void LinuxProcess::launch() {
           name.find('=') != std::string::npos) {
         refuse(program, EINVAL);
       }
-      environment->push_back(name + "=" + value);
+      environment->emplace_back(name).append("=").append(value);
     }
   }
   SpawnPlan plan;

@@ -19,7 +19,7 @@ namespace tervano {
 
 namespace {
 
-constexpr std::size_t kBufferSize = 256 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 constexpr int kMostAttempts = 3;
 constexpr char kAccessList[] = "system.posix_acl_access";
 constexpr char kDefaultAccessList[] = "system.posix_acl_default";
@@ -182,9 +182,13 @@ class TreeCopier {
     if (auto error = enter(source_.name, true)) return error;
     while (!folders_.empty()) {
       Folder& folder = folders_.back();
-      auto error =
-          folder.next == folder.entries.size() ? leave() : copyEntry(folder.entries[folder.next++]);
-      if (error) return error;
+      if (folder.next == folder.entries.size()) {
+        if (auto error = leave()) return error;
+      } else {
+        // Taken out, since entering a folder moves the list.
+        const std::string name = std::move(folder.entries[folder.next++]);
+        if (auto error = copyEntry(name)) return error;
+      }
     }
     return flushTree();
   }
@@ -240,8 +244,7 @@ class TreeCopier {
     return std::nullopt;
   }
 
-  std::optional<Error> copyEntry(const std::string& entry) {
-    const std::string name = entry;
+  std::optional<Error> copyEntry(const std::string& name) {
     struct stat status {};
     if (fstatat(from_.current(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
       return failure(name);
