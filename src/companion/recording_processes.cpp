@@ -152,7 +152,8 @@ class RecordingProcesses::RecordedProcess : public Process,
     if (!ending.empty()) {
       record_->complain(launchPath() + ending + (text.empty() ? "." : ": " + text));
     }
-    platform().notificationCenter->post({kTaskDidTerminateNotification, static_cast<Process*>(this), {}});
+    platform().notificationCenter->post(
+        {kTaskDidTerminateNotification, static_cast<Process*>(this), {}});
   }
 
   std::shared_ptr<Process> real_;

@@ -76,9 +76,34 @@ bool isRunning(pid_t pid) {
   return false;
 }
 
-Desktop::Desktop(std::optional<int> idleSeconds) {
-  // What the bus or the companion leaves behind becomes a child of this process, to be seen.
+void adoptOrphans() {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
+}
+
+void expectEveryChildToLeave(const std::string& except) {
+  const auto remaining = [&] {
+    std::vector<pid_t> pids;
+    for (const pid_t pid : children()) {
+      if (except.empty() || commandLine(pid).find(except) == std::string::npos) pids.push_back(pid);
+    }
+    return pids;
+  };
+  const bool allLeft = waitUntil(
+      [&] {
+        for (const pid_t pid : remaining()) waitpid(pid, nullptr, WNOHANG);
+        return remaining().empty();
+      },
+      20);
+  if (allLeft) return;
+  for (const pid_t pid : remaining()) {
+    ADD_FAILURE() << "left behind: " << commandLine(pid);
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+  }
+}
+
+Desktop::Desktop(std::optional<int> idleSeconds) {
+  adoptOrphans();
   home_.home().setVariable("XDG_DATA_DIRS", std::string(TERVANO_SHARE) + ":/usr/share");
   home_.home().setVariable("GIO_USE_VFS", "local");
   home_.home().setVariable("GSETTINGS_BACKEND", "memory");
@@ -129,26 +154,8 @@ Desktop::Desktop(std::optional<int> idleSeconds) {
 Desktop::~Desktop() {
   endSession();
   notificationDaemon_.reset();
-  // The X server is the one child that stays until its own destructor.
-  const auto others = [] {
-    std::vector<pid_t> left;
-    for (const pid_t pid : children()) {
-      if (commandLine(pid).find("Xvfb") == std::string::npos) left.push_back(pid);
-    }
-    return left;
-  };
-  const bool allLeft = waitUntil(
-      [&] {
-        for (const pid_t pid : others()) waitpid(pid, nullptr, WNOHANG);
-        return others().empty();
-      },
-      20);
-  if (allLeft) return;
-  for (const pid_t pid : others()) {
-    ADD_FAILURE() << "left behind: " << commandLine(pid);
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-  }
+  // The X server stays until its own destructor.
+  expectEveryChildToLeave("Xvfb");
 }
 
 void Desktop::endSession() {

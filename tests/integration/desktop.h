@@ -77,6 +77,12 @@ class Desktop {
   std::unique_ptr<FakeBusService> fileManager_;
 };
 
+// From now on a process that is left behind below this one becomes its child, and so is seen.
+void adoptOrphans();
+// Waits for the end of every child, also an adopted one, unless its command line has `except` in
+// it. Ends those that stay, which fails the test.
+void expectEveryChildToLeave(const std::string& except = "");
+
 // Whether a process of that number runs; one that ended and was not waited for does not.
 bool isRunning(pid_t pid);
 

@@ -4,6 +4,8 @@
 #include <filesystem>
 
 #include "tests/companion/tervano_program.h"
+#include "tests/integration/desktop.h"
+#include "tests/support/scoped_platform.h"
 
 namespace tervano::test {
 
@@ -16,6 +18,7 @@ using testing::HasSubstr;
 class RunScriptTest : public testing::Test {
  protected:
   RunScriptTest() : build_(home_.folder("built")) {
+    adoptOrphans();
     const fs::path real = fs::path(TERVANO_SHARE).parent_path();
     for (const char* part : {"bin", "share"}) {
       fs::create_directory_symlink(real / part, build_ + "/" + part);
@@ -28,6 +31,9 @@ class RunScriptTest : public testing::Test {
     }
   }
 
+  // The bus, the companion and the daemons of the script end with it.
+  void TearDown() override { expectEveryChildToLeave(); }
+
   static ProgramOutcome run(const std::vector<std::string>& words = {}) {
     ProgramStart start;
     start.path = std::string(TERVANO_SOURCE) + "/run";
@@ -36,6 +42,7 @@ class RunScriptTest : public testing::Test {
     return runProgram(start);
   }
 
+  ScopedPlatform platform_;
   ProgramHome home_;
   std::string build_;
 };
