@@ -44,6 +44,12 @@ struct Uuid {
   friend auto operator<=>(const Uuid&, const Uuid&) = default;
 };
 
+template <typename T>
+concept PlainInteger = std::is_integral_v<T> && !std::is_same_v<T, bool>;
+
+template <typename T>
+concept ArchivableObject = std::is_base_of_v<Coding, T>;
+
 // Anything that a property list or a keyed archive can hold. Null stands for nil.
 //
 // A property list holds bool, integers, reals, strings, data, dates, UIDs, arrays and dictionaries;
@@ -61,8 +67,7 @@ class Value {
   Value(bool value) : storage_(value) {}
   // Unsigned values beyond the signed 64-bit range keep their own alternative; every other integer
   // is a std::int64_t.
-  template <typename Integer>
-    requires(std::is_integral_v<Integer> && !std::is_same_v<Integer, bool>)
+  template <PlainInteger Integer>
   Value(Integer value) {
     if (std::is_unsigned_v<Integer> && static_cast<std::uint64_t>(value) > INT64_MAX) {
       storage_ = static_cast<std::uint64_t>(value);
@@ -82,8 +87,7 @@ class Value {
   Value(Uuid value) : storage_(value) {}
   Value(Array value) : storage_(std::move(value)) {}
   Value(Dictionary value) : storage_(std::move(value)) {}
-  template <typename T>
-    requires std::is_base_of_v<Coding, T>
+  template <ArchivableObject T>
   Value(std::shared_ptr<T> object) {
     if (object != nullptr) storage_ = Object(std::move(object));
   }

@@ -10,7 +10,7 @@ namespace tervano {
 
 // Serialises readers and writers of one file across processes by advisory locks kept outside the
 // file's folder. Any thread; blocks while another process holds the file. The accessor receives the
-// path to use and does not run when an error is returned.
+// path to use, does not run when an error is returned, and must not coordinate the same file again.
 class FileCoordinator {
  public:
   using Accessor = std::function<void(const std::string& path)>;

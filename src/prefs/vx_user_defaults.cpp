@@ -1,7 +1,5 @@
 #include "prefs/vx_user_defaults.h"
 
-#include <cctype>
-
 #include "platform/platform.h"
 
 namespace tervano {
@@ -58,7 +56,9 @@ std::string VXUserDefaults::Property::getterName() const {
 std::string VXUserDefaults::Property::setterName() const {
   if (setter != nullptr) return setter;
   const std::string_view rest(name + 1);
-  const auto initial = static_cast<char>(std::toupper(static_cast<unsigned char>(name[0])));
+  // Without regard to the locale, in some of which "i" has another capital.
+  const char first = name[0];
+  const auto initial = first >= 'a' && first <= 'z' ? static_cast<char>(first - 'a' + 'A') : first;
   return std::string("set").append(1, initial).append(rest).append(":");
 }
 

@@ -524,5 +524,38 @@ TEST_F(FallbackFolderTest, ARelativeRuntimeFolderIsNotUsed) {
   for (const auto& candidate : RuntimeFolders::usable()) EXPECT_EQ(candidate.base[0], '/');
 }
 
+TEST_F(InotifyChannelTest, APostOnItsWayReachesTheObservationThatReplacesTheOldOne) {
+  observe("a");
+  channel.post("a");
+  std::vector<std::string> replacement;
+  channel.addObserver(this, "a",
+                      [&replacement](const std::string& name) { replacement.push_back(name); });
+  settle();
+  EXPECT_TRUE(heard.empty());
+  EXPECT_EQ(replacement, std::vector<std::string>{"a"});
+  channel.removeObserver(this, "a");
+}
+
+TEST_F(InotifyChannelTest, AnObserverOfEveryNameHearsWhatNobodyElseObserves) {
+  std::vector<std::string> every;
+  channel.addObserverOfEveryName(&every,
+                                 [&every](const std::string& name) { every.push_back(name); });
+  channel.post("a/b \xFF");
+  channel.post("c");
+  EXPECT_TRUE(waitUntil([&] { return every.size() == 2; }));
+  EXPECT_EQ(every, (std::vector<std::string>{"a/b \xFF", "c"}));
+  channel.removeEveryObserver(&every);
+}
+
+TEST_F(InotifyChannelTest, AnObserverOfEveryNameLeavesTheOthersTheirPosts) {
+  observe("a");
+  channel.post("a");
+  int every = 0;
+  channel.addObserverOfEveryName(&every, [&every](const std::string&) { ++every; });
+  settle();
+  EXPECT_EQ(heard, std::vector<std::string>{"a"});
+  channel.removeEveryObserver(&every);
+}
+
 }  // namespace
 }  // namespace tervano

@@ -191,5 +191,25 @@ TEST_F(LockFileCoordinatorTest, AnAccessorThatThrowsFreesTheLock) {
   EXPECT_EQ(taker(true).hear(), "done");
 }
 
+TEST_F(LockFileCoordinatorTest, ReadersThatComeAgainAndAgainDoNotKeepAWriterOut) {
+  std::atomic<bool> written{false};
+  std::atomic<int> reads{0};
+  constexpr int kEnoughReads = 200'000;
+  std::vector<std::thread> readers;
+  for (int number = 0; number < 3; ++number) {
+    readers.emplace_back([&] {
+      LockFileCoordinator own;
+      while (!written && ++reads < kEnoughReads) {
+        own.coordinateReading(path, [](const std::string&) { std::this_thread::yield(); });
+      }
+    });
+  }
+  EXPECT_FALSE(LockFileCoordinator().coordinateWriting(
+      path, [&](const std::string&) { written = reads < kEnoughReads; }));
+  EXPECT_TRUE(written);
+  written = true;
+  for (auto& reader : readers) reader.join();
+}
+
 }  // namespace
 }  // namespace tervano

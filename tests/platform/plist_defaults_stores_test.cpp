@@ -427,5 +427,33 @@ TEST_F(PlistDefaultsStoresTest, ARelativeConfigHomeIsIgnored) {
             platform.home().path() + "/.config/tervano/s.plist");
 }
 
+TEST_F(PlistDefaultsStoresTest, AFileThatCannotBeReadForAWhileIsNeitherForgottenNorSetAside) {
+  const auto store = open();
+  store->setBool(true, "kept");
+  ASSERT_TRUE(store->synchronize());
+  const std::string away = file + ".away";
+  fs::rename(file, away);
+  fs::create_symlink(file, file);
+
+  EXPECT_TRUE(store->boolForKey("kept"));
+  store->setBool(true, "added");
+  EXPECT_FALSE(store->synchronize());
+  EXPECT_TRUE(fs::is_symlink(file));
+
+  fs::remove(file);
+  fs::rename(away, file);
+  EXPECT_TRUE(store->synchronize());
+  EXPECT_EQ(contents(file), (Value::Dictionary{{"added", true}, {"kept", true}}));
+  EXPECT_FALSE(fs::exists(file + ".broken"));
+}
+
+TEST_F(PlistDefaultsStoresTest, AKeyThatIsNoTextIsRefusedAndSpoilsNothing) {
+  const auto store = open();
+  EXPECT_THROW(store->setBool(true, "\xFF"), PlatformException);
+  store->setBool(true, "good");
+  EXPECT_TRUE(store->synchronize());
+  EXPECT_EQ(read(kSuite, "good"), Value(true));
+}
+
 }  // namespace
 }  // namespace tervano

@@ -203,6 +203,17 @@ struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::L
     }
   }
 
+  // Opens for one more observation; those that were there before miss nothing.
+  void begin() {
+    open();
+    if (compareDue && !nobodyListens()) {
+      drop(retry);
+      scheduleRetry(0);
+    } else {
+      compareDue = false;
+    }
+  }
+
   void scheduleRetry(guint milliseconds) {
     if (retry == nullptr) retry = attach(g_timeout_source_new(milliseconds), onRetry);
   }
@@ -311,7 +322,9 @@ struct InotifyChannel::Listener : std::enable_shared_from_this<InotifyChannel::L
         const std::lock_guard lock(mutex);
         if (const auto found = names.find(file); found != names.end()) {
           for (const auto& observation : found->second.observations) {
-            if (observation->since != found->second.generation) observations.push_back(observation);
+            if (!observation->since || observation->since != found->second.generation) {
+              observations.push_back(observation);
+            }
           }
         }
         observations.insert(observations.end(), everyName.begin(), everyName.end());
@@ -408,27 +421,30 @@ void InotifyChannel::post(const std::string& name) {
 }
 
 void InotifyChannel::addObserver(const void* observer, const std::string& name, Callback callback) {
-  removeObserver(observer, name);
+  // Let go of after the lock, since that may let go of anything.
+  std::shared_ptr<Observation> replaced;
   const std::lock_guard lock(listener_->mutex);
-  listener_->open();
-  if (listener_->compareDue && !listener_->names.empty()) {
-    listener_->drop(listener_->retry);
-    listener_->scheduleRetry(0);
-  } else {
-    listener_->compareDue = false;
-  }
+  listener_->begin();
   const std::string file = escapedFileName(name);
   const auto [entry, isNew] = listener_->names.try_emplace(file);
   const Generation now = listener_->generationOf(file);
   if (isNew) entry->second.generation = now;
-  entry->second.observations.push_back(
-      std::make_shared<Observation>(Observation{observer, name, std::move(callback), now}));
+  auto added = std::make_shared<Observation>(Observation{observer, name, std::move(callback), now});
+  for (auto& observation : entry->second.observations) {
+    if (observation->observer != observer) continue;
+    // A post that is on its way to the old one belongs to the new one.
+    added->since = observation->since;
+    observation->removed = true;
+    replaced = std::exchange(observation, std::move(added));
+    return;
+  }
+  entry->second.observations.push_back(std::move(added));
 }
 
 void InotifyChannel::addObserverOfEveryName(const void* observer, Callback callback) {
   const std::lock_guard lock(listener_->mutex);
-  listener_->open();
-  listener_->everyGeneration = listener_->allGenerations();
+  listener_->begin();
+  if (listener_->everyName.empty()) listener_->everyGeneration = listener_->allGenerations();
   listener_->everyName.push_back(
       std::make_shared<Observation>(Observation{observer, "", std::move(callback), std::nullopt}));
 }

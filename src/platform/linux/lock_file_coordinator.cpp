@@ -33,6 +33,15 @@ std::string lockName(const std::string& path) {
   return digest.get();
 }
 
+// A held lock; empty, with errno, when it cannot be had.
+Descriptor lockFile(int folder, const std::string& name, int operation) {
+  Descriptor lock(openat(folder, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+  while (lock && flock(lock.get(), operation) != 0) {
+    if (errno != EINTR) return {};
+  }
+  return lock;
+}
+
 // Takes the lock in the first folder that can be used and in every other one that exists, since
 // not all processes of a session see the same first one; in the order of their paths, so that two
 // processes never wait for each other.
@@ -54,12 +63,12 @@ std::optional<Error> takeLocks(const std::string& path, int operation,
             [](const auto& left, const auto& right) { return left.first < right.first; });
   const std::string name = lockName(path);
   for (const auto& [folderPath, folder] : folders) {
-    Descriptor lock(
-        openat(folder.get(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    // Whoever waits for the lock holds the gate, so that readers who come later queue behind a
+    // writer instead of passing it for ever.
+    const Descriptor gate = lockFile(folder.get(), name + ".gate", LOCK_EX);
+    if (!gate) return posixError(errno, "The lock of " + path);
+    Descriptor lock = lockFile(folder.get(), name, operation);
     if (!lock) return posixError(errno, "The lock of " + path);
-    while (flock(lock.get(), operation) != 0) {
-      if (errno != EINTR) return posixError(errno, "The lock of " + path);
-    }
     locks.push_back(std::move(lock));
   }
   return std::nullopt;

@@ -84,6 +84,11 @@ class PlistDefaultsStores::SuiteFile {
       if (errno != EINTR) return complain("Could not lock");
     }
     refresh();
+    // What is there may be whole: it is neither replaced nor set aside.
+    if (readError_ != 0) {
+      errno = readError_;
+      return complain("Could not merge into");
+    }
     auto merged = std::make_shared<Value::Dictionary>(*values_);
     for (const auto& [key, value] : changes) {
       if (value) {
@@ -108,38 +113,39 @@ class PlistDefaultsStores::SuiteFile {
     identity_ = identity;
     values_ = std::move(values);
     isBroken_ = isBroken;
+    readError_ = 0;
+  }
+
+  // The file is there but cannot be read now: what was read last stays, and the next call tries
+  // again. Told once.
+  void keepForNow(int reason) {
+    if (readError_ == 0) log(posixError(reason, "Could not read the preferences " + path_).message);
+    readError_ = reason;
+    identity_ = {};
   }
 
   void refresh() {
     struct stat status {};
     if (stat(path_.c_str(), &status) != 0) {
-      const int reason = errno;
-      if (!isBroken_ && reason != ENOENT && reason != ENOTDIR) {
-        log(posixError(reason, "Could not read the preferences " + path_).message);
-      }
-      const bool missing = reason == ENOENT || reason == ENOTDIR;
-      become({}, std::make_shared<const Value::Dictionary>(), !missing);
+      if (errno != ENOENT && errno != ENOTDIR) return keepForNow(errno);
+      become({}, std::make_shared<const Value::Dictionary>(), false);
       return;
     }
-    const Identity found = Identity::of(status);
-    if (found == identity_) return;
-    read();
+    if (Identity::of(status) != identity_) read();
   }
 
   void read() {
     const Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
     if (!file || fstat(file.get(), &status) != 0) {
-      const int reason = errno;
-      struct stat now {};
-      const bool stillThere = stat(path_.c_str(), &now) == 0;
-      if (stillThere) log(posixError(reason, "Could not read the preferences " + path_).message);
-      become(stillThere ? Identity::of(now) : Identity{},
-             std::make_shared<const Value::Dictionary>(), stillThere);
+      if (errno != ENOENT) return keepForNow(errno);
+      become({}, std::make_shared<const Value::Dictionary>(), false);
       return;
     }
     std::string reason;
-    std::optional<Value::Dictionary> dictionary = parse(file.get(), status, reason);
+    int readError = 0;
+    std::optional<Value::Dictionary> dictionary = parse(file.get(), status, reason, readError);
+    if (readError != 0) return keepForNow(readError);
     if (!dictionary) log("Could not read the preferences " + path_ + ": " + reason);
     const bool isBroken = !dictionary.has_value();
     become(Identity::of(status),
@@ -149,7 +155,7 @@ class PlistDefaultsStores::SuiteFile {
   }
 
   static std::optional<Value::Dictionary> parse(int file, const struct stat& status,
-                                                std::string& reason) {
+                                                std::string& reason, int& readError) {
     if (!S_ISREG(status.st_mode) || status.st_size > kLargestFile) {
       reason = "not a preferences file";
       return std::nullopt;
@@ -160,7 +166,7 @@ class PlistDefaultsStores::SuiteFile {
       const ssize_t count = ::read(file, bytes.data() + filled, bytes.size() - filled);
       if (count < 0 && errno == EINTR) continue;
       if (count < 0) {
-        reason = posixError(errno, "read").message;
+        readError = errno;
         return std::nullopt;
       }
       if (count == 0) break;
@@ -212,6 +218,11 @@ class PlistDefaultsStores::SuiteFile {
 
   bool replace(std::shared_ptr<const Value::Dictionary> merged) {
     const Data bytes = binaryDataWithPropertyList(*merged);
+    // No reader would take it.
+    if (bytes.size() > static_cast<std::size_t>(kLargestFile)) {
+      errno = EFBIG;
+      return complain("Could not write");
+    }
     const std::string temporary = folder_ + "/." + randomFileNameSuffix() + ".tmp";
     const Descriptor file(
         ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -235,7 +246,10 @@ class PlistDefaultsStores::SuiteFile {
   std::mutex mutex_;
   Identity identity_;
   std::shared_ptr<const Value::Dictionary> values_ = std::make_shared<const Value::Dictionary>();
+  // The bytes were read and are no preferences.
   bool isBroken_ = false;
+  // Why the bytes could not be read, 0 when they were.
+  int readError_ = 0;
 };
 
 class PlistDefaultsStores::Store : public DefaultsStore {
@@ -269,8 +283,6 @@ class PlistDefaultsStores::Store : public DefaultsStore {
       removeObjectForKey(key);
       return;
     }
-    // Throws for what a property list cannot hold, before the value can spoil the whole suite.
-    binaryDataWithPropertyList(value);
     change(key, value);
   }
   void setBool(bool value, const std::string& key) override { change(key, value); }
@@ -295,7 +307,9 @@ class PlistDefaultsStores::Store : public DefaultsStore {
   }
 
  private:
+  // Throws for what a property list cannot hold, before it can spoil the whole suite.
   void change(const std::string& key, std::optional<Value> value) {
+    binaryDataWithPropertyList(Value::Dictionary{{key, value.value_or(Value(true))}});
     const std::lock_guard lock(mutex_);
     changes_.insert_or_assign(key, std::move(value));
   }

@@ -1,6 +1,7 @@
 #include "platform/linux/posix_processes.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
 #include <sys/epoll.h>
@@ -162,8 +163,11 @@ class ReadEnd : public FileHandle, public std::enable_shared_from_this<ReadEnd> 
     return data;
   }
 
-  // Calls the handler, if there is one. On the service's thread.
+  // Calls the handler, if there is one. On the service's thread, which must not wait: an event may
+  // be about what was drained since.
   void callHandler() {
+    pollfd now{descriptor_.get(), POLLIN, 0};
+    if (poll(&now, 1, 0) <= 0) return;
     std::shared_ptr<ReadabilityHandler> handler;
     {
       const std::lock_guard lock(mutex_);
