@@ -69,7 +69,7 @@ std::optional<std::vector<std::string>> typesOf(const std::string& words) {
 }
 
 std::string folderOf(const std::string& argument) {
-  const std::string folder = absolutePath(argument);
+  std::string folder = absolutePath(argument);
   const auto& fileManager = *platform().fileManager;
   if (!fileManager.fileExistsAtPath(folder)) {
     std::cerr << "Note: the folder " << printable(folder) << " does not exist yet.\n";
@@ -126,7 +126,7 @@ std::string titleOfFolder(const std::string& folder) {
 
 std::shared_ptr<TVActionGroup> requireGroup(const ActionList& actions, const std::string& uid,
                                             const TVAction& member) {
-  const auto group = std::dynamic_pointer_cast<TVActionGroup>(requireAction(actions, uid).action);
+  auto group = std::dynamic_pointer_cast<TVActionGroup>(requireAction(actions, uid).action);
   if (group == nullptr) throw CommandError("The action " + uid + " is not a group.");
   if (dynamic_cast<const TVActionGroup*>(&member) != nullptr) {
     throw CommandError("A group cannot be a member of a group.");

@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <iostream>
+#include <iterator>
 
 #include "actions/register_action_classes.h"
 #include "archive/platform_exception.h"
@@ -24,13 +26,15 @@ std::vector<Command> allCommands() {
   std::vector<Command> all;
   for (const auto topic : {listCommands, editCommands, menuCommands, runCommands,
                            preferenceCommands, messageCommands, archiveCommands}) {
-    for (auto& command : topic()) all.push_back(std::move(command));
+    auto commands = topic();
+    std::move(commands.begin(), commands.end(), std::back_inserter(all));
   }
   return all;
 }
 
 std::vector<CommandHelp> helpOf(const std::vector<Command>& commands) {
   std::vector<CommandHelp> help;
+  help.reserve(commands.size());
   for (const auto& command : commands) help.push_back(command.help);
   return help;
 }

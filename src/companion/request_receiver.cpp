@@ -20,7 +20,7 @@ namespace tervano {
 
 namespace {
 
-constexpr std::int64_t kStaleAfterSeconds = 24 * 60 * 60;
+constexpr std::int64_t kStaleAfterSeconds = 86'400;  // A day.
 
 void tellUser(const std::string& message) {
   UserNotification notification;

@@ -36,9 +36,9 @@ void appendAction(ActionList& actions, std::shared_ptr<TVAction> action) {
 
 void removeEveryAction(ActionList& actions, const std::shared_ptr<TVAction>& action) {
   if (action == nullptr) return;
-  // The argument may be an entry of the list itself.
-  const auto removed = action;
-  std::erase(actions, removed);
+  // By address: the argument may be an entry of the list itself.
+  std::erase_if(actions,
+                [removed = action.get()](const auto& entry) { return entry.get() == removed; });
 }
 
 }  // namespace tervano
