@@ -17,7 +17,11 @@
 #include "tests/archive/raw_property_list.h"
 #include "tests/archive/sample_classes.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifndef __has_feature
+#define __has_feature(feature) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || \
+    __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 #define TERVANO_SANITIZED 1
 #else
 #define TERVANO_SANITIZED 0
