@@ -8,6 +8,24 @@
 
 namespace tervano {
 
+namespace {
+
+constexpr std::size_t kLongestName = 255;
+
+// The beginning of a name that leaves room for so many bytes, without half a UTF-8 character.
+std::string shortened(const std::string& stem, std::size_t needed) {
+  if (needed >= kLongestName || stem.size() + needed <= kLongestName) return stem;
+  std::size_t length = kLongestName - needed;
+  const auto continues = [&](std::size_t at) {
+    return (static_cast<unsigned char>(stem[at]) & 0xC0U) == 0x80U;
+  };
+  const std::size_t longest = length;
+  while (length > 0 && longest - length < 4 && continues(length)) --length;
+  return stem.substr(0, length > 0 && !continues(length) ? length : longest);
+}
+
+}  // namespace
+
 std::string vx_nextAvailablePath(const std::string& path) {
   const FileManager& files = *platform().fileManager;
   if (!files.itemExistsAtPath(path)) return path;
@@ -17,8 +35,8 @@ std::string vx_nextAvailablePath(const std::string& path) {
   const std::string suffix = extension.empty() ? "" : "." + extension;
   const std::string stem = name.substr(0, name.size() - suffix.size());
   for (std::int64_t number = 2;; ++number) {
-    std::string candidate = stem;
-    candidate.append(" ").append(std::to_string(number)).append(suffix);
+    const std::string ending = " " + std::to_string(number) + suffix;
+    std::string candidate = shortened(stem, ending.size()) + ending;
     candidate = appendingPathComponent(folder, candidate);
     if (!files.itemExistsAtPath(candidate)) return candidate;
   }

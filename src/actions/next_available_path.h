@@ -7,7 +7,8 @@ namespace tervano {
 // `path` itself when nothing has that name, else a path in the same folder at which nothing exists:
 // "name 2.ext", "name 3.ext" and so on, the first that is free. Only the last extension counts as
 // one, and a name whose only dot is its first character has none. A dangling link takes its name.
-// Trailing slashes are dropped.
+// Trailing slashes are dropped. A name that would get longer than 255 bytes loses the end of its
+// stem.
 //
 // One rule for every action that makes files. Blocking; any thread. Another process may take the
 // name before the caller does, so the caller must create without replacing.

@@ -52,13 +52,14 @@ bool isUid(const std::string& word) {
 }
 
 ActionPlace requireAction(const ActionList& actions, const std::string& uid) {
+  // Another system may have given it another form, so the list decides first.
+  auto place = findAction(actions, uid);
+  if (place) return *place;
   if (!isUid(uid)) {
     throw UsageError("\"" + printable(uid) +
                      "\" is no uid; a uid has 32 characters of 0 to 9 and A to F.");
   }
-  auto place = findAction(actions, uid);
-  if (!place) throw CommandError("There is no action with the uid " + uid + " in the list.");
-  return *place;
+  throw CommandError("There is no action with the uid " + uid + " in the list.");
 }
 
 void changeActions(const std::function<void(TVActionsManager&)>& change) {

@@ -1,4 +1,5 @@
 #include <iostream>
+#include <set>
 
 #include "actions/tv_copy_to_action.h"
 #include "actions/tv_move_to_action.h"
@@ -29,7 +30,11 @@ Json jsonOrNull(const std::optional<T>& value) {
   return value ? Json(*value) : Json(nullptr);
 }
 
-Json jsonOfAction(const TVAction& action) {
+// The groups that were shown with their members. A group is shown so once: a list of another system
+// may hold one in many places, or groups within groups.
+using ShownGroups = std::set<const TVAction*>;
+
+Json jsonOfAction(const TVAction& action, ShownGroups& shown) {
   Json json;
   json["uid"] = jsonOrNull(action.uid());
   json["class"] = std::string(action.className());
@@ -42,29 +47,31 @@ Json jsonOfAction(const TVAction& action) {
   json["destination"] = destination ? Json(destination->path()) : Json(nullptr);
   json["actions"] = nullptr;
   if (const auto* group = dynamic_cast<const TVActionGroup*>(&action)) {
-    if (const auto& members = group->workingActionsArray()) {
+    const auto& members = group->workingActionsArray();
+    if (members && shown.insert(group).second) {
       json["actions"] = Json::array();
-      for (const auto& member : *members) json["actions"].push_back(jsonOfAction(*member));
+      for (const auto& member : *members) json["actions"].push_back(jsonOfAction(*member, shown));
     }
   }
   return json;
 }
 
-void printAction(const TVAction& action, const std::string& margin) {
+void printAction(const TVAction& action, const std::string& margin, ShownGroups& shown) {
   std::cout << margin << action.uid().value_or("") << "  "
             << printable(action.title().value_or("(no title)"));
   if (const auto destination = destinationOf(action)) {
     std::cout << "  ->  " << printable(destination->path());
   }
   std::cout << "  [" << action.className() << (action.enabled() ? "" : ", disabled");
-  if (const auto& types = action.fileTypes()) {
+  if (const auto& types = action.fileTypes(); types && !types->empty()) {
     std::cout << ", every item is";
     for (const auto& type : *types) std::cout << (&type == types->data() ? " " : " and ") << type;
   }
   std::cout << "]\n";
   if (const auto* group = dynamic_cast<const TVActionGroup*>(&action)) {
-    if (const auto& members = group->workingActionsArray()) {
-      for (const auto& member : *members) printAction(*member, margin + "    ");
+    const auto& members = group->workingActionsArray();
+    if (members && shown.insert(group).second) {
+      for (const auto& member : *members) printAction(*member, margin + "    ", shown);
     }
   }
 }
@@ -73,12 +80,13 @@ int list(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{}, {"json"}});
   arguments.requirePositional(0, 0, "");
   const auto actions = loadActions()->actions();
+  ShownGroups shown;
   if (arguments.has("json")) {
     auto json = Json::array();
-    for (const auto& action : actions) json.push_back(jsonOfAction(*action));
+    for (const auto& action : actions) json.push_back(jsonOfAction(*action, shown));
     std::cout << jsonText(json);
   } else {
-    for (const auto& action : actions) printAction(*action, "");
+    for (const auto& action : actions) printAction(*action, "", shown);
   }
   return kExitSuccess;
 }
@@ -89,7 +97,8 @@ int show(const std::vector<std::string>& words) {
   const auto manager = loadActions();
   const auto place = requireAction(manager->actions(), arguments.positional().front());
   if (!arguments.has("json")) {
-    printAction(*place.action, "");
+    ShownGroups shown;
+    printAction(*place.action, "", shown);
     std::cout << printable(place.action->actionDescription().value_or("(no description)")) << "\n";
     return kExitSuccess;
   }

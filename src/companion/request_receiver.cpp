@@ -20,6 +20,8 @@ namespace tervano {
 
 namespace {
 
+// What the file manager writes beside a file before it takes its place.
+constexpr char kTemporaryPrefix[] = ".tervano-";
 constexpr std::int64_t kStaleAfterSeconds = 86'400;  // A day.
 
 void tellUser(const std::string& message) {
@@ -116,7 +118,8 @@ void RequestReceiver::removeStaleHandOffFiles() {
   const std::int64_t now = platform().clock->now();
   while (const dirent* entry = readdir(directory)) {
     struct stat status {};
-    if (!isCanonicalUuid(entry->d_name)) continue;
+    const std::string name = entry->d_name;
+    if (!isCanonicalUuid(name) && !name.starts_with(kTemporaryPrefix)) continue;
     if (fstatat(dirfd(directory), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
     if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) continue;
     if (now - status.st_mtim.tv_sec <= kStaleAfterSeconds) continue;

@@ -27,7 +27,8 @@ class RequestReceiver : public std::enable_shared_from_this<RequestReceiver> {
 
   // Reveals what a notification's user info names under "path" or "paths".
   static void showFilesOfNotification(const Value::Dictionary& userInfo);
-  // Removes hand-off files of this user that nobody has asked for within a day.
+  // Removes hand-off files of this user that nobody has asked for within a day, and what a killed
+  // process left half written.
   static void removeStaleHandOffFiles();
 
  private:

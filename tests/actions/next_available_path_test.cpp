@@ -87,5 +87,16 @@ TEST_F(NextAvailablePathTest, TheDotsOfTheFolderAboveAreNoExtension) {
   EXPECT_EQ(vx_nextAvailablePath(home() + "/v1.2/notes"), home() + "/v1.2/notes 2");
 }
 
+TEST_F(NextAvailablePathTest, TheLongestNameIsShortenedToMakeRoomForItsNumber) {
+  const std::string taken = makeFile(std::string(251, 'a') + ".txt");
+  EXPECT_EQ(vx_nextAvailablePath(taken), home() + "/" + std::string(249, 'a') + " 2.txt");
+}
+
+TEST_F(NextAvailablePathTest, ShorteningCutsNoCharacterInHalf) {
+  std::string name;
+  while (name.size() + 2 <= 255) name += "\u00e4";
+  EXPECT_EQ(vx_nextAvailablePath(makeFile(name)), home() + "/" + name.substr(0, 252) + " 2");
+}
+
 }  // namespace
 }  // namespace tervano::test
