@@ -4,11 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 
+#include "actions/register_action_classes.h"
+#include "actions/tv_move_to_action.h"
 #include "archive/archiver.h"
+#include "model/action_list.h"
+#include "model/tv_action_groups.h"
 #include "tests/companion/tervano_program.h"
 #include "tests/support/program.h"
 
@@ -30,6 +35,18 @@ class CommandsTest : public testing::Test {
   }
   std::string addMove(const std::string& folder) {
     return home_.succeed({"add", "move", "--to", folder});
+  }
+
+  // Puts an archive in the place of the list.
+  void writeList(const std::string& archive) const {
+    std::filesystem::create_directories(home_.container());
+    std::ofstream(home_.listFile(), std::ios::binary) << archive;
+  }
+  static std::string archiveOf(const ActionList& actions) {
+    ClassRegistry registry;
+    registerActionClasses(registry);
+    const Data bytes = Archiver::archivedDataWithRootObject(arrayOfActions(actions), registry);
+    return {bytes.begin(), bytes.end()};
   }
 
   ProgramHome home_;
@@ -79,6 +96,35 @@ TEST_F(CommandsTest, ShowOfAGroupHasItsMembers) {
   const auto group = home_.succeed({"add", "group-move"});
   const auto uid = home_.succeed({"add", "move", "--into", group});
   EXPECT_EQ(home_.json({"show", group, "--json"})["actions"][0]["uid"], uid);
+}
+
+TEST_F(CommandsTest, GroupsThatHoldOneAnotherAgainAndAgainAreListedOnce) {
+  constexpr int kGroups = 40;
+  std::shared_ptr<TVActionGroup> inner;
+  for (int number = 0; number < kGroups; ++number) {
+    const auto outer = std::make_shared<TVMoveActionGroup>();
+    outer->generateUID();
+    outer->updateActions(inner == nullptr ? ActionList() : ActionList{inner, inner});
+    inner = outer;
+  }
+  writeList(archiveOf({inner}));
+  EXPECT_EQ(home_.json({"list", "--json"})[0]["actions"].size(), 2U);
+  const std::string lines = home_.succeed({"list"});
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n') + 1, 2 * kGroups - 1);
+}
+
+TEST_F(CommandsTest, AnActionWithTheUidOfAnotherSystemCanBeShownAndRemoved) {
+  const std::string foreign = "a-uid-in-the-form-of-another-one";
+  const auto added = std::make_shared<TVMoveToAction>();
+  added->generateUID();
+  added->setTitle("A");
+  std::string archive = archiveOf({added});
+  ASSERT_EQ(foreign.size(), added->uid()->size());
+  archive.replace(archive.find(*added->uid()), foreign.size(), foreign);
+  writeList(archive);
+  EXPECT_EQ(home_.json({"show", foreign, "--json"})["uid"], foreign);
+  home_.succeed({"remove", foreign});
+  EXPECT_EQ(home_.succeed({"list"}), "");
 }
 
 TEST_F(CommandsTest, ShowWithoutJsonIsForPeople) {
