@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "archive/keyed_archive.h"
@@ -23,11 +24,17 @@ class Inspector {
       : archive_(bytes),
         table_(archive_.table()),
         budget_(bytes.size(), table_.footprint()),
-        expandDownTo_(budget_.left() / 2) {}
+        expandDownTo_(budget_.left() / 2),
+        repetitionsLeft_(kRepetitionFloor + kRepetitionFactor * bytes.size()) {}
 
   Value root() { return entry(archive_.root()); }
 
  private:
+  // How much of what has been shown before may be shown again: little objects that are shared are
+  // shown in each place, many references to a large one do not make the result large.
+  static constexpr std::uint64_t kRepetitionFloor = 65'536;
+  static constexpr std::uint64_t kRepetitionFactor = 8;
+
   Value text(std::string text) {
     budget_.charge(ReadBudget::ofString(text.size()));
     return text;
@@ -42,6 +49,20 @@ class Inspector {
     const bool isContainer =
         table_.kind(object) == Kind::Dictionary || table_.kind(object) == Kind::Array;
     if (isContainer && (budget_.left() < expandDownTo_ || tooDeep())) {
+      return text("<entry " + std::to_string(entry) + ">");
+    }
+    const bool isRepeated = !shown_.insert(entry).second;
+    if (!isRepeated || repeatedFrom_) return expanded(entry, object, isContainer && isRepeated);
+    repeatedFrom_ = budget_.left();
+    Value value = expanded(entry, object, isContainer);
+    const std::uint64_t used = *repeatedFrom_ - budget_.left();
+    repetitionsLeft_ -= std::min(used, repetitionsLeft_);
+    repeatedFrom_.reset();
+    return value;
+  }
+
+  Value expanded(Entry entry, Index object, bool isRepeatedContainer) {
+    if (isRepeatedContainer && *repeatedFrom_ - budget_.left() >= repetitionsLeft_) {
       return text("<entry " + std::to_string(entry) + ">");
     }
     path_.push_back(entry);
@@ -256,6 +277,10 @@ class Inspector {
   ReadBudget budget_;
   // Below this, objects are only named.
   std::uint64_t expandDownTo_;
+  std::uint64_t repetitionsLeft_;
+  // The budget when the outermost entry that is shown again was begun.
+  std::optional<std::uint64_t> repeatedFrom_;
+  std::unordered_set<Entry> shown_;
   std::unordered_map<Index, DataPtr> blocks_;
   // The entries that enclose the present one.
   std::vector<Entry> path_;

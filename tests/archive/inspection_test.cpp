@@ -76,6 +76,32 @@ TEST(InspectionTest, ASharedObjectIsShownInEachPlace) {
                          Value::Dictionary{{"$class", "Unknown"}}}));
 }
 
+TEST(InspectionTest, ManyReferencesToLargeObjectsDoNotMakeTheResultLarge) {
+  // Each of ten levels holds the next one ten times: ten thousand million when written out.
+  constexpr std::uint64_t kLevels = 10;
+  Value::Array objects{"$null"};
+  for (std::uint64_t level = 1; level <= kLevels; ++level) {
+    objects.emplace_back(Value::Dictionary{
+        {"$class", Uid{kLevels + 1}}, {"NS.objects", Value::Array(10, Value(Uid{level + 1}))}});
+  }
+  objects.emplace_back(classNamed({"NSArray", "NSObject"}));
+  const Value shown = inspect(objects);
+  std::size_t members = 0;
+  std::vector<const Value*> left{&shown};
+  bool isReferred = false;
+  while (!left.empty()) {
+    const auto* array = left.back()->getIf<Value::Array>();
+    const auto* text = left.back()->getIf<std::string>();
+    isReferred = isReferred || (text != nullptr && text->starts_with("<entry "));
+    left.pop_back();
+    if (array == nullptr) continue;
+    members += array->size();
+    for (const auto& member : *array) left.push_back(&member);
+  }
+  EXPECT_LT(members, 10'000U);
+  EXPECT_TRUE(isReferred);
+}
+
 TEST(InspectionTest, KeysThatAreNoStringsAreDescribed) {
   const Value::Array keys{Uid{3}, Uid{4}, Uid{5}, Uid{0}, Uid{6}, Uid{7}, Uid{8}, Uid{9}};
   const Value::Array values(8, Uid{4});
