@@ -14,6 +14,10 @@ class Bundle {
   // The absolute path of a resource `name`.`type` at the top of the resources, nil when absent.
   virtual std::optional<std::string> pathForResource(const std::string& name,
                                                      const std::string& type) const = 0;
+  // The same in a folder of the resources, such as "Default Scripts".
+  virtual std::optional<std::string> pathForResource(const std::string& name,
+                                                     const std::string& type,
+                                                     const std::string& subdirectory) const = 0;
   // The drawing of a named application image such as "icon-move", nil when there is none.
   virtual std::optional<std::string> pathForImageNamed(const std::string& name) const = 0;
   // A program of our own in the libexec folder; the path is answered whether or not it exists.
@@ -27,6 +31,10 @@ class ForwardingBundle : public Bundle {
   std::optional<std::string> pathForResource(const std::string& name,
                                              const std::string& type) const override {
     return real_.pathForResource(name, type);
+  }
+  std::optional<std::string> pathForResource(const std::string& name, const std::string& type,
+                                             const std::string& subdirectory) const override {
+    return real_.pathForResource(name, type, subdirectory);
   }
   std::optional<std::string> pathForImageNamed(const std::string& name) const override {
     return real_.pathForImageNamed(name);

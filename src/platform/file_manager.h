@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,6 +9,13 @@
 #include "platform/error.h"
 
 namespace tervano {
+
+// What can be set on a file; nil leaves it as it is. Nanoseconds since 1970-01-01 00:00:00 UTC.
+struct FileAttributes {
+  std::optional<std::int64_t> modificationDate;
+  // Kept by no Linux file system for others to change: there it stays the moment of creation.
+  std::optional<std::int64_t> creationDate;
+};
 
 // Files and folders by absolute path, as bytes. Blocking; any thread. An operation that can fail
 // answers nullopt for success or the error.
@@ -48,6 +56,13 @@ class FileManager {
   // Removes a file, a link (never what it points to) or a folder with all its contents. Never
   // follows links while descending.
   virtual std::optional<Error> removeItemAtPath(const std::string& path) = 0;
+  // Copies a file, a link or a folder with all its contents to a path that does not exist, with
+  // attributes, extended attributes, access lists, times, links and holes; an existing `to` is an
+  // error. On failure nothing stays at `to`.
+  virtual std::optional<Error> copyItemAtPath(const std::string& from, const std::string& to) = 0;
+  // Of a link the link's own, never those of what it points to.
+  virtual std::optional<Error> setAttributesOfItemAtPath(const FileAttributes& attributes,
+                                                         const std::string& path) = 0;
   // Moves an item to a path that does not exist; an existing `to` is an error, also when it appears
   // in the same moment. Across file systems: copies with attributes, extended attributes, access
   // lists, times, hard and symbolic links and holes, flushes, then removes the source; on any
@@ -92,6 +107,13 @@ class ForwardingFileManager : public FileManager {
   }
   std::optional<Error> removeItemAtPath(const std::string& path) override {
     return real_.removeItemAtPath(path);
+  }
+  std::optional<Error> copyItemAtPath(const std::string& from, const std::string& to) override {
+    return real_.copyItemAtPath(from, to);
+  }
+  std::optional<Error> setAttributesOfItemAtPath(const FileAttributes& attributes,
+                                                 const std::string& path) override {
+    return real_.setAttributesOfItemAtPath(attributes, path);
   }
   std::optional<Error> moveItemAtPath(const std::string& from, const std::string& to) override {
     return real_.moveItemAtPath(from, to);

@@ -2,6 +2,7 @@
 
 namespace tervano {
 
+class Applications;
 class Bundle;
 class ClassRegistry;
 class Clock;
@@ -16,11 +17,13 @@ class Processes;
 class RunLoop;
 class UniformTypes;
 class UserNotifications;
+class UserScripts;
 class Volumes;
 class Workspace;
 
 // What the operating system gives, as small services. Every pointer is set; none is owned.
 struct Platform {
+  Applications* applications = nullptr;
   Bundle* bundle = nullptr;
   // The archivable classes of this process.
   const ClassRegistry* classRegistry = nullptr;
@@ -36,6 +39,7 @@ struct Platform {
   RunLoop* runLoop = nullptr;
   UniformTypes* uniformTypes = nullptr;
   UserNotifications* userNotifications = nullptr;
+  UserScripts* userScripts = nullptr;
   Volumes* volumes = nullptr;
   Workspace* workspace = nullptr;
 };

@@ -62,6 +62,12 @@ class Process {
   virtual const std::shared_ptr<Pipe>& standardOutput() const = 0;
   virtual const std::shared_ptr<Pipe>& standardError() const = 0;
 
+  // Open descriptors of ours that the program gets: as its standard input, and as its descriptor 3.
+  // A duplicate is taken at once and kept until the launch; throws PlatformException when there is
+  // none to be had. -1: standard input is inherited, and there is no descriptor 3.
+  virtual void setStandardInput(int descriptor) = 0;
+  virtual void setExtraDescriptor(int descriptor) = 0;
+
   // Starts the program. Throws PlatformException when it cannot be started or was started before.
   virtual void launch() = 0;
   // From the launch until the end has been reported.

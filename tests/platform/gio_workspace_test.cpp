@@ -7,12 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "tests/support/fake_bus_service.h"
-#include "tests/support/private_bus.h"
-#include "tests/support/program.h"
-#include "tests/support/recording_services.h"
-#include "tests/support/scoped_platform.h"
-#include "tests/support/wait.h"
+#include "tests/platform/workspace_fixture.h"
 
 namespace tervano::test {
 namespace {
@@ -24,67 +19,13 @@ using testing::Optional;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
-constexpr char kApplicationXML[] = R"(<node><interface name="org.freedesktop.Application">
-  <method name="Open"><arg type="as" direction="in"/><arg type="a{sv}" direction="in"/></method>
-  </interface></node>)";
 constexpr char kFileManagerXML[] = R"(<node><interface name="org.freedesktop.FileManager1">
   <method name="ShowItems"><arg type="as" direction="in"/><arg type="s" direction="in"/></method>
   </interface></node>)";
 // Every kind of byte that a rewriting of the URL would change.
 constexpr char kOddUrl[] = "tervano://x/a%20b/../c?t=0&b=%C3%A9#f;'\"$(x)";
 
-class GioWorkspaceTest : public testing::Test {
- protected:
-  GioWorkspaceTest() { std::filesystem::create_directories(applications()); }
-
-  std::string applications() { return platform_.home().dataHome() + "/applications"; }
-  std::string output() { return platform_.home().path() + "/output"; }
-
-  // A program that writes its arguments, one a line, in one step.
-  std::string recorder() {
-    const std::string path = platform_.home().path() + "/recorder";
-    std::ofstream(path) << "#!/bin/sh\nprintf '%s\\n' \"$PWD\" \"$@\" > '" << output()
-                        << ".new'\nmv '" << output() << ".new' '" << output() << "'\n";
-    chmod(path.c_str(), 0755);
-    return path;
-  }
-
-  // Makes a desktop entry the default handler of "tervano:".
-  void install(const std::string& identifier, const std::string& lines) {
-    std::ofstream(applications() + "/" + identifier + ".desktop")
-        << "[Desktop Entry]\nType=Application\nName=Odd Handler\n"
-           "MimeType=x-scheme-handler/tervano;\n"
-        << lines;
-    std::filesystem::create_directories(platform_.home().configHome());
-    std::ofstream(platform_.home().configHome() + "/mimeapps.list")
-        << "[Default Applications]\nx-scheme-handler/tervano=" << identifier << ".desktop\n";
-  }
-
-  [[nodiscard]] static ChildProcess startPeer(const std::vector<std::string>& arguments = {}) {
-    return startProgram(WORKSPACE_PEER, arguments);
-  }
-
-  // What the peer says before its "done". Its answer and its log come from two threads.
-  static std::vector<std::string> linesUntilDone(ChildProcess& peer) {
-    std::vector<std::string> lines;
-    for (auto line = peer.hear(); line != "done"; line = peer.hear()) {
-      lines.push_back(line.value_or("the peer fell silent"));
-      if (!line) break;
-    }
-    return lines;
-  }
-
-  // What the handler got, its folder first.
-  std::vector<std::string> recorded() {
-    std::vector<std::string> lines;
-    if (!waitUntil([this] { return std::filesystem::exists(output()); })) return lines;
-    std::ifstream file(output());
-    for (std::string line; std::getline(file, line);) lines.push_back(line);
-    return lines;
-  }
-
-  ScopedPlatform platform_;
-};
+class GioWorkspaceTest : public WorkspaceFixture {};
 
 TEST_F(GioWorkspaceTest, TheHandlerGetsTheURLByteForByte) {
   const NoBus noBus;
@@ -93,7 +34,8 @@ TEST_F(GioWorkspaceTest, TheHandlerGetsTheURLByteForByte) {
   peer.say("open " + asWord(kOddUrl));
   EXPECT_THAT(peer.hear(), Optional(std::string("opened 1")));
   EXPECT_THAT(peer.hear(), Optional(std::string("done")));
-  EXPECT_THAT(recorded(), ElementsAre("/", "first", kOddUrl, "last"));
+  EXPECT_THAT(onlyRun().arguments, ElementsAre("first", kOddUrl, "last"));
+  EXPECT_EQ(onlyRun().folder, "/");
 }
 
 TEST_F(GioWorkspaceTest, ASchemeIsFoundWithoutRegardToCase) {
@@ -102,7 +44,7 @@ TEST_F(GioWorkspaceTest, ASchemeIsFoundWithoutRegardToCase) {
   auto peer = startPeer();
   peer.say("open " + asWord("TERVANO://X"));
   EXPECT_THAT(peer.hear(), Optional(std::string("opened 1")));
-  EXPECT_THAT(recorded(), testing::Contains("TERVANO://X"));
+  EXPECT_THAT(onlyRun().arguments, ElementsAre("TERVANO://X"));
 }
 
 TEST_F(GioWorkspaceTest, AURLWithoutAHandlerIsNotOpened) {
@@ -130,14 +72,14 @@ TEST_F(GioWorkspaceTest, AHandlerThatRunsOnIsNotWaitedFor) {
   const std::string pipe = platform_.home().path() + "/pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   install("handler",
-          "Exec=/bin/sh -c \"read word <'" + pipe + "'; exec " + recorder() + "\" sh %u\n");
+          "Exec=/bin/sh -c \"read word <'" + pipe + "'; exec " + recorder() + " $1\" sh %u\n");
   auto peer = startPeer();
   peer.say("open " + asWord("tervano://x"));
   EXPECT_THAT(peer.hear(), Optional(std::string("opened 1")));
   EXPECT_THAT(peer.hear(), Optional(std::string("done")));
-  EXPECT_FALSE(std::filesystem::exists(output()));
+  EXPECT_FALSE(hasRun());
   std::ofstream(pipe) << "go\n";
-  EXPECT_THAT(recorded(), SizeIs(1));
+  EXPECT_THAT(onlyRun().arguments, ElementsAre("tervano://x"));
 }
 
 TEST_F(GioWorkspaceTest, AnActivatableHandlerGetsTheURLByteForByteThroughTheBus) {
@@ -162,7 +104,7 @@ TEST_F(GioWorkspaceTest, AnActivatableHandlerThatTheBusDoesNotKnowIsStartedByIts
   peer.say("open " + asWord("tervano://x"));
   EXPECT_THAT(linesUntilDone(peer),
               UnorderedElementsAre("opened 1", HasSubstr("log Could not open tervano://x: ")));
-  EXPECT_THAT(recorded(), testing::Contains("tervano://x"));
+  EXPECT_THAT(onlyRun().arguments, ElementsAre("tervano://x"));
 }
 
 TEST_F(GioWorkspaceTest, AnActivatableHandlerThatRefusesIsOneLogLineAndIsNotStartedASecondTime) {
@@ -176,7 +118,7 @@ TEST_F(GioWorkspaceTest, AnActivatableHandlerThatRefusesIsOneLogLineAndIsNotStar
   peer.say("open " + asWord("tervano://x"));
   EXPECT_THAT(linesUntilDone(peer),
               UnorderedElementsAre("opened 1", HasSubstr("log Could not open tervano://x: ")));
-  EXPECT_FALSE(std::filesystem::exists(output()));
+  EXPECT_FALSE(hasRun());
 }
 
 TEST_F(GioWorkspaceTest, WithoutABusAnActivatableHandlerIsStartedByItsCommandLine) {
@@ -185,7 +127,44 @@ TEST_F(GioWorkspaceTest, WithoutABusAnActivatableHandlerIsStartedByItsCommandLin
   auto peer = startPeer();
   peer.say("open " + asWord("tervano://x"));
   EXPECT_THAT(peer.hear(), Optional(std::string("opened 1")));
-  EXPECT_THAT(recorded(), testing::Contains("tervano://x"));
+  EXPECT_THAT(onlyRun().arguments, ElementsAre("tervano://x"));
+}
+
+TEST_F(GioWorkspaceTest, TheApplicationOfASchemeIsItsDefaultHandlersDesktopEntry) {
+  const NoBus noBus;
+  const auto path =
+      install("my mail", "Exec=" + recorder() + " %u\nNoDisplay=true\n", "x-scheme-handler/mailto");
+  auto peer = startPeer();
+  for (const char* url : {"mailto:", "MAILTO:", "MailTo:a@b"}) {
+    peer.say("handler " + asWord(url));
+    EXPECT_EQ(nextLine(peer), "handler " + Url::fileURLWithPath(path).absoluteString()) << url;
+  }
+}
+
+TEST_F(GioWorkspaceTest, WithoutAHandlerOfASchemeThereIsNoApplication) {
+  const NoBus noBus;
+  auto peer = startPeer();
+  for (const char* url : {"mailto:", "tervano-nobody:", "", "no scheme"}) {
+    peer.say("handler " + asWord(url));
+    EXPECT_EQ(nextLine(peer), "handler nil") << url;
+  }
+}
+
+TEST_F(GioWorkspaceTest, AHandlerThatTheUserChoseIsAnApplicationAlsoWhenItIsHidden) {
+  const NoBus noBus;
+  const auto path =
+      install("hidden", "Exec=" + recorder() + " %u\nHidden=true\n", "x-scheme-handler/mailto");
+  auto peer = startPeer();
+  peer.say("handler " + asWord("mailto:"));
+  EXPECT_EQ(nextLine(peer), "handler " + Url::fileURLWithPath(path).absoluteString());
+}
+
+TEST_F(GioWorkspaceTest, AHandlerWhoseProgramIsMissingIsNoApplication) {
+  const NoBus noBus;
+  install("missing", "Exec=/nonexistent/program %u\n", "x-scheme-handler/mailto");
+  auto peer = startPeer();
+  peer.say("handler " + asWord("mailto:"));
+  EXPECT_EQ(nextLine(peer), "handler nil");
 }
 
 TEST_F(GioWorkspaceTest, FilesAreShownSelectedInTheFileManager) {
@@ -287,48 +266,6 @@ TEST(VolumeChangesTest, AFileSystemMountedASecondTimeIsAMount) {
   after.push_back({2, "8:1", "/", "/media/b", "ext4"});
   EXPECT_THAT(volumeChanges(before, after),
               ElementsAre(VolumeChange{kWorkspaceDidMountNotification, "/media/b"}));
-}
-
-class ExpandedExecTest : public testing::Test {
- protected:
-  static std::vector<std::string> expanded(const std::string& exec,
-                                           const std::string& url = "tervano://a b'c") {
-    return expandedExec(exec, {"odd-icon", "Odd Name", "/x.desktop"}, Url(url));
-  }
-};
-
-TEST_F(ExpandedExecTest, TheURLStandsWhereTheLineAsksForIt) {
-  EXPECT_THAT(expanded("run --url=%u %U"),
-              ElementsAre("run", "--url=tervano://a b'c", "tervano://a b'c"));
-}
-
-TEST_F(ExpandedExecTest, ALineThatAsksForAFileGetsThePathOfAFileURL) {
-  EXPECT_THAT(expanded("run %f", "file:///tmp/a%20b"), ElementsAre("run", "/tmp/a b"));
-  EXPECT_THAT(expanded("run %F"), ElementsAre("run", "tervano://a b'c"));
-}
-
-TEST_F(ExpandedExecTest, ALineThatAsksForNeitherGetsItAtItsEnd) {
-  EXPECT_THAT(expanded("run -x"), ElementsAre("run", "-x", "tervano://a b'c"));
-}
-
-TEST_F(ExpandedExecTest, QuotesAreUndone) {
-  EXPECT_THAT(expanded("\"/opt/odd dir/run\" \"a\\\"b\" %u"),
-              ElementsAre("/opt/odd dir/run", "a\"b", "tervano://a b'c"));
-}
-
-TEST_F(ExpandedExecTest, NamesOfTheEntryAreFilledIn) {
-  EXPECT_THAT(expanded("run %i %c %k %% %u"), ElementsAre("run", "--icon", "odd-icon", "Odd Name",
-                                                          "/x.desktop", "%", "tervano://a b'c"));
-}
-
-TEST_F(ExpandedExecTest, DeprecatedCodesVanish) {
-  EXPECT_THAT(expanded("run %d %D %n %N %v %m %u"), ElementsAre("run", "tervano://a b'c"));
-}
-
-TEST_F(ExpandedExecTest, ABrokenLineHasNoArguments) {
-  EXPECT_THAT(expanded(""), IsEmpty());
-  EXPECT_THAT(expanded("run \"open"), IsEmpty());
-  EXPECT_THAT(expanded("run %"), IsEmpty());
 }
 
 }  // namespace

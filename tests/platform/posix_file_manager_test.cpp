@@ -7,9 +7,11 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -474,6 +476,363 @@ TEST_F(PosixFileManagerTest, OfTwoThreadsThatMoveToOneNameOneWinsAndNothingIsLos
     EXPECT_EQ(files.contentsOfDirectoryAtPath(at("tmp")).size(), 2u);
     for (const auto& entry : fs::directory_iterator(at("tmp"))) fs::remove(entry);
   }
+}
+
+TEST_F(PosixFileManagerTest, ACopyIsAnotherFileWithTheSameContentAndTheSourceStays) {
+  make(at("a"), "content");
+  EXPECT_EQ(files.copyItemAtPath(at("a"), at("b")), std::nullopt);
+  EXPECT_EQ(text(at("b")), "content");
+  EXPECT_NE(statusOf(at("a")).st_ino, statusOf(at("b")).st_ino);
+  make(at("b"), "changed");
+  EXPECT_EQ(text(at("a")), "content");
+}
+
+TEST_F(PosixFileManagerTest, ACopyKeepsModeOwnerAndTimes) {
+  make(at("a"));
+  const bool isRoot = geteuid() == 0;
+  ASSERT_EQ(chown(at("a").c_str(), isRoot ? 1234 : geteuid(), isRoot ? 2345 : getegid()), 0);
+  ASSERT_EQ(chmod(at("a").c_str(), 0745), 0);
+  const struct timespec times[2] = {{1'000'000'001, 2}, {1'000'000'003, 123'456'789}};
+  ASSERT_EQ(utimensat(AT_FDCWD, at("a").c_str(), times, 0), 0);
+  EXPECT_EQ(files.copyItemAtPath(at("a"), at("b")), std::nullopt);
+  const auto copy = statusOf(at("b"));
+  const auto source = statusOf(at("a"));
+  EXPECT_EQ(copy.st_mode, source.st_mode);
+  EXPECT_EQ(copy.st_uid, source.st_uid);
+  EXPECT_EQ(copy.st_gid, source.st_gid);
+  EXPECT_EQ(copy.st_mtim.tv_sec, 1'000'000'003);
+  EXPECT_EQ(copy.st_mtim.tv_nsec, 123'456'789);
+}
+
+TEST_F(PosixFileManagerTest, AReadOnlyFileAndAReadOnlyTreeAreCopied) {
+  fs::create_directory(at("tree"));
+  make(at("tree/a"), "content");
+  ASSERT_EQ(chmod(at("tree/a").c_str(), 0444), 0);
+  ASSERT_EQ(chmod(at("tree").c_str(), 0555), 0);
+  asNobody([&] {
+    if (files.copyItemAtPath(at("tree"), at("copy"))) return 1;
+    struct stat folder {};
+    struct stat file {};
+    if (stat(at("copy").c_str(), &folder) != 0 || stat(at("copy/a").c_str(), &file) != 0) return 2;
+    if ((folder.st_mode & 0777) != 0555 || (file.st_mode & 0777) != 0444) return 3;
+    return text(at("copy/a")) == "content" ? 0 : 4;
+  });
+}
+
+TEST_F(PosixFileManagerTest, ACopyKeepsExtendedAttributes) {
+  make(at("a"));
+  if (setxattr(at("a").c_str(), "user.tervano", "value", 5, 0) != 0) {
+    GTEST_SKIP() << "this file system has no attributes of users";
+  }
+  EXPECT_EQ(files.copyItemAtPath(at("a"), at("b")), std::nullopt);
+  char kept[16] = {};
+  EXPECT_EQ(getxattr(at("b").c_str(), "user.tervano", kept, sizeof kept), 5);
+  EXPECT_STREQ(kept, "value");
+}
+
+TEST_F(PosixFileManagerTest, ACopyKeepsHoles) {
+  make(at("a"));
+  ASSERT_EQ(truncate(at("a").c_str(), 64 << 20), 0);
+  EXPECT_EQ(files.copyItemAtPath(at("a"), at("b")), std::nullopt);
+  EXPECT_EQ(statusOf(at("b")).st_size, 64 << 20);
+  EXPECT_LT(statusOf(at("b")).st_blocks * 512, 1 << 20);
+}
+
+TEST_F(PosixFileManagerTest, AFolderIsCopiedWithEverythingInside) {
+  fs::create_directories(at("tree/sub/empty"));
+  make(at("tree/one"), "1");
+  make(at("tree/sub/two"), "2");
+  fs::create_hard_link(at("tree/one"), at("tree/sub/same"));
+  fs::create_symlink("../one", at("tree/sub/link"));
+  fs::create_symlink("nowhere", at("tree/dangling"));
+  ASSERT_EQ(mkfifo(at("tree/pipe").c_str(), 0640), 0);
+  EXPECT_EQ(files.copyItemAtPath(at("tree"), at("copy")), std::nullopt);
+  EXPECT_EQ(text(at("copy/one")), "1");
+  EXPECT_EQ(text(at("copy/sub/two")), "2");
+  EXPECT_TRUE(fs::is_directory(at("copy/sub/empty")));
+  EXPECT_EQ(statusOf(at("copy/one")).st_ino, statusOf(at("copy/sub/same")).st_ino);
+  EXPECT_NE(statusOf(at("copy/one")).st_ino, statusOf(at("tree/one")).st_ino);
+  EXPECT_EQ(fs::read_symlink(at("copy/sub/link")), "../one");
+  EXPECT_EQ(fs::read_symlink(at("copy/dangling")), "nowhere");
+  EXPECT_TRUE(S_ISFIFO(statusOf(at("copy/pipe")).st_mode));
+  EXPECT_EQ(text(at("tree/sub/two")), "2");
+}
+
+TEST_F(PosixFileManagerTest, ATreeDeeperThanAnyPathIsCopied) {
+  constexpr int kDepth = 1000;
+  static_assert(kDepth * sizeof("deep") > PATH_MAX);
+  makeDeep(at("top"), kDepth);
+  ASSERT_EQ(files.copyItemAtPath(at("top"), at("copy")), std::nullopt);
+  Descriptor folder(open(at("copy").c_str(), O_RDONLY | O_DIRECTORY));
+  int depth = 0;
+  while (faccessat(folder.get(), "deep", F_OK, 0) == 0) {
+    folder.reset(openat(folder.get(), "deep", O_RDONLY | O_DIRECTORY));
+    ++depth;
+  }
+  EXPECT_EQ(depth, kDepth);
+  EXPECT_EQ(faccessat(folder.get(), "end", F_OK, 0), 0);
+  EXPECT_EQ(files.removeItemAtPath(at("top")), std::nullopt);
+  EXPECT_EQ(files.removeItemAtPath(at("copy")), std::nullopt);
+}
+
+TEST_F(PosixFileManagerTest, ALinkIsCopiedAndNotWhatItPointsTo) {
+  fs::create_directory(at("folder"));
+  fs::create_directory_symlink("folder", at("link"));
+  fs::create_symlink("nowhere", at("dangling"));
+  EXPECT_EQ(files.copyItemAtPath(at("link") + "/", at("copy")), std::nullopt);
+  EXPECT_EQ(fs::read_symlink(at("copy")), "folder");
+  EXPECT_EQ(files.copyItemAtPath(at("dangling"), at("copy2")), std::nullopt);
+  EXPECT_EQ(fs::read_symlink(at("copy2")), "nowhere");
+}
+
+TEST_F(PosixFileManagerTest, NamesOfAnyBytesCanBeCopied) {
+  for (const std::string& name :
+       {std::string("\xFF\xFE"), std::string("-rf"), std::string("a\nb"), std::string(" "),
+        std::string("$(x) `y` 'z' \"w\""), std::string("%s%n"), std::string("*"), std::string("\\"),
+        std::string(255, 'n')}) {
+    fs::create_directory(at("tmp/folder"));
+    make(at("tmp/folder/" + name), name);
+    EXPECT_EQ(files.copyItemAtPath(at("tmp/folder/" + name), at("tmp/" + name)), std::nullopt);
+    EXPECT_EQ(text(at("tmp/" + name)), name);
+    EXPECT_EQ(files.copyItemAtPath(at("tmp/folder"), at("tmp/copy")), std::nullopt);
+    EXPECT_EQ(text(at("tmp/copy/" + name)), name);
+    for (const auto& entry : fs::directory_iterator(at("tmp"))) fs::remove_all(entry);
+  }
+}
+
+TEST_F(PosixFileManagerTest, ACopyNeverReplacesWhatIsThere) {
+  make(at("tmp/a"), "new");
+  make(at("tmp/b"), "old");
+  fs::create_directory(at("tmp/folder"));
+  fs::create_symlink("nowhere", at("tmp/dangling"));
+  for (const char* const target : {"tmp/b", "tmp/folder", "tmp/dangling"}) {
+    const auto error = files.copyItemAtPath(at("tmp/a"), at(target));
+    ASSERT_TRUE(error) << target;
+    EXPECT_EQ(error->code, EEXIST);
+    EXPECT_EQ(error->message,
+              "Could not copy " + at("tmp/a") + " to " + at(target) + ": File exists");
+  }
+  EXPECT_EQ(text(at("tmp/a")), "new");
+  EXPECT_EQ(text(at("tmp/b")), "old");
+  EXPECT_EQ(fs::read_symlink(at("tmp/dangling")), "nowhere");
+  EXPECT_EQ(files.contentsOfDirectoryAtPath(at("tmp")).size(), 4u);
+}
+
+TEST_F(PosixFileManagerTest, ACopyToItselfUnderAnySpellingIsAnErrorAndLosesNothing) {
+  make(at("tmp/a"), "x");
+  fs::create_directory_symlink("tmp", at("spelling"));
+  for (const std::string to :
+       {"tmp/a", "tmp/./a", "tmp//a", "spelling/a", "tmp/../tmp/a", "tmp/a/"}) {
+    EXPECT_EQ(files.copyItemAtPath(at("tmp/a"), at(to))->code, EEXIST) << to;
+    EXPECT_EQ(text(at("tmp/a")), "x");
+  }
+}
+
+TEST_F(PosixFileManagerTest, AFolderCannotBeCopiedIntoItselfOrBelow) {
+  fs::create_directories(at("folder/below"));
+  fs::create_directory_symlink("folder/below", at("spelling"));
+  for (const std::string to :
+       {"folder/new", "folder/below/new", "spelling/new", "folder/below/../new"}) {
+    const auto error = files.copyItemAtPath(at("folder"), at(to));
+    ASSERT_TRUE(error) << to;
+    EXPECT_EQ(error->code, EINVAL);
+    EXPECT_EQ(error->message, "Could not copy " + at("folder") + " to " + at(to) +
+                                  ": a folder cannot be copied into itself");
+  }
+  EXPECT_EQ(files.contentsOfDirectoryAtPath(at("folder")).size(), 1u);
+  EXPECT_TRUE(files.contentsOfDirectoryAtPath(at("folder/below")).empty());
+}
+
+TEST_F(PosixFileManagerTest, AFolderMayBeCopiedBesideOneWhoseNameBeginsTheSame) {
+  fs::create_directories(at("folder/inside"));
+  fs::create_directories(at("folder2"));
+  EXPECT_EQ(files.copyItemAtPath(at("folder"), at("folder2/folder")), std::nullopt);
+  EXPECT_TRUE(fs::exists(at("folder2/folder/inside")));
+}
+
+TEST_F(PosixFileManagerTest, SlashesAtTheEndOfACopyDoNotCount) {
+  fs::create_directories(at("folder/inside"));
+  EXPECT_EQ(files.copyItemAtPath(at("folder") + "/", at("copy") + "//"), std::nullopt);
+  EXPECT_TRUE(fs::is_directory(at("copy/inside")));
+}
+
+TEST_F(PosixFileManagerTest, ACopyOfOrToNoItemIsAnErrorThatNamesBoth) {
+  make(at("a"));
+  const struct {
+    std::string from;
+    std::string to;
+    int code;
+  } cases[] = {{at("missing"), at("b"), ENOENT},
+               {at("a"), at("missing/b"), ENOENT},
+               {at("a"), at("a/b"), ENOTDIR},
+               {at("a/b"), at("b"), ENOTDIR},
+               {"", at("b"), EINVAL},
+               {at("a"), "", EINVAL},
+               {at("a") + std::string(1, '\0'), at("b"), EINVAL},
+               {at("a"), at("b") + std::string(1, '\0'), EINVAL},
+               {at("."), at("b"), EINVAL},
+               {at(".."), at("b"), EINVAL},
+               {at("a"), at("."), EINVAL},
+               {"/", at("b"), EBUSY},
+               {at("a"), "/", EBUSY},
+               {at("a"), at(std::string(256, 'n')), ENAMETOOLONG},
+               {at(std::string(256, 'n')), at("b"), ENAMETOOLONG}};
+  const auto before = files.contentsOfDirectoryAtPath(home.path()).size();
+  for (const auto& one : cases) {
+    const auto error = files.copyItemAtPath(one.from, one.to);
+    ASSERT_TRUE(error) << one.from << " " << one.to;
+    EXPECT_EQ(error->domain, "POSIX");
+    EXPECT_EQ(error->code, one.code) << one.from << " " << one.to;
+    EXPECT_THAT(error->message,
+                testing::StartsWith("Could not copy " + one.from + " to " + one.to + ": "));
+  }
+  EXPECT_EQ(files.contentsOfDirectoryAtPath(home.path()).size(), before);
+}
+
+TEST_F(PosixFileManagerTest, ALoopOfLinksAboveACopyIsAnError) {
+  make(at("a"));
+  fs::create_symlink("loop", at("loop"));
+  EXPECT_EQ(files.copyItemAtPath(at("a"), at("loop/b"))->code, ELOOP);
+  EXPECT_EQ(files.copyItemAtPath(at("loop/a"), at("b"))->code, ELOOP);
+}
+
+TEST_F(PosixFileManagerTest, WhatMayNotBeReadOrWrittenStopsTheCopyAndNothingStays) {
+  fs::create_directories(at("tree"));
+  fs::create_directory(at("locked"));
+  make(at("tree/a"));
+  make(at("tree/secret"));
+  make(at("plain"));
+  ASSERT_EQ(chmod(at("tree").c_str(), 0755), 0);
+  ASSERT_EQ(chmod(at("tree/a").c_str(), 0644), 0);
+  ASSERT_EQ(chmod(at("plain").c_str(), 0644), 0);
+  ASSERT_EQ(chmod(at("locked").c_str(), 0555), 0);
+  asNobody([&] {
+    const auto secret = files.copyItemAtPath(at("tree/secret"), at("copy"));
+    if (!secret || secret->code != EACCES) return 1;
+    const auto tree = files.copyItemAtPath(at("tree"), at("copy"));
+    if (!tree || tree->code != EACCES) return 2;
+    if (tree->message.find(at("tree/secret")) == std::string::npos) return 3;
+    if (files.itemExistsAtPath(at("copy"))) return 4;
+    const auto locked = files.copyItemAtPath(at("plain"), at("locked/copy"));
+    return locked && locked->code == EACCES ? 0 : 5;
+  });
+  EXPECT_TRUE(files.contentsOfDirectoryAtPath(at("locked")).empty());
+  for (const auto& name : files.contentsOfDirectoryAtPath(home.path())) {
+    EXPECT_FALSE(name.starts_with(".tervano-")) << name;
+  }
+}
+
+TEST_F(PosixFileManagerTest, ACopyThatExceedsTheLimitIsAnErrorAndNothingStays) {
+  make(at("tmp/a"), std::string(5000, 'x'));
+  auto child = forkChild([&](ParentLink&) {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{1000, 1000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const auto error = files.copyItemAtPath(at("tmp/a"), at("tmp/b"));
+    return error && error->code == EFBIG ? 0 : 1;
+  });
+  EXPECT_EQ(child.waitForExit(), 0);
+  EXPECT_EQ(files.contentsOfDirectoryAtPath(at("tmp")).size(), 1u);
+}
+
+TEST_F(PosixFileManagerTest, OfTwoThreadsThatCopyToOneNameOneWins) {
+  make(at("a"), "a");
+  make(at("b"), "b");
+  for (int round = 0; round < 20; ++round) {
+    std::atomic<int> copied{0};
+    std::thread other([&] {
+      if (!files.copyItemAtPath(at("a"), at("tmp/to"))) ++copied;
+    });
+    if (!files.copyItemAtPath(at("b"), at("tmp/to"))) ++copied;
+    other.join();
+    EXPECT_EQ(copied, 1);
+    EXPECT_EQ(files.contentsOfDirectoryAtPath(at("tmp")).size(), 1u);
+    fs::remove(at("tmp/to"));
+  }
+}
+
+TEST_F(PosixFileManagerTest, AModificationDateIsSetToTheNanosecond) {
+  make(at("a"));
+  for (const std::int64_t date : {std::int64_t(1'600'000'000'123'456'789), std::int64_t(0),
+                                  std::int64_t(-1), std::int64_t(-1'500'000'000)}) {
+    EXPECT_EQ(files.setAttributesOfItemAtPath({date, std::nullopt}, at("a")), std::nullopt);
+    const auto time = statusOf(at("a")).st_mtim;
+    EXPECT_EQ(time.tv_sec * 1'000'000'000 + time.tv_nsec, date);
+  }
+}
+
+TEST_F(PosixFileManagerTest, SettingTheModificationLeavesTheRestAlone) {
+  make(at("a"), "content");
+  ASSERT_EQ(chmod(at("a").c_str(), 0640), 0);
+  const struct timespec times[2] = {{1'000'000'001, 2}, {1'000'000'003, 4}};
+  ASSERT_EQ(utimensat(AT_FDCWD, at("a").c_str(), times, 0), 0);
+  EXPECT_EQ(files.setAttributesOfItemAtPath({5, 6}, at("a")), std::nullopt);
+  const auto status = statusOf(at("a"));
+  EXPECT_EQ(status.st_atim.tv_sec, 1'000'000'001);
+  EXPECT_EQ(status.st_atim.tv_nsec, 2);
+  EXPECT_EQ(status.st_mode & 0777, 0640u);
+  EXPECT_EQ(text(at("a")), "content");
+}
+
+TEST_F(PosixFileManagerTest, WithoutModificationDateNothingIsSet) {
+  make(at("a"));
+  const struct timespec times[2] = {{1'000'000'001, 2}, {1'000'000'003, 4}};
+  ASSERT_EQ(utimensat(AT_FDCWD, at("a").c_str(), times, 0), 0);
+  EXPECT_EQ(files.setAttributesOfItemAtPath({}, at("a")), std::nullopt);
+  EXPECT_EQ(files.setAttributesOfItemAtPath({std::nullopt, 7}, at("a")), std::nullopt);
+  EXPECT_EQ(statusOf(at("a")).st_mtim.tv_sec, 1'000'000'003);
+  EXPECT_EQ(statusOf(at("a")).st_mtim.tv_nsec, 4);
+}
+
+TEST_F(PosixFileManagerTest, FoldersReadOnlyFilesAndOddNamesAreDatedToo) {
+  fs::create_directory(at("folder"));
+  make(at("read only"));
+  ASSERT_EQ(chmod(at("read only").c_str(), 0400), 0);
+  make(at("\xFF\n-rf"));
+  for (const std::string name : {"folder", "folder/", "read only", "\xFF\n-rf"}) {
+    EXPECT_EQ(files.setAttributesOfItemAtPath({5'000'000'000, std::nullopt}, at(name)),
+              std::nullopt);
+    EXPECT_EQ(statusOf(at(name)).st_mtim.tv_sec, 5) << name;
+  }
+}
+
+TEST_F(PosixFileManagerTest, TheDatesOfALinkAreItsOwn) {
+  make(at("a"));
+  fs::create_symlink("a", at("link"));
+  fs::create_symlink("nowhere", at("dangling"));
+  const auto before = statusOf(at("a")).st_mtim;
+  for (const char* const name : {"link", "dangling"}) {
+    EXPECT_EQ(files.setAttributesOfItemAtPath({5'000'000'000, std::nullopt}, at(name)),
+              std::nullopt);
+    EXPECT_EQ(statusOf(at(name)).st_mtim.tv_sec, 5);
+  }
+  EXPECT_EQ(statusOf(at("a")).st_mtim.tv_sec, before.tv_sec);
+  EXPECT_EQ(statusOf(at("a")).st_mtim.tv_nsec, before.tv_nsec);
+}
+
+TEST_F(PosixFileManagerTest, DatesThatCannotBeSetAreAnErrorThatNamesTheItem) {
+  make(at("a"));
+  ASSERT_EQ(chmod(at("a").c_str(), 0644), 0);
+  const struct {
+    std::string path;
+    int code;
+  } cases[] = {{at("missing"), ENOENT},
+               {at("a/b"), ENOTDIR},
+               {"", EINVAL},
+               {at("a") + std::string(1, '\0') + "b", EINVAL},
+               {at(std::string(256, 'n')), ENAMETOOLONG}};
+  for (const auto& one : cases) {
+    const auto error = files.setAttributesOfItemAtPath({5, std::nullopt}, one.path);
+    ASSERT_TRUE(error) << one.path;
+    EXPECT_EQ(error->domain, "POSIX");
+    EXPECT_EQ(error->code, one.code) << one.path;
+    EXPECT_THAT(error->message,
+                testing::StartsWith("Could not set the dates of " + one.path + ": "));
+  }
+  asNobody([&] {
+    const auto error = files.setAttributesOfItemAtPath({5, std::nullopt}, at("a"));
+    return error && (error->code == EACCES || error->code == EPERM) ? 0 : 1;
+  });
 }
 
 }  // namespace

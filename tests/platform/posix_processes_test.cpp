@@ -270,6 +270,82 @@ TEST_F(PosixProcessesTest, AChildHasOnlyTheThreeStandardDescriptors) {
   close(inherited);
 }
 
+TEST_F(PosixProcessesTest, AGivenDescriptorIsTheChildsStandardInput) {
+  std::ofstream(at("input")) << "one\ntwo\n";
+  ToolRun run(platform);
+  run.capture();
+  const int input = open(at("input").c_str(), O_RDONLY | O_CLOEXEC);
+  run.process->setStandardInput(input);
+  close(input);
+  run.launch("/bin/cat");
+  EXPECT_TRUE(run.waitForEnd());
+  EXPECT_EQ(output(run), "one\ntwo\n");
+}
+
+TEST_F(PosixProcessesTest, AnExtraDescriptorIsTheChildsNumberThreeAndItAloneIsAdded) {
+  const int inherited = open("/dev/null", O_RDONLY);
+  const int shared = open(at("shared").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ToolRun run(platform);
+  run.capture();
+  run.process->setExtraDescriptor(shared);
+  run.shell("echo written >&3; exec /bin/ls /proc/self/fd");
+  EXPECT_TRUE(run.waitForEnd());
+  // 4 is the listing itself.
+  EXPECT_EQ(output(run), "0\n1\n2\n3\n4\n");
+  std::string line;
+  std::getline(std::ifstream(at("shared")), line);
+  EXPECT_EQ(line, "written");
+  close(shared);
+  close(inherited);
+}
+
+TEST_F(PosixProcessesTest, GivenDescriptorsThatAreTakenBackAreNotHandedOver) {
+  const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ToolRun run(platform);
+  run.capture();
+  run.process->setStandardInput(null);
+  run.process->setExtraDescriptor(null);
+  run.process->setStandardInput(-1);
+  run.process->setExtraDescriptor(-1);
+  close(null);
+  const auto inherited = fs::read_symlink("/proc/self/fd/0");
+  run.shell("readlink /proc/self/fd/0; exec /bin/ls /proc/self/fd");
+  EXPECT_TRUE(run.waitForEnd());
+  EXPECT_EQ(output(run), inherited.string() + "\n0\n1\n2\n3\n");
+}
+
+TEST_F(PosixProcessesTest, ADescriptorThatIsNotOpenThrows) {
+  const auto process = platform.processes().createProcess();
+  EXPECT_THROW(process->setStandardInput(99999), PlatformException);
+  EXPECT_THROW(process->setExtraDescriptor(99999), PlatformException);
+}
+
+TEST_F(PosixProcessesTest, InAHostWithoutStandardStreamsEachDescriptorKeepsItsPlace) {
+  ToolRun run(platform);
+  int kept[3];
+  for (const int stream : {0, 1, 2}) {
+    kept[stream] = fcntl(stream, F_DUPFD_CLOEXEC, 100);
+    close(stream);
+  }
+  const int input = open(at("input").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const int extra = open(at("extra").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  // Nothing of the service's may lie where the test puts its own streams back.
+  const int filler = open("/dev/null", O_RDWR | O_CLOEXEC);
+  run.process->setStandardInput(input);
+  run.process->setExtraDescriptor(extra);
+  run.capture();
+  run.shell("readlink /proc/self/fd/0 /proc/self/fd/3");
+  for (const int stream : {0, 1, 2}) {
+    dup2(kept[stream], stream);
+    close(kept[stream]);
+  }
+  EXPECT_EQ(input, 0);
+  EXPECT_EQ(extra, 1);
+  EXPECT_EQ(filler, 2);
+  EXPECT_TRUE(run.waitForEnd());
+  EXPECT_EQ(output(run), at("input") + "\n" + at("extra") + "\n");
+}
+
 TEST_F(PosixProcessesTest, AChildHasDefaultSignalsAndBlocksNone) {
   struct sigaction before {};
   struct sigaction ignore {};

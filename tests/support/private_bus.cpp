@@ -69,6 +69,14 @@ void PrivateBus::kill() {
   daemon_->waitForExit();
 }
 
+void PrivateBus::stop() {
+  daemon_->kill(SIGSTOP);
+}
+
+void PrivateBus::resume() {
+  daemon_->kill(SIGCONT);
+}
+
 NoBus::NoBus() : previous_(variable()) {
   setVariable(std::nullopt);
 }

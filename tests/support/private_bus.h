@@ -22,6 +22,9 @@ class PrivateBus {
   const std::string& address() const { return address_; }
   // Ends the bus as a crash would; the address stays.
   void kill();
+  // Holds the bus still, so that it answers nobody, and lets it go on.
+  void stop();
+  void resume();
 
  private:
   std::string folder_;

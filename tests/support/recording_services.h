@@ -1,10 +1,14 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/log.h"
+#include "platform/process.h"
 #include "platform/user_notifications.h"
 #include "platform/workspace.h"
 
@@ -62,6 +66,70 @@ class RecordingWorkspace : public ForwardingWorkspace {
     const std::lock_guard lock(mutex_);
     revealed_.push_back(urls);
   }
+  std::optional<Url> URLForApplicationToOpenURL(const Url& url) const override {
+    const std::lock_guard lock(mutex_);
+    handlerQuestions_.push_back(url);
+    return handler_;
+  }
+  std::optional<RunningApplication> openURLsWithApplicationAtURL(
+      const std::vector<Url>& urls, const std::optional<Url>& applicationURL, std::uint32_t options,
+      const Value::Dictionary& configuration, std::optional<Error>* error) override {
+    const std::lock_guard lock(mutex_);
+    openings_.push_back({urls, applicationURL, options, configuration});
+    if (!refusesOpenings_) return RunningApplication{"org.example.Opener"};
+    if (error != nullptr) *error = refusal_;
+    return std::nullopt;
+  }
+
+  // A request to open files with an application.
+  struct Opening {
+    std::vector<Url> urls;
+    std::optional<Url> applicationURL;
+    std::uint32_t options = 0;
+    Value::Dictionary configuration;
+  };
+  std::vector<Opening> openings() const {
+    const std::lock_guard lock(mutex_);
+    return openings_;
+  }
+  // From now on no application can be asked to open files, for that reason.
+  void refuseOpenings(std::optional<Error> reason) {
+    const std::lock_guard lock(mutex_);
+    refusesOpenings_ = true;
+    refusal_ = std::move(reason);
+  }
+  // The URLs for which somebody asked who would open them.
+  std::vector<Url> handlerQuestions() const {
+    const std::lock_guard lock(mutex_);
+    return handlerQuestions_;
+  }
+  // The application that is answered from now on; at first there is none.
+  void setHandler(std::optional<Url> application) {
+    const std::lock_guard lock(mutex_);
+    handler_ = std::move(application);
+  }
+  bool selectFileInFileViewerRootedAtPath(const std::optional<std::string>& fullPath,
+                                          const std::string& rootFullPath) override {
+    const std::lock_guard lock(mutex_);
+    viewers_.push_back({fullPath, rootFullPath});
+    return !refusesViewers_;
+  }
+
+  // A file viewer that was asked for.
+  struct Viewer {
+    std::optional<std::string> fullPath;
+    std::string rootFullPath;
+    friend bool operator==(const Viewer&, const Viewer&) = default;
+  };
+  std::vector<Viewer> viewers() const {
+    const std::lock_guard lock(mutex_);
+    return viewers_;
+  }
+  // From now on nobody can be asked for a viewer.
+  void refuseViewers() {
+    const std::lock_guard lock(mutex_);
+    refusesViewers_ = true;
+  }
   std::vector<Url> opened() const {
     const std::lock_guard lock(mutex_);
     return opened_;
@@ -75,6 +143,27 @@ class RecordingWorkspace : public ForwardingWorkspace {
   mutable std::mutex mutex_;
   std::vector<Url> opened_;
   std::vector<std::vector<Url>> revealed_;
+  std::vector<Opening> openings_;
+  bool refusesOpenings_ = false;
+  std::optional<Error> refusal_;
+  mutable std::vector<Url> handlerQuestions_;
+  std::optional<Url> handler_;
+  std::vector<Viewer> viewers_;
+  bool refusesViewers_ = false;
+};
+
+// Keeps the processes that are made; they are real ones and really run. Main thread.
+class KeepingProcesses : public ForwardingProcesses {
+ public:
+  using ForwardingProcesses::ForwardingProcesses;
+  std::shared_ptr<Process> createProcess() override {
+    made_.push_back(ForwardingProcesses::createProcess());
+    return made_.back();
+  }
+  const std::vector<std::shared_ptr<Process>>& made() const { return made_; }
+
+ private:
+  std::vector<std::shared_ptr<Process>> made_;
 };
 
 }  // namespace tervano::test

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
+
+#include "platform/linux/user_folders.h"
 
 namespace tervano {
 
@@ -78,25 +79,6 @@ std::string_view typeOfMajorPart(std::string_view mimeType) {
   if (major == "message") return "public.message";
   if (major == "model") return "public.3d-content";
   return {};
-}
-
-std::vector<std::string> dataFolders() {
-  std::vector<std::string> folders;
-  const char* dataHome = std::getenv("XDG_DATA_HOME");
-  const char* home = std::getenv("HOME");
-  if (dataHome != nullptr && *dataHome == '/') {
-    folders.emplace_back(dataHome);
-  } else if (home != nullptr && *home == '/') {
-    folders.push_back(std::string(home) + "/.local/share");
-  }
-  const char* dataDirs = std::getenv("XDG_DATA_DIRS");
-  std::string_view list =
-      dataDirs != nullptr && *dataDirs != '\0' ? dataDirs : "/usr/local/share:/usr/share";
-  while (!list.empty()) {
-    const auto folder = takeField(list, ':');
-    if (folder.starts_with('/')) folders.emplace_back(folder);
-  }
-  return folders;
 }
 
 }  // namespace

@@ -72,6 +72,12 @@ bool isMountPoint(int parent, const std::string& name) {
          (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
+bool isMountRoot(int item) {
+  struct statx status {};
+  return statx(item, "", AT_EMPTY_PATH, 0, &status) == 0 &&
+         (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
 bool isSameOrBelow(int folder, const struct stat& status) {
   Descriptor place(openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct stat here {};

@@ -48,6 +48,8 @@ bool readEntries(int folder, std::vector<DirectoryEntry>& entries);
 
 // Whether something is mounted on that name.
 bool isMountPoint(int parent, const std::string& name);
+// Whether the open item is where a mount begins.
+bool isMountRoot(int item);
 
 // Whether the open folder is the folder that `status` describes or lies below it.
 bool isSameOrBelow(int folder, const struct stat& status);

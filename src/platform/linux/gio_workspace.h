@@ -3,37 +3,62 @@
 #include <atomic>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "platform/linux/application_launcher.h"
+#include "platform/linux/file_viewer.h"
+#include "platform/linux/mail_composer.h"
 #include "platform/linux/mount_table_volumes.h"
 #include "platform/linux/session_bus.h"
 #include "platform/workspace.h"
 
 namespace tervano {
 
-// The desktop by its own conventions: default handlers of URL schemes (Desktop Entry Specification
-// 1.5 and its D-Bus activation), org.freedesktop.FileManager1, and the kernel's mount table.
+// How long a caller waits for the session bus.
+struct WorkspaceTimeouts {
+  // For whether somebody can be asked.
+  int reachableMilliseconds = 2000;
+  // For the mail portal to accept a message, and then for its answer.
+  int mailAcceptedMilliseconds = 5000;
+  int mailAnsweredMilliseconds = 3000;
+};
+
+// The desktop by its own conventions: default handlers of URL schemes and applications (Desktop
+// Entry Specification 1.5 and its D-Bus activation), the mail portal, org.freedesktop.FileManager1,
+// and the kernel's mount table.
 //
-// Finding a handler reads the desktop's tables, so it touches the disk; what follows happens on a
-// thread of its own, and a failure there is one line in the log.
+// Finding a handler reads the desktop's tables, so it touches the disk. The requests are made on
+// the bus thread, which no caller needs to be; no main loop has to run. A request that fails after
+// its caller was told that it was made is one line in the log; that an application did not open
+// its files is a notification besides.
 class GioWorkspace : public Workspace {
  public:
-  static constexpr int kReplyTimeoutMilliseconds = 25'000;
-
-  GioWorkspace() = default;
+  explicit GioWorkspace(const WorkspaceTimeouts& timeouts = {});
   ~GioWorkspace() override;
 
   bool openURL(const Url& url) override;
+  std::optional<Url> URLForApplicationToOpenURL(const Url& url) const override;
+  std::optional<Url> URLForApplicationWithBundleIdentifier(
+      const std::string& bundleIdentifier) const override;
+  std::optional<RunningApplication> openURLsWithApplicationAtURL(
+      const std::vector<Url>& urls, const std::optional<Url>& applicationURL, std::uint32_t options,
+      const Value::Dictionary& configuration, std::optional<Error>* error) override;
+  bool selectFileInFileViewerRootedAtPath(const std::optional<std::string>& fullPath,
+                                          const std::string& rootFullPath) override;
   void activateFileViewerSelectingURLs(const std::vector<Url>& urls) override;
   int pendingRequests() const override { return pendingRequests_; }
   // Watches the mount table from the first call on.
   NotificationCenter& notificationCenter() override;
 
  private:
+  std::optional<Error> openURLs(const std::vector<Url>& urls,
+                                const std::optional<Url>& applicationURL);
   void mountsDidChange();
 
   std::atomic<int> pendingRequests_{0};
+  ApplicationLauncher launcher_;
+  MailComposer mail_;
+  FileViewer viewer_;
   NotificationCenter notificationCenter_;
   std::mutex mutex_;
   // A GUnixMountMonitor.
@@ -45,18 +70,6 @@ class GioWorkspace : public Workspace {
   // Last, so that its thread ends before what it uses.
   SessionBus bus_;
 };
-
-// The arguments that an Exec line of a desktop entry asks for with one URL: quoting undone, "%u"
-// and
-// "%U" replaced by the URL byte for byte, "%f" and "%F" by its local path where it has one; a line
-// without any of them gets it at its end. Empty when the line is broken.
-struct DesktopEntryNames {
-  std::string icon;
-  std::string name;
-  std::string path;
-};
-std::vector<std::string> expandedExec(const std::string& exec, const DesktopEntryNames& names,
-                                      const Url& url);
 
 // The notifications that tell the way from one state of the mount table to the next, each with the
 // mount point (for a rename the new one).

@@ -28,4 +28,9 @@ struct GVariantUnref {
 };
 using GVariantPtr = std::unique_ptr<GVariant, GVariantUnref>;
 
+struct GKeyFileUnref {
+  void operator()(GKeyFile* file) const { g_key_file_unref(file); }
+};
+using GKeyFilePtr = std::unique_ptr<GKeyFile, GKeyFileUnref>;
+
 }  // namespace tervano

@@ -81,6 +81,13 @@ std::optional<std::string> InstalledBundle::pathForResource(const std::string& n
   return path;
 }
 
+std::optional<std::string> InstalledBundle::pathForResource(const std::string& name,
+                                                            const std::string& type,
+                                                            const std::string& subdirectory) const {
+  if (name.empty()) return std::nullopt;
+  return pathForResource(subdirectory + "/" + name, type);
+}
+
 std::optional<std::string> InstalledBundle::pathForImageNamed(const std::string& name) const {
   if (name.empty() || name.find('/') != std::string::npos) return std::nullopt;
   constexpr std::array<const char*, 2> kKinds = {"svg", "png"};

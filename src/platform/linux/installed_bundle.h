@@ -23,6 +23,8 @@ class InstalledBundle : public Bundle {
   // `name` may lead into a folder of the resources, never out of them.
   std::optional<std::string> pathForResource(const std::string& name,
                                              const std::string& type) const override;
+  std::optional<std::string> pathForResource(const std::string& name, const std::string& type,
+                                             const std::string& subdirectory) const override;
   std::optional<std::string> pathForImageNamed(const std::string& name) const override;
   std::string pathForAuxiliaryExecutable(const std::string& name) const override;
 

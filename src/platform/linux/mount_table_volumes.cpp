@@ -84,7 +84,7 @@ std::vector<MountTableEntry> mountTableEntries(std::string_view table) {
     const auto fields = fieldsOf(table.substr(0, end));
     table.remove_prefix(end == std::string_view::npos ? table.size() : end + 1);
     if (fields.size() < kFieldsBeforeOptional) continue;
-    // A single "-" ends the optional fields; the file system's type follows it.
+    // A single "-" ends the optional fields; the file system's type, source and options follow it.
     const auto separator =
         std::find(fields.begin() + kFieldsBeforeOptional, fields.end(), std::string_view("-"));
     if (separator == fields.end() || separator + 1 == fields.end()) continue;
@@ -98,6 +98,8 @@ std::vector<MountTableEntry> mountTableEntries(std::string_view table) {
     entry.root = unescaped(fields[3]);
     entry.mountPoint = unescaped(fields[4]);
     entry.fileSystem = unescaped(separator[1]);
+    if (fields.end() - separator > 2) entry.source = unescaped(separator[2]);
+    if (fields.end() - separator > 3) entry.options = unescaped(separator[3]);
     if (!entry.mountPoint.starts_with('/')) continue;
     entries.push_back(std::move(entry));
   }

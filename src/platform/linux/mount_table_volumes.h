@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "platform/volumes.h"
@@ -18,8 +19,16 @@ struct MountTableEntry {
   std::string root;
   std::string mountPoint;
   std::string fileSystem;
+  // What is mounted: a device's path, or what the file system makes of it.
+  std::string source{};
+  // The options of the file system, with commas between them.
+  std::string options{};
 
-  friend bool operator==(const MountTableEntry&, const MountTableEntry&) = default;
+  // The same mount: a remount changes only its options.
+  friend bool operator==(const MountTableEntry& one, const MountTableEntry& other) {
+    return std::tie(one.identifier, one.device, one.root, one.mountPoint, one.fileSystem) ==
+           std::tie(other.identifier, other.device, other.root, other.mountPoint, other.fileSystem);
+  }
 };
 
 // The entries in the table's order, octal escapes undone; lines that are no entry are left out.

@@ -59,8 +59,8 @@ class PlistDefaultsStores::SuiteFile {
  public:
   explicit SuiteFile(const std::string& suiteName)
       : folder_(preferencesFolder()),
-        name_(escapedFileName(suiteName)),
-        path_(pathForSuiteName(suiteName)) {}
+        path_(pathForSuiteName(suiteName)),
+        lockPath_(lockPathForSuiteName(suiteName)) {}
 
   // The values of the file as it is now; never null.
   std::shared_ptr<const Value::Dictionary> values() {
@@ -72,12 +72,11 @@ class PlistDefaultsStores::SuiteFile {
   // Merges the changes into the file; answers whether they are in it.
   bool write(const Changes& changes) {
     const std::lock_guard lock(mutex_);
-    const std::string lockPath = folder_ + "/." + name_ + ".lock";
     constexpr int kLockFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
-    Descriptor lockFile(::open(lockPath.c_str(), kLockFlags, 0600));
+    Descriptor lockFile(::open(lockPath_.c_str(), kLockFlags, 0600));
     if (!lockFile && errno == ENOENT) {
       makeFolders(folder_);
-      lockFile.reset(::open(lockPath.c_str(), kLockFlags, 0600));
+      lockFile.reset(::open(lockPath_.c_str(), kLockFlags, 0600));
     }
     if (!lockFile) return complain("Could not lock");
     while (flock(lockFile.get(), LOCK_EX) != 0) {
@@ -241,8 +240,8 @@ class PlistDefaultsStores::SuiteFile {
   }
 
   const std::string folder_;
-  const std::string name_;
   const std::string path_;
+  const std::string lockPath_;
   std::mutex mutex_;
   Identity identity_;
   std::shared_ptr<const Value::Dictionary> values_ = std::make_shared<const Value::Dictionary>();
@@ -328,6 +327,10 @@ PlistDefaultsStores::~PlistDefaultsStores() = default;
 
 std::string PlistDefaultsStores::pathForSuiteName(const std::string& suiteName) {
   return preferencesFolder() + "/" + escapedFileName(suiteName) + ".plist";
+}
+
+std::string PlistDefaultsStores::lockPathForSuiteName(const std::string& suiteName) {
+  return preferencesFolder() + "/." + escapedFileName(suiteName) + ".lock";
 }
 
 std::shared_ptr<PlistDefaultsStores::SuiteFile> PlistDefaultsStores::fileForSuiteName(

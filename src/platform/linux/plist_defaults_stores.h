@@ -31,6 +31,8 @@ class PlistDefaultsStores : public DefaultsStores {
 
   // Where a suite's values are.
   static std::string pathForSuiteName(const std::string& suiteName);
+  // The file that whoever changes those values holds locked (flock) meanwhile.
+  static std::string lockPathForSuiteName(const std::string& suiteName);
 
  private:
   class SuiteFile;

@@ -112,6 +112,27 @@ std::string movePhrase(const std::string& from, const std::string& to) {
   return "Could not move " + from + " to " + to;
 }
 
+std::string copyPhrase(const std::string& from, const std::string& to) {
+  return "Could not copy " + from + " to " + to;
+}
+
+// Copies under a hidden name, then renames into place without replacing.
+std::optional<Error> copyIntoPlace(const ItemPlace& from, const ItemPlace& to,
+                                   const std::string& phrase, CopiedItems* copied) {
+  const std::string temporary = temporaryName();
+  if (auto error = copyTree({from.folder(), from.name(), from.path()},
+                            {to.folder(), temporary, to.path()}, copied)) {
+    error->message = phrase + ": " + error->message;
+    return error;
+  }
+  if (const int code = renameWithoutReplacing(to.folder(), temporary, to.folder(), to.name())) {
+    removeTree(to.folder(), temporary, to.path());
+    return posixError(code, phrase);
+  }
+  flushFolder(to.folder());
+  return std::nullopt;
+}
+
 // Moves between file systems: a copy under a hidden name, flushed, then renamed into place, then
 // the source removed as far as it was copied.
 std::optional<Error> moveByCopying(const ItemPlace& from, const ItemPlace& to) {
@@ -119,18 +140,10 @@ std::optional<Error> moveByCopying(const ItemPlace& from, const ItemPlace& to) {
   if (faccessat(from.folder(), ".", W_OK | X_OK, AT_EACCESS) != 0) {
     return posixError(errno, movePhrase(from.path(), to.path()));
   }
-  const std::string temporary = temporaryName();
   CopiedItems copied;
-  if (auto error = copyTree({from.folder(), from.name(), from.path()},
-                            {to.folder(), temporary, to.path()}, &copied)) {
-    error->message = movePhrase(from.path(), to.path()) + ": " + error->message;
+  if (auto error = copyIntoPlace(from, to, movePhrase(from.path(), to.path()), &copied)) {
     return error;
   }
-  if (const int code = renameWithoutReplacing(to.folder(), temporary, to.folder(), to.name())) {
-    removeTree(to.folder(), temporary, to.path());
-    return posixError(code, movePhrase(from.path(), to.path()));
-  }
-  flushFolder(to.folder());
   const RemovalFilter onlyCopied = [&copied](const struct stat& status, const std::string& path) {
     return copied.contains(status)
                ? std::nullopt
@@ -318,6 +331,49 @@ std::optional<Error> PosixFileManager::removeItemAtPath(const std::string& path)
   const ItemPlace place(path);
   if (place.code() != 0) return posixError(place.code(), "Could not remove " + path);
   return removeTree(place.folder(), place.name(), place.path());
+}
+
+std::optional<Error> PosixFileManager::copyItemAtPath(const std::string& from,
+                                                      const std::string& to) {
+  const ItemPlace source(from);
+  const ItemPlace target(to);
+  const std::string phrase = copyPhrase(from, to);
+  if (source.code() != 0) return posixError(source.code(), phrase);
+  if (target.code() != 0) return posixError(target.code(), phrase);
+  struct stat sourceStatus {};
+  struct stat targetStatus {};
+  if (fstatat(source.folder(), source.name().c_str(), &sourceStatus, AT_SYMLINK_NOFOLLOW) != 0) {
+    return posixError(errno, phrase);
+  }
+  if (fstatat(target.folder(), target.name().c_str(), &targetStatus, AT_SYMLINK_NOFOLLOW) == 0) {
+    return posixError(EEXIST, phrase);
+  }
+  if (S_ISDIR(sourceStatus.st_mode) && isSameOrBelow(target.folder(), sourceStatus)) {
+    Error error = posixError(EINVAL, phrase);
+    error.message = phrase + ": a folder cannot be copied into itself";
+    return error;
+  }
+  return copyIntoPlace(source, target, phrase, nullptr);
+}
+
+std::optional<Error> PosixFileManager::setAttributesOfItemAtPath(const FileAttributes& attributes,
+                                                                 const std::string& path) {
+  constexpr std::int64_t kNanosecondsInSecond = 1'000'000'000;
+  const std::string phrase = "Could not set the dates of " + path;
+  if (!isUsable(path)) return posixError(EINVAL, phrase);
+  if (!attributes.modificationDate) return std::nullopt;
+  std::int64_t seconds = *attributes.modificationDate / kNanosecondsInSecond;
+  std::int64_t nanoseconds = *attributes.modificationDate % kNanosecondsInSecond;
+  if (nanoseconds < 0) {
+    nanoseconds += kNanosecondsInSecond;
+    --seconds;
+  }
+  const struct timespec times[2] = {{0, UTIME_OMIT}, {seconds, nanoseconds}};
+  const std::string item = withoutTrailingSlashes(path);
+  if (utimensat(AT_FDCWD, item.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
+    return posixError(errno, phrase);
+  }
+  return std::nullopt;
 }
 
 std::optional<Error> PosixFileManager::moveItemAtPath(const std::string& from,

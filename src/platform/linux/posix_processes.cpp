@@ -39,6 +39,8 @@ namespace {
 constexpr std::size_t kLargestChunk = std::size_t{64} * 1024;
 constexpr int kEventsPerTurn = 64;
 constexpr int kFirstFreeDescriptor = 3;
+// What a process gets as its extra descriptor.
+constexpr int kExtraDescriptor = 3;
 constexpr int kUnknownStatus = -1;
 // The event of nobody: the thread is to end.
 constexpr std::uint64_t kStopEvent = 0;
@@ -251,14 +253,18 @@ class SpawnPlan {
     posix_spawnattr_destroy(&attributes_);
   }
 
-  void connect(int ours, int childs) { posix_spawn_file_actions_adddup2(&actions_, ours, childs); }
+  // Every `ours` must be beyond the standard streams, and the extra descriptor comes last.
+  void connect(int ours, int childs) {
+    posix_spawn_file_actions_adddup2(&actions_, ours, childs);
+    firstClosed_ = std::max(firstClosed_, childs + 1);
+  }
   void changeFolder(int folder) { posix_spawn_file_actions_addfchdir_np(&actions_, folder); }
 
   // 0 or the reason. To be called once, after the others.
   int spawn(const std::string& program, const std::vector<std::string>& arguments,
             const std::optional<std::vector<std::string>>& environment, pid_t& pid) {
     // A host may have opened descriptors without thinking of its children.
-    posix_spawn_file_actions_addclosefrom_np(&actions_, kFirstFreeDescriptor);
+    posix_spawn_file_actions_addclosefrom_np(&actions_, firstClosed_);
     std::vector<char*> argumentPointers = pointers(arguments);
     std::vector<char*> environmentPointers;
     if (environment) environmentPointers = pointers(*environment);
@@ -277,6 +283,7 @@ class SpawnPlan {
 
   posix_spawn_file_actions_t actions_;
   posix_spawnattr_t attributes_;
+  int firstClosed_ = kFirstFreeDescriptor;
 };
 
 bool holdsNul(const std::string& text) {
@@ -305,6 +312,8 @@ class LinuxProcess : public Process, public std::enable_shared_from_this<LinuxPr
   void setStandardError(std::shared_ptr<Pipe> pipe) override { error_ = std::move(pipe); }
   const std::shared_ptr<Pipe>& standardOutput() const override { return output_; }
   const std::shared_ptr<Pipe>& standardError() const override { return error_; }
+  void setStandardInput(int descriptor) override { input_ = duplicate(descriptor); }
+  void setExtraDescriptor(int descriptor) override { extra_ = duplicate(descriptor); }
 
   void launch() override;
 
@@ -338,6 +347,7 @@ class LinuxProcess : public Process, public std::enable_shared_from_this<LinuxPr
          code);
   }
   std::string programPath() const;
+  Descriptor duplicate(int descriptor) const;
   void connect(SpawnPlan& plan, const std::shared_ptr<Pipe>& pipe, int childs) const;
 
   const std::shared_ptr<ProcessService> service_;
@@ -347,6 +357,8 @@ class LinuxProcess : public Process, public std::enable_shared_from_this<LinuxPr
   std::optional<std::string> currentDirectoryPath_;
   std::shared_ptr<Pipe> output_;
   std::shared_ptr<Pipe> error_;
+  Descriptor input_;
+  Descriptor extra_;
   pid_t pid_ = 0;
   TerminationReason reason_ = TerminationReason::exit;
   int status_ = 0;
@@ -365,6 +377,14 @@ std::string LinuxProcess::programPath() const {
     path = std::string(here.get()) + "/" + path;
   }
   return path;
+}
+
+Descriptor LinuxProcess::duplicate(int descriptor) const {
+  if (descriptor < 0) return Descriptor();
+  Descriptor copy(service_->openDescriptor(
+      [&] { return fcntl(descriptor, F_DUPFD_CLOEXEC, kFirstFreeDescriptor); }));
+  if (!copy) fail("No descriptor for a process", errno);
+  return copy;
 }
 
 void LinuxProcess::connect(SpawnPlan& plan, const std::shared_ptr<Pipe>& pipe, int childs) const {
@@ -401,8 +421,10 @@ void LinuxProcess::launch() {
     if (!folder) refuse(program + " in " + *currentDirectoryPath_, errno);
     plan.changeFolder(folder.get());
   }
+  if (input_) plan.connect(input_.get(), STDIN_FILENO);
   connect(plan, output_, STDOUT_FILENO);
   connect(plan, error_, STDERR_FILENO);
+  if (extra_) plan.connect(extra_.get(), kExtraDescriptor);
   service_->start();
   // Held for the child's handle: once the child runs there must be no way to fail.
   Descriptor reserved(
@@ -423,6 +445,8 @@ void LinuxProcess::launch() {
   // like that of a child that has ended.
   if (!child->handle) child->handle = std::move(reserved);
   pid_ = pid;
+  input_.reset();
+  extra_.reset();
   child->process = shared_from_this();
   const auto closeAndTake = [](const std::shared_ptr<Pipe>& pipe) -> std::shared_ptr<ReadEnd> {
     const auto ours = std::dynamic_pointer_cast<LinuxPipe>(pipe);

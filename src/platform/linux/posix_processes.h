@@ -11,7 +11,8 @@ namespace tervano {
 class ProcessService;
 
 // Child processes by posix_spawn(3), without a shell. A child gets default signal dispositions, an
-// empty signal mask, our standard input, and none of our other descriptors.
+// empty signal mask, our standard input unless it was given another, and none of our descriptors
+// that it was not given.
 //
 // One thread, started by the first readability handler or launch, waits for all pipes and children
 // of the process (epoll, pidfd; no SIGCHLD handler, so a host keeps its own). At a child's end it

@@ -148,12 +148,14 @@ void SessionBus::finishConnecting(GObjectPtr<GDBusConnection> connection) {
 
 void SessionBus::call(const std::string& name, const std::string& path,
                       const std::string& interface, const std::string& method, GVariant* parameters,
-                      int timeoutMilliseconds, ReplyHandler handler) {
+                      int timeoutMilliseconds, ReplyHandler handler,
+                      GObjectPtr<GUnixFDList> descriptors) {
   struct Call {
     SessionBus* bus;
     ReplyHandler handler;
   };
   const std::shared_ptr<GVariant> kept(g_variant_ref_sink(parameters), g_variant_unref);
+  const std::shared_ptr<GUnixFDList> sent(std::move(descriptors));
   withConnection([=, this, handler = std::move(handler)](GDBusConnection* connection) {
     if (connection == nullptr) {
       const GErrorPtr error(
@@ -162,19 +164,21 @@ void SessionBus::call(const std::string& name, const std::string& path,
       return;
     }
     ++callsUnderWay_;
-    g_dbus_connection_call(
+    g_dbus_connection_call_with_unix_fd_list(
         connection, name.c_str(), path.c_str(), interface.c_str(), method.c_str(), kept.get(),
-        nullptr, G_DBUS_CALL_FLAGS_NONE, timeoutMilliseconds, callsCancellable_.get(),
+        nullptr, G_DBUS_CALL_FLAGS_NONE, timeoutMilliseconds, sent.get(), callsCancellable_.get(),
         [](GObject* source, GAsyncResult* result, gpointer data) {
-          const std::unique_ptr<Call> finished(static_cast<Call*>(data));
+          std::unique_ptr<Call> finished(static_cast<Call*>(data));
           --finished->bus->callsUnderWay_;
           guarded("an answer on the session bus", [&] {
             GError* failure = nullptr;
-            const GVariantPtr reply(
-                g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &failure));
+            const GVariantPtr reply(g_dbus_connection_call_with_unix_fd_list_finish(
+                G_DBUS_CONNECTION(source), nullptr, result, &failure));
             const GErrorPtr error(failure);
             finished->handler(reply.get(), error.get());
           });
+          // What the handler held has ended before anybody looks.
+          finished.reset();
           wakeMainLoop();
         },
         new Call{this, handler});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gio/gio.h>
+#include <gio/gunixfdlist.h>
 
 #include <deque>
 #include <functional>
@@ -43,11 +44,11 @@ class SessionBus {
 
   // Calls `handler` with an open connection, made now when there is none.
   void withConnection(ConnectionHandler handler);
-  // Calls a method; `parameters` is a floating tuple. An unanswered call ends with an error after
-  // `timeoutMilliseconds`.
+  // Calls a method; `parameters` is a floating tuple, whose handles are places in `descriptors`. An
+  // unanswered call ends with an error after `timeoutMilliseconds`.
   void call(const std::string& name, const std::string& path, const std::string& interface,
             const std::string& method, GVariant* parameters, int timeoutMilliseconds,
-            ReplyHandler handler);
+            ReplyHandler handler, GObjectPtr<GUnixFDList> descriptors = nullptr);
 
  private:
   void runNextItem();

@@ -8,6 +8,7 @@ namespace tervano {
 class SystemClock : public Clock {
  public:
   std::int64_t now() const override;
+  std::int64_t nowInNanoseconds() const override;
 };
 
 }  // namespace tervano

@@ -73,6 +73,20 @@ std::string configHomeFolder() {
   return variable ? *variable : homeFolder() + "/.config";
 }
 
+std::vector<std::string> dataFolders() {
+  std::vector<std::string> folders{dataHomeFolder()};
+  const char* const value = std::getenv("XDG_DATA_DIRS");
+  std::string_view list =
+      value != nullptr && *value != '\0' ? value : "/usr/local/share:/usr/share";
+  while (!list.empty()) {
+    const auto end = list.find(':');
+    const auto folder = list.substr(0, end);
+    if (folder.starts_with('/')) folders.emplace_back(folder);
+    list.remove_prefix(end == std::string_view::npos ? list.size() : end + 1);
+  }
+  return folders;
+}
+
 std::vector<RuntimeFolders::Candidate> RuntimeFolders::usable() {
   std::vector<Candidate> candidates;
   const std::string user = std::to_string(geteuid());

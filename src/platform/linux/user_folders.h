@@ -17,6 +17,9 @@ std::string homeFolder();
 // ~/.config.
 std::string dataHomeFolder();
 std::string configHomeFolder();
+// $XDG_DATA_HOME, then the absolute paths in $XDG_DATA_DIRS, else /usr/local/share and /usr/share:
+// the more important folder first.
+std::vector<std::string> dataFolders();
 
 // Where the processes of one user meet: a folder "tervano" that lies in $XDG_RUNTIME_DIR, in
 // /run/user/UID or, with neither, a folder /tmp/tervano-UID. Not every process of a session has
