@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tervano {
+
+// What a window asks. Texts are shown as they are, no markup; bytes that are not UTF-8 as
+// replacement characters.
+struct DialogQuestion {
+  std::string text;
+  // More about it, below the question; empty for none.
+  std::string detail;
+  std::vector<std::string> items;
+  // The label of the button that consents.
+  std::string consent;
+};
+
+enum class DialogAnswer { consent, refusal, noDisplay };
+
+// Shows the window and waits for the answer: the button, or anything else that closes the window,
+// which is a refusal. The refusing button has the focus. Main thread, once a process.
+DialogAnswer askInWindow(const DialogQuestion& question);
+
+}  // namespace tervano

@@ -1,0 +1,61 @@
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "tools/ask/dialog.h"
+
+namespace tervano {
+
+namespace {
+
+constexpr int kConsent = 0;
+constexpr int kRefusal = 1;
+constexpr int kUsage = 2;
+constexpr int kNoDisplay = 3;
+
+int complain(const char* sentence) {
+  std::fprintf(stderr, "tervano-ask: %s\n", sentence);
+  return kUsage;
+}
+
+int run(int argc, char** argv) {
+  DialogQuestion question;
+  int index = 1;
+  for (; index < argc && std::strcmp(argv[index], "--") != 0; index += 2) {
+    const std::string_view option = argv[index];
+    if (index + 1 >= argc) return complain("An option lacks its value.");
+    if (option == "--question") {
+      question.text = argv[index + 1];
+    } else if (option == "--detail") {
+      question.detail = argv[index + 1];
+    } else if (option == "--consent") {
+      question.consent = argv[index + 1];
+    } else {
+      return complain("The options are --question, --detail and --consent, then -- and items.");
+    }
+  }
+  for (++index; index < argc; ++index) question.items.emplace_back(argv[index]);
+  if (question.text.empty() || question.consent.empty()) {
+    return complain("--question and --consent are needed.");
+  }
+  switch (askInWindow(question)) {
+    case DialogAnswer::consent:
+      return kConsent;
+    case DialogAnswer::refusal:
+      return kRefusal;
+    case DialogAnswer::noDisplay:
+      break;
+  }
+  std::fputs("tervano-ask: There is no display to ask on.\n", stderr);
+  return kNoDisplay;
+}
+
+}  // namespace
+
+}  // namespace tervano
+
+// Asks one question in a window: 0 for consent, 1 for a refusal, 2 for wrong arguments, 3 without a
+// display.
+int main(int argc, char** argv) {
+  return tervano::run(argc, argv);
+}

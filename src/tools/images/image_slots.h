@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/linux/descriptor.h"
+
+namespace tervano {
+
+// How many conversions of one user run at the same time, however many processes were started: as
+// many as there are processors, fewer where memory is short. $TERVANO_IMAGE_SLOTS, a number from 1
+// to 1024, replaces that.
+int imageSlotCount();
+
+// How many bytes the holder of a slot may use, so that all of them together use at most half of the
+// machine's memory.
+std::uint64_t imageSlotMemory();
+
+// One of the user's slots. It is free again when this object or its process ends, however it ends.
+//
+// Slots are record locks on the bytes of the file "images/slots" in the user's runtime folder.
+// Whoever finds them all taken waits for the end of one of their holders. Only one process does
+// that, the one that holds the lock of "images/queue"; all others sleep on that lock and get it in
+// the order of their coming.
+class ImageSlot {
+ public:
+  // Waits for a slot. Nil, with the end of a sentence in `reason`, when there is no folder for the
+  // files. Any thread, but one slot a process.
+  static std::optional<ImageSlot> take(int count, std::string& reason);
+
+ private:
+  explicit ImageSlot(Descriptor file) : file_(std::move(file)) {}
+
+  Descriptor file_;
+};
+
+}  // namespace tervano
