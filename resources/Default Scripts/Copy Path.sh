@@ -1,0 +1,9 @@
+#!/usr/bin/env bash
+# Puts the paths of the selection on the clipboard, one a line.
+# shellcheck source=lib/common.bash
+. "${BASH_SOURCE[0]%"${BASH_SOURCE[0]##*/}"}lib/common.bash"
+
+[ $# -gt 0 ] || fail "No file was selected."
+text=
+for path; do text+=$path$'\n'; done
+copy_to_clipboard "${text%$'\n'}"
