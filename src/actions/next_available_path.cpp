@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "actions/path_names.h"
 #include "archive/url.h"
 #include "platform/file_manager.h"
 #include "platform/platform.h"
@@ -31,9 +32,8 @@ std::string vx_nextAvailablePath(const std::string& path) {
   if (!files.itemExistsAtPath(path)) return path;
   const std::string folder = deletingLastPathComponent(path);
   const std::string name = lastPathComponent(path);
-  const std::string extension = pathExtension(name);
-  const std::string suffix = extension.empty() ? "" : "." + extension;
-  const std::string stem = name.substr(0, name.size() - suffix.size());
+  const std::string stem = deletingPathExtension(name);
+  const std::string suffix = name.substr(stem.size());
   for (std::int64_t number = 2;; ++number) {
     const std::string ending = " " + std::to_string(number) + suffix;
     std::string candidate = shortened(stem, ending.size()) + ending;

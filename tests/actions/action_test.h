@@ -1,6 +1,9 @@
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -11,6 +14,7 @@
 #include "actions/register_action_classes.h"
 #include "archive/archiver.h"
 #include "archive/unarchiver.h"
+#include "platform/linux/descriptor.h"
 #include "tests/support/recording_services.h"
 #include "tests/support/scoped_platform.h"
 #include "tests/support/wait.h"
@@ -24,7 +28,8 @@ class ActionTest : public testing::Test {
       : platform_(&registry_),
         log_(*platform_.services().log),
         notifications_(*platform_.services().userNotifications),
-        workspace_(*platform_.services().workspace) {
+        realWorkspace_(*platform_.services().workspace),
+        workspace_(realWorkspace_) {
     registerActionClasses(registry_);
     platform_.services().log = &log_;
     platform_.services().userNotifications = &notifications_;
@@ -53,6 +58,20 @@ class ActionTest : public testing::Test {
     return std::filesystem::exists(std::filesystem::symlink_status(path));
   }
 
+  // A named pipe in the home: a script that reads a line from it waits until the gate is opened
+  // once for it. Letting go of the answer ends the wait of all that wait already.
+  Descriptor makeGate(const std::string& name) {
+    const std::string path = home() + "/" + name;
+    EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+    Descriptor gate(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    EXPECT_TRUE(gate);
+    return gate;
+  }
+  static void openGate(const Descriptor& gate, std::size_t times = 1) {
+    const std::string lines(times, '\n');
+    EXPECT_EQ(write(gate.get(), lines.data(), times), static_cast<ssize_t>(times));
+  }
+
   Data archived(const Value& action) const {
     return Archiver::archivedDataWithRootObject(action, registry_);
   }
@@ -67,6 +86,7 @@ class ActionTest : public testing::Test {
   ScopedPlatform platform_;
   RecordingLog log_;
   RecordingUserNotifications notifications_;
+  Workspace& realWorkspace_;
   RecordingWorkspace workspace_;
 };
 
