@@ -1,13 +1,27 @@
 #include "companion/action_driver.h"
 
+#include <set>
+
+#include "actions/next_available_path.h"
+#include "actions/path_names.h"
+#include "actions/tool_run.h"
+#include "actions/tv_apple_script_action.h"
+#include "actions/tv_compress_password_action.h"
+#include "actions/tv_convert_image_action.h"
 #include "actions/tv_copy_to_action.h"
 #include "actions/tv_move_to_action.h"
+#include "actions/tv_reset_app_preferences_action.h"
+#include "actions/tv_secure_remove_action.h"
+#include "actions/tv_send_via_email_action.h"
+#include "actions/tv_shell_script_action.h"
 #include "archive/platform_exception.h"
 #include "model/tv_action_group.h"
 #include "platform/file_manager.h"
 #include "platform/log.h"
 #include "platform/platform.h"
 #include "platform/run_loop.h"
+#include "platform/user_scripts.h"
+#include "tasks/vx_task_helper.h"
 
 namespace tervano {
 
@@ -17,8 +31,13 @@ std::string quotedTitle(const TVAction& action) {
   return "\"" + action.title().value_or("(no title)") + "\"";
 }
 
-// Why a move that gives no error did not begin.
+// Why an action that gives no error did not begin.
 std::string reasonForSilentFailure(const TVAction& action) {
+  if (const auto* script = dynamic_cast<const TVAppleScriptAction*>(&action)) {
+    std::optional<Error> error;
+    platform().userScripts->taskWithURL(script->scriptURL(), &error);
+    if (error) return error->message;
+  }
   const auto* move = dynamic_cast<const TVMoveToAction*>(&action);
   if (move == nullptr) return quotedTitle(action) + " failed and gave no reason.";
   if (!move->destinationURL()) return quotedTitle(action) + " has no destination folder.";
@@ -28,51 +47,138 @@ std::string reasonForSilentFailure(const TVAction& action) {
          (exists ? " cannot be written to: " : " does not exist: ") + destination;
 }
 
+template <typename T>
+bool is(const TVAction& action) {
+  return dynamic_cast<const T*>(&action) != nullptr;
+}
+
+// Why the run of this action on these paths would end without calling back; nil when it does call
+// back.
+std::optional<std::string> reasonForSilence(TVAction& action,
+                                            const std::vector<std::string>& paths) {
+  if (action.className() == "TVAction" || is<TVActionGroup>(action) || is<TVCopyToAction>(action) ||
+      is<TVCompressPasswordAction>(action)) {
+    return quotedTitle(action) + " is of a kind that does nothing when it is run (" +
+           std::string(action.className()) + ").";
+  }
+  if (const auto* script = dynamic_cast<const TVShellScriptAction*>(&action)) {
+    if (!script->scriptURL()) return quotedTitle(action) + " has no script.";
+    return std::nullopt;
+  }
+  auto* const reset = dynamic_cast<TVResetAppPreferencesAction*>(&action);
+  const bool needsPaths =
+      reset != nullptr || is<TVConvertImageAction>(action) || is<TVSecureRemoveAction>(action);
+  if (needsPaths && paths.empty()) return quotedTitle(action) + " needs a file to work on.";
+  if (reset != nullptr && reset->bundleIDForPath(paths.front()).value_or("").empty()) {
+    return paths.front() + " is no application whose preferences can be found.";
+  }
+  return std::nullopt;
+}
+
+// Whether a run that has just begun will not call back because no tool of it runs. The end of one
+// that does comes later.
+bool startedNoTool(const TVAction& action) {
+  const auto* const run = dynamic_cast<const ToolRun*>(&action);
+  return run != nullptr && run->pendingTasks().value_or(ToolRun::TaskHelpers()).empty();
+}
+
+// Lets go of the helpers of an action whose launch failed: they observe a process that never was.
+void releaseHelpers(TVAction& action) {
+  const auto release = [](const std::shared_ptr<VXTaskHelper>& helper) {
+    if (helper != nullptr && helper->task() != nullptr && !helper->task()->isRunning()) {
+      helper->cleanup();
+    }
+  };
+  if (const auto* script = dynamic_cast<const TVShellScriptAction*>(&action)) {
+    release(script->taskHelper());
+  } else if (const auto* run = dynamic_cast<const ToolRun*>(&action)) {
+    const auto helpers = run->pendingTasks().value_or(ToolRun::TaskHelpers());
+    for (const auto& helper : helpers) release(helper);
+  }
+}
+
+// What has to be asked before the action may run; nil when nothing is.
+std::optional<Question> questionFor(const TVAction& action, const std::vector<std::string>& paths) {
+  if (!is<TVSecureRemoveAction>(action) || paths.empty()) return std::nullopt;
+  const std::string what = paths.size() == 1 ? "\"" + lastPathComponent(paths.front()) + "\""
+                                             : std::to_string(paths.size()) + " items";
+  return Question{"Overwrite and delete " + what + " for good?", paths, "Delete"};
+}
+
 // One request on its way. The action's blocks hold it, and it holds the action.
 class Run : public std::enable_shared_from_this<Run> {
  public:
-  Run(std::shared_ptr<TVAction> action, std::vector<std::string> paths,
+  Run(std::shared_ptr<TVAction> action, std::vector<std::string> paths, Asker asker,
       std::function<void(const RunOutcome&)> finished)
-      : action_(std::move(action)), paths_(std::move(paths)), finished_(std::move(finished)) {}
+      : action_(std::move(action)),
+        paths_(std::move(paths)),
+        asker_(std::move(asker)),
+        finished_(std::move(finished)) {}
 
   void start() {
     guarded([this] {
-      action_->beforeRunWithFilePaths(paths_,
-                                      [run = shared_from_this()](const Value&) { run->proceed(); });
+      silence_ = reasonForSilence(*action_, paths_);
+      const auto question = questionFor(*action_, paths_);
+      if (!question || !asker_) return prepare();
+      asker_(*question, [run = shared_from_this()](bool consents, const std::string& reason) {
+        if (consents) {
+          run->guarded([&] { run->prepare(); });
+        } else if (reason.empty()) {
+          run->end({false, quotedTitle(*run->action_) + " was cancelled.", true});
+        } else {
+          run->end({false, reason, false});
+        }
+      });
     });
   }
 
  private:
-  void proceed() {
-    guarded([this] {
-      action_->runWithFilePaths(
-          paths_, [run = shared_from_this()](bool success, const std::optional<Error>& error) {
-            run->complete(success, error);
-          });
-      if (!callsBackWhenRun(*action_)) {
-        end({false,
-             quotedTitle(*action_) + " is of a kind that does nothing when it is run (" +
-                 std::string(action_->className()) + ").",
-             false});
-      }
+  void prepare() {
+    action_->beforeRunWithFilePaths(paths_, [run = shared_from_this()](const Value&) {
+      run->guarded([&] { run->proceed(); });
     });
+    // Known not to call back, always or when it finds no program.
+    if (silence_ || is<TVSecureRemoveAction>(*action_)) {
+      proceed();
+    } else if (is<TVSendViaEmailAction>(*action_) && !proceeds_) {
+      end({false, "There is no mail program: no application handles \"mailto:\" links.", false});
+    }
+  }
+
+  void proceed() {
+    if (proceeds_ || ended_) return;
+    proceeds_ = true;
+    action_->runWithFilePaths(
+        paths_, [run = shared_from_this()](bool success, const std::optional<Error>& error) {
+          run->complete(success, error);
+        });
+    if (silence_) {
+      end({false, *silence_, false});
+    } else if (startedNoTool(*action_)) {
+      end({false, quotedTitle(*action_) + " found nothing to do.", false});
+    }
   }
 
   void complete(bool success, const std::optional<Error>& error) {
+    if (ended_) return;
     if (success) {
       end({true, "", true});
     } else if (error) {
-      end({false, error->message, true});
+      end({false, error->message, tellsFailures()});
     } else {
       end({false, reasonForSilentFailure(*action_), false});
     }
   }
+
+  // Whether the class shows the user a failure that it reports.
+  bool tellsFailures() const { return is<TVMoveToAction>(*action_); }
 
   // The outermost caller of an action: here its exception ends.
   void guarded(const std::function<void()>& step) {
     try {
       step();
     } catch (const PlatformException& exception) {
+      releaseHelpers(*action_);
       end({false, quotedTitle(*action_) + " could not be run: " + exception.reason(), false});
     }
   }
@@ -81,26 +187,84 @@ class Run : public std::enable_shared_from_this<Run> {
     if (ended_) return;
     ended_ = true;
     platform().runLoop->dispatchAsyncOnMainQueue(
-        [run = shared_from_this(), outcome = std::move(outcome)] { run->finished_(outcome); });
+        [run = shared_from_this(), outcome = std::move(outcome)] {
+          // A block that was never called, or is kept, would hold the action and itself for ever.
+          run->action_.reset();
+          run->finished_(outcome);
+        });
   }
 
   std::shared_ptr<TVAction> action_;
   std::vector<std::string> paths_;
+  Asker asker_;
   std::function<void(const RunOutcome&)> finished_;
+  // Why the run will not call back; nil when it will.
+  std::optional<std::string> silence_;
+  bool proceeds_ = false;
   bool ended_ = false;
+};
+
+// Takes from `paths` those whose pictures can be converted at the same time: of several that would
+// get one new name, as when only their extensions differ, just the first.
+std::vector<std::string> takeBatch(const TVConvertImageAction& conversion,
+                                   std::vector<std::string>& paths) {
+  const std::string extension = conversion.outputExtension().value_or("");
+  std::set<std::string> taken;
+  std::vector<std::string> batch;
+  std::vector<std::string> rest;
+  for (auto& path : paths) {
+    const std::string stem = deletingPathExtension(standardizingPath(path));
+    const bool isFirst =
+        taken.insert(vx_nextAvailablePath(appendingPathExtension(stem, extension))).second;
+    (isFirst ? batch : rest).push_back(std::move(path));
+  }
+  paths = std::move(rest);
+  return batch;
+}
+
+// One request to convert pictures, in batches that are run one after the other on copies of the
+// action of their own. The first failure is the request's, but the other batches are run all the
+// same.
+class Conversion : public std::enable_shared_from_this<Conversion> {
+ public:
+  Conversion(std::shared_ptr<TVAction> action, std::vector<std::string> paths,
+             std::function<void(const RunOutcome&)> finished)
+      : action_(std::move(action)), paths_(std::move(paths)), finished_(std::move(finished)) {}
+
+  void runNext() {
+    auto batch = takeBatch(static_cast<const TVConvertImageAction&>(*action_), paths_);
+    std::make_shared<Run>(
+        action_->copy(), std::move(batch), nullptr,
+        [conversion = shared_from_this()](const RunOutcome& outcome) { conversion->end(outcome); })
+        ->start();
+  }
+
+ private:
+  void end(const RunOutcome& outcome) {
+    if (outcome_.success) outcome_ = outcome;
+    if (paths_.empty()) {
+      finished_(outcome_);
+    } else {
+      runNext();
+    }
+  }
+
+  std::shared_ptr<TVAction> action_;
+  // Those of the batches to come.
+  std::vector<std::string> paths_;
+  std::function<void(const RunOutcome&)> finished_;
+  RunOutcome outcome_{true, "", true};
 };
 
 }  // namespace
 
-bool callsBackWhenRun(const TVAction& action) {
-  return action.className() != "TVAction" &&
-         dynamic_cast<const TVActionGroup*>(&action) == nullptr &&
-         dynamic_cast<const TVCopyToAction*>(&action) == nullptr;
-}
-
-void runAction(const TVAction& action, std::vector<std::string> paths,
+void runAction(const TVAction& action, std::vector<std::string> paths, const Asker& asker,
                std::function<void(const RunOutcome&)> finished) {
-  std::make_shared<Run>(action.copy(), std::move(paths), std::move(finished))->start();
+  if (is<TVConvertImageAction>(action)) {
+    std::make_shared<Conversion>(action.copy(), std::move(paths), std::move(finished))->runNext();
+  } else {
+    std::make_shared<Run>(action.copy(), std::move(paths), asker, std::move(finished))->start();
+  }
 }
 
 }  // namespace tervano

@@ -1,27 +1,12 @@
 #include "companion/arguments.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
 
 #include "archive/url.h"
-#include "archive/utf.h"
 
 namespace tervano {
-
-namespace {
-
-// The bytes of the first character; 1 for a byte that begins none.
-std::size_t lengthOfCharacter(std::string_view text) {
-  constexpr std::size_t kLongest = 4;
-  for (std::size_t length = 1; length <= std::min(kLongest, text.size()); ++length) {
-    if (isValidUtf8(text.substr(0, length))) return length;
-  }
-  return 1;
-}
-
-}  // namespace
 
 Arguments::Arguments(const std::vector<std::string>& words, const Known& known) {
   bool optionsEnded = false;
@@ -94,33 +79,6 @@ std::string absolutePath(const std::string& argument) {
   std::string normal = std::filesystem::path(joined).lexically_normal().string();
   while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
   return normal;
-}
-
-std::string printable(std::string_view text) {
-  constexpr char kHexadecimal[] = "0123456789abcdef";
-  std::string shown;
-  const auto escape = [&](char character) {
-    const auto byte = static_cast<unsigned char>(character);
-    shown += "\\x";
-    shown += kHexadecimal[byte >> 4];
-    shown += kHexadecimal[byte & 0xf];
-  };
-  while (!text.empty()) {
-    const std::string_view character = text.substr(0, lengthOfCharacter(text));
-    const auto first = static_cast<unsigned char>(character.front());
-    // U+0080 to U+009F are control characters as well.
-    const bool isControl = first < 0x20 || first == 0x7f ||
-                           (first == 0xc2 && static_cast<unsigned char>(character.back()) < 0xa0);
-    if (character == "\n") {
-      shown += "\\n";
-    } else if (isControl || !isValidUtf8(character)) {
-      std::for_each(character.begin(), character.end(), escape);
-    } else {
-      shown += character;
-    }
-    text.remove_prefix(character.size());
-  }
-  return shown;
 }
 
 }  // namespace tervano

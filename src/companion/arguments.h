@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "archive/printable.h"
+
 namespace tervano {
 
 // What a person typed cannot be understood: one clear sentence, shown on standard error, exit
@@ -45,9 +47,5 @@ class Arguments {
 // not, "." and ".." are. A path whose folder does not exist is joined to the current folder. Throws
 // UsageError for an empty one.
 std::string absolutePath(const std::string& argument);
-
-// Text for a terminal or one line of output: control characters, and bytes that are no UTF-8, shown
-// escaped.
-std::string printable(std::string_view text);
 
 }  // namespace tervano

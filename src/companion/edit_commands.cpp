@@ -1,128 +1,17 @@
 #include <algorithm>
 #include <iostream>
-#include <map>
 
-#include "actions/tv_copy_to_action.h"
-#include "actions/tv_move_to_action.h"
+#include "companion/action_kinds.h"
+#include "companion/action_settings.h"
 #include "companion/action_store.h"
 #include "companion/arguments.h"
 #include "companion/command.h"
-#include "extension/hand_off.h"
-#include "model/tv_action_groups.h"
-#include "platform/file_manager.h"
-#include "platform/image.h"
-#include "platform/platform.h"
-#include "platform/uniform_types.h"
+#include "companion/value_json.h"
+#include "model/tv_action_group.h"
 
 namespace tervano {
 
 namespace {
-
-const std::set<std::string> kFieldOptions = {"title", "types", "icon", "description", "to"};
-
-struct Kind {
-  std::shared_ptr<TVAction> (*make)();
-  // The title of one that has neither a title nor a folder; nil: the class gives one.
-  std::optional<std::string> title;
-};
-
-const std::map<std::string, Kind>& kinds() {
-  static const std::map<std::string, Kind> table = {
-      {"move", {[]() -> std::shared_ptr<TVAction> { return action<TVMoveToAction>(); }, "Move"}},
-      {"copy", {[]() -> std::shared_ptr<TVAction> { return action<TVCopyToAction>(); }, "Copy"}},
-      {"group-move",
-       {[]() -> std::shared_ptr<TVAction> { return action<TVMoveActionGroup>(); }, std::nullopt}},
-      {"group-copy",
-       {[]() -> std::shared_ptr<TVAction> { return action<TVCopyActionGroup>(); }, std::nullopt}},
-  };
-  return table;
-}
-
-void requireText(const std::string& option, const std::string& text) {
-  if (!prettyPrintedJSON(Value(text))) {
-    throw UsageError("The text of --" + option + " is not valid UTF-8.");
-  }
-}
-
-// "T,..." or "any".
-std::optional<std::vector<std::string>> typesOf(const std::string& words) {
-  if (words == "any") return std::nullopt;
-  std::vector<std::string> types;
-  for (std::size_t begin = 0; begin <= words.size();) {
-    const std::size_t end = std::min(words.find(',', begin), words.size());
-    types.push_back(words.substr(begin, end - begin));
-    if (types.back().empty()) {
-      throw UsageError("--types takes type identifiers with commas between them, or \"any\".");
-    }
-    begin = end + 1;
-  }
-  for (const auto& type : types) {
-    if (!platform().uniformTypes->isDeclared(type)) {
-      std::cerr << "Note: no file has the type " << printable(type) << " on this system.\n";
-    }
-  }
-  if (types.size() > 1) {
-    std::cerr
-        << "Note: shown only when every selected item conforms to every one of these types.\n";
-  }
-  return types;
-}
-
-std::string folderOf(const std::string& argument) {
-  std::string folder = absolutePath(argument);
-  const auto& fileManager = *platform().fileManager;
-  if (!fileManager.fileExistsAtPath(folder)) {
-    std::cerr << "Note: the folder " << printable(folder) << " does not exist yet.\n";
-  } else if (!fileManager.isDirectoryAtPath(folder)) {
-    throw UsageError(printable(folder) + " is not a folder.");
-  }
-  return folder;
-}
-
-ImagePtr iconOf(const std::string& argument) {
-  const std::string path = absolutePath(argument);
-  std::optional<Error> error;
-  auto bytes = platform().fileManager->contentsAtPath(path, &error);
-  if (!bytes) throw UsageError("The icon cannot be read: " + error->message);
-  auto image = Image::imageWithData(std::make_shared<const Data>(*std::move(bytes)));
-  if (image == nullptr)
-    throw UsageError(printable(path) + " is not a picture that can be an icon.");
-  return image;
-}
-
-void setDestination(TVAction& action, const std::string& folder) {
-  const auto url = Url::fileURLWithPath(folder, true);
-  if (auto* move = dynamic_cast<TVMoveToAction*>(&action)) {
-    move->setDestinationURL(url);
-  } else if (auto* copy = dynamic_cast<TVCopyToAction*>(&action)) {
-    copy->setDestinationURL(url);
-  } else {
-    throw UsageError("An action of this kind has no folder, so --to does not fit it.");
-  }
-}
-
-// Applies the options that `add` and `set` share.
-void setFields(TVAction& action, const Arguments& arguments) {
-  if (const auto title = arguments.value("title")) {
-    requireText("title", *title);
-    action.setTitle(*title);
-  }
-  if (const auto types = arguments.value("types")) {
-    requireText("types", *types);
-    action.setFileTypes(typesOf(*types));
-  }
-  if (const auto icon = arguments.value("icon")) action.setIcon(iconOf(*icon));
-  if (const auto description = arguments.value("description")) {
-    requireText("description", *description);
-    action.setActionDescription(*description);
-  }
-  if (const auto to = arguments.value("to")) setDestination(action, folderOf(*to));
-}
-
-std::string titleOfFolder(const std::string& folder) {
-  std::string name = lastPathComponent(folder);
-  return prettyPrintedJSON(Value(name)) ? name : "Folder";
-}
 
 std::shared_ptr<TVActionGroup> requireGroup(const ActionList& actions, const std::string& uid,
                                             const TVAction& member) {
@@ -150,26 +39,11 @@ void detach(TVActionsManager& manager, const ActionPlace& place) {
 }
 
 int add(const std::vector<std::string>& words) {
-  auto valued = kFieldOptions;
+  auto valued = allSettings();
   valued.insert("into");
   const Arguments arguments(words, {valued, {}});
-  arguments.requirePositional(1, 1, "The kind of action");
-  const auto& name = arguments.positional().front();
-  const auto kind = kinds().find(name);
-  if (kind == kinds().end()) {
-    std::string known;
-    for (const auto& [word, ignored] : kinds()) known += (known.empty() ? "" : ", ") + word;
-    throw UsageError("There is no kind \"" + printable(name) + "\"; the kinds are " + known + ".");
-  }
-  const auto added = kind->second.make();
-  if (!arguments.value("title")) {
-    if (const auto to = arguments.value("to")) {
-      added->setTitle(titleOfFolder(absolutePath(*to)));
-    } else if (kind->second.title) {
-      added->setTitle(kind->second.title);
-    }
-  }
-  setFields(*added, arguments);
+  arguments.requirePositional(1, SIZE_MAX, "The kind of action");
+  const auto added = newAction(arguments);
   changeActions([&](TVActionsManager& manager) {
     if (const auto into = arguments.value("into")) {
       appendMember(*requireGroup(manager.actions(), *into, *added), added);
@@ -182,14 +56,15 @@ int add(const std::vector<std::string>& words) {
 }
 
 int set(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {kFieldOptions, {}});
+  const Arguments arguments(words, {allSettings(), {}});
   arguments.requirePositional(1, 1, "The uid of an action");
   const bool anything =
-      std::any_of(kFieldOptions.begin(), kFieldOptions.end(),
+      std::any_of(allSettings().begin(), allSettings().end(),
                   [&](const std::string& option) { return arguments.value(option).has_value(); });
   if (!anything) throw UsageError("Nothing to set: give at least one option.");
   changeActions([&](TVActionsManager& manager) {
-    setFields(*requireAction(manager.actions(), arguments.positional().front()).action, arguments);
+    applySettings(*requireAction(manager.actions(), arguments.positional().front()).action,
+                  arguments);
   });
   return kExitSuccess;
 }
@@ -250,12 +125,12 @@ int reorder(const std::vector<std::string>& words) {
   if (places != 1) {
     throw UsageError("Give exactly one of --before, --after, --into, --first and --last.");
   }
+  const auto& uid = arguments.positional().front();
+  if (uid == before.value_or("") || uid == after.value_or("") || uid == into.value_or("")) {
+    throw UsageError("An action cannot be placed by itself.");
+  }
   changeActions([&](TVActionsManager& manager) {
-    const auto& uid = arguments.positional().front();
     const auto place = requireAction(manager.actions(), uid);
-    if (uid == before.value_or("") || uid == after.value_or("") || uid == into.value_or("")) {
-      throw CommandError("An action cannot be placed by itself.");
-    }
     detach(manager, place);
     if (into) {
       appendMember(*requireGroup(manager.actions(), *into, *place.action), place.action);
@@ -270,22 +145,64 @@ int reorder(const std::vector<std::string>& words) {
   return kExitSuccess;
 }
 
-const std::vector<std::pair<std::string, std::string>> kFieldHelp = {
-    {"--title TITLE", "The text of the menu entry."},
-    {"--types TYPE,...|any",
-     "Type identifiers. The entry appears only when every selected item conforms to every one of "
-     "them; a member of a group appears by the filter of its group alone. \"any\" removes the "
-     "filter."},
-    {"--icon FILE", "A picture: SVG, PNG, JPEG, GIF, BMP, ICO or TIFF."},
-    {"--description TEXT", "One line that explains the action."},
-    {"--to FOLDER", "The folder that receives the files."},
-};
+using OptionHelp = std::vector<std::pair<std::string, std::string>>;
 
-std::vector<std::pair<std::string, std::string>> fieldHelpAnd(const std::string& spelling,
-                                                              const std::string& meaning) {
-  auto help = kFieldHelp;
-  help.emplace_back(spelling, meaning);
+OptionHelp helpOfSettings() {
+  OptionHelp help;
+  for (const auto& setting : allSettings()) help.push_back(helpOfSetting(setting));
   return help;
+}
+
+OptionHelp helpOfAdd() {
+  auto help = helpOfSettings();
+  help.emplace_back("--into GROUP_UID", "Adds it as the last member of that group.");
+  return help;
+}
+
+nlohmann::ordered_json jsonOfKind(const ActionKind& kind) {
+  nlohmann::ordered_json json;
+  json["kind"] = kind.name;
+  json["class"] = kind.className;
+  json["summary"] = kind.summary;
+  json["options"] = kind.settings;
+  json["required"] = kind.required;
+  return json;
+}
+
+// The options of the kind's own, those that may be left out in brackets.
+std::string optionsText(const ActionKind& kind) {
+  std::string text = kind.name == "bundled" ? " NAME" : "";
+  for (const auto& setting : kind.settings) {
+    const bool isRequired =
+        std::find(kind.required.begin(), kind.required.end(), setting) != kind.required.end();
+    const std::string spelling = helpOfSetting(setting).first;
+    text += isRequired ? " " + spelling : " [" + spelling + "]";
+  }
+  return text;
+}
+
+int kinds(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{}, {"json"}});
+  arguments.requirePositional(0, 0, "");
+  if (arguments.has("json")) {
+    auto json = nlohmann::ordered_json::array();
+    for (const auto& kind : actionKinds()) {
+      json.push_back(jsonOfKind(kind));
+      if (kind.name == "bundled") json.back()["names"] = bundledScriptNames();
+    }
+    std::cout << jsonText(json);
+    return kExitSuccess;
+  }
+  for (const auto& kind : actionKinds()) {
+    std::cout << kind.name << optionsText(kind) << "\n    " << kind.summary << "\n";
+    if (kind.name != "bundled") continue;
+    for (const auto& name : bundledScriptNames()) std::cout << "      " << name << "\n";
+  }
+  std::cout << "Every kind takes";
+  for (const auto& setting : commonSettings())
+    std::cout << " [" << helpOfSetting(setting).first << "]";
+  std::cout << " [--into GROUP_UID]\n";
+  return kExitSuccess;
 }
 
 }  // namespace
@@ -294,11 +211,20 @@ std::vector<Command> editCommands() {
   return {
       {{"add",
         "add an action at the end and print its uid",
-        {"move|copy|group-move|group-copy [OPTION...]"},
-        {"Without --title an action with a folder gets the folder's name."},
-        fieldHelpAnd("--into GROUP_UID", "Adds it as the last member of that group.")},
+        {"KIND [OPTION...]", "bundled NAME [OPTION...]"},
+        {"\"tervano kinds\" lists the kinds with the options that fit each. Without --title the "
+         "entry gets the name of its folder, application, template or format."},
+        helpOfAdd()},
        add},
-      {{"set", "change an action", {"UID OPTION..."}, {}, kFieldHelp}, set},
+      {{"kinds",
+        "list the kinds of actions with their options",
+        {"[--json]"},
+        {},
+        {{"--json",
+          "An array of objects with \"kind\", \"class\", \"summary\", \"options\" and "
+          "\"required\"; the kind \"bundled\" has the \"names\" of its scripts too."}}},
+       kinds},
+      {{"set", "change an action", {"UID OPTION..."}, {}, helpOfSettings()}, set},
       {{"enable", "show an action in menus", {"UID"}, {}, {}}, enable},
       {{"disable", "hide an action from menus without removing it", {"UID"}, {}, {}}, disable},
       {{"remove", "remove an action, a group with its members", {"UID"}, {}, {}}, removeAction},

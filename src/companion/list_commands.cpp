@@ -3,6 +3,7 @@
 
 #include "actions/tv_copy_to_action.h"
 #include "actions/tv_move_to_action.h"
+#include "actions/tv_open_faves_action.h"
 #include "archive/archiver.h"
 #include "archive/inspection.h"
 #include "companion/action_store.h"
@@ -22,6 +23,8 @@ std::optional<Url> destinationOf(const TVAction& action) {
     return move->destinationURL();
   if (const auto* copy = dynamic_cast<const TVCopyToAction*>(&action))
     return copy->destinationURL();
+  if (const auto* favourite = dynamic_cast<const TVOpenFavesAction*>(&action))
+    return favourite->destinationURL();
   return std::nullopt;
 }
 
@@ -57,7 +60,7 @@ Json jsonOfAction(const TVAction& action, ShownGroups& shown) {
 }
 
 void printAction(const TVAction& action, const std::string& margin, ShownGroups& shown) {
-  std::cout << margin << action.uid().value_or("") << "  "
+  std::cout << margin << printable(action.uid().value_or("")) << "  "
             << printable(action.title().value_or("(no title)"));
   if (const auto destination = destinationOf(action)) {
     std::cout << "  ->  " << printable(destination->path());
@@ -65,7 +68,9 @@ void printAction(const TVAction& action, const std::string& margin, ShownGroups&
   std::cout << "  [" << action.className() << (action.enabled() ? "" : ", disabled");
   if (const auto& types = action.fileTypes(); types && !types->empty()) {
     std::cout << ", every item is";
-    for (const auto& type : *types) std::cout << (&type == types->data() ? " " : " and ") << type;
+    for (const auto& type : *types) {
+      std::cout << (&type == types->data() ? " " : " and ") << printable(type);
+    }
   }
   std::cout << "]\n";
   if (const auto* group = dynamic_cast<const TVActionGroup*>(&action)) {

@@ -9,18 +9,13 @@
 #include "companion/action_store.h"
 #include "companion/arguments.h"
 #include "companion/command.h"
+#include "companion/complain.h"
+#include "companion/silent_log.h"
 #include "platform/linux/linux_platform.h"
-#include "platform/log.h"
 
 namespace tervano {
 
 namespace {
-
-// Drops every line.
-class SilentLog : public Log {
- public:
-  void write(std::string_view line) override { static_cast<void>(line); }
-};
 
 std::vector<Command> allCommands() {
   std::vector<Command> all;
@@ -90,11 +85,6 @@ int perform(std::vector<std::string> words) {
   }
   installLinuxPlatform(command.logs);
   return command.run(words);
-}
-
-// Shows what went wrong as one line that is a sentence.
-void complain(const std::string& message) {
-  std::cerr << "tervano: " << printable(message) << (message.ends_with('.') ? "\n" : ".\n");
 }
 
 int performGuarded(int argc, char** argv) {

@@ -108,6 +108,9 @@ class RecordingProcesses::RecordedProcess : public Process,
   const std::shared_ptr<Pipe>& standardOutput() const override { return standardOutput_; }
   const std::shared_ptr<Pipe>& standardError() const override { return standardError_; }
 
+  void setStandardInput(int descriptor) override { real_->setStandardInput(descriptor); }
+  void setExtraDescriptor(int descriptor) override { real_->setExtraDescriptor(descriptor); }
+
   void launch() override {
     // The observation holds this object until the end, as the service holds the real process.
     end_ = platform().notificationCenter->addObserver(

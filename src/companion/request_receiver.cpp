@@ -31,21 +31,6 @@ void tellUser(const std::string& message) {
   platform().userNotifications->deliverNotification(notification);
 }
 
-bool isCanonicalUuid(const std::string& name) {
-  constexpr std::size_t kLength = 36;
-  if (name.size() != kLength) return false;
-  for (std::size_t index = 0; index < kLength; ++index) {
-    const char character = name[index];
-    const bool hyphen = index == 8 || index == 13 || index == 18 || index == 23;
-    if (hyphen
-            ? character != '-'
-            : !((character >= '0' && character <= '9') || (character >= 'A' && character <= 'F'))) {
-      return false;
-    }
-  }
-  return true;
-}
-
 }  // namespace
 
 void RequestReceiver::openURL(const std::string& url, Finished finished) {
@@ -78,7 +63,7 @@ void RequestReceiver::openURL(const std::string& url, Finished finished) {
     const auto place = findAction(manager->actions(), handOff->action);
     if (!place)
       return fail("The chosen action is no longer in the list (" + handOff->action + ").");
-    runAction(*place->action, *paths, ended);
+    runAction(*place->action, *paths, asker_, ended);
   } catch (const CommandError& unreadable) {
     fail(unreadable.what());
   }
@@ -119,7 +104,7 @@ void RequestReceiver::removeStaleHandOffFiles() {
   while (const dirent* entry = readdir(directory)) {
     struct stat status {};
     const std::string name = entry->d_name;
-    if (!isCanonicalUuid(name) && !name.starts_with(kTemporaryPrefix)) continue;
+    if (!isHandOffFileName(name) && !name.starts_with(kTemporaryPrefix)) continue;
     if (fstatat(dirfd(directory), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
     if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) continue;
     if (now - status.st_mtim.tv_sec <= kStaleAfterSeconds) continue;

@@ -1,12 +1,14 @@
 #include <chrono>
-#include <iostream>
 
 #include "companion/action_driver.h"
 #include "companion/action_store.h"
 #include "companion/arguments.h"
+#include "companion/asker.h"
 #include "companion/command.h"
+#include "companion/complain.h"
 #include "companion/recording_processes.h"
 #include "companion/request_receiver.h"
+#include "companion/silent_log.h"
 #include "platform/linux/application_service.h"
 #include "platform/log.h"
 #include "platform/platform.h"
@@ -36,7 +38,7 @@ void waitForDesktop() {
 int openURL(const std::vector<std::string>& words) {
   const Arguments arguments(words, {});
   arguments.requirePositional(1, 1, "The URL");
-  const auto receiver = std::make_shared<RequestReceiver>();
+  const auto receiver = std::make_shared<RequestReceiver>(askerOfDesktop());
   std::optional<RequestReceiver::Result> ended;
   receiver->openURL(arguments.positional().front(),
                     [&](RequestReceiver::Result result, const std::string&) { ended = result; });
@@ -54,10 +56,12 @@ int openURL(const std::vector<std::string>& words) {
 }
 
 int run(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {});
+  const Arguments arguments(words, {{}, {"yes"}});
   arguments.requirePositional(1, SIZE_MAX, "The uid of an action");
-  const auto manager = loadActions();
-  const auto place = requireAction(manager->actions(), arguments.positional().front());
+  const auto place = [&] {
+    const ScopedSilence silence;
+    return requireAction(loadActions()->actions(), arguments.positional().front());
+  }();
   std::vector<std::string> paths;
   for (auto path = arguments.positional().begin() + 1; path != arguments.positional().end();
        ++path) {
@@ -69,14 +73,14 @@ int run(const std::vector<std::string>& words) {
   services.processes = &processes;
   installPlatform(services);
   std::optional<RunOutcome> ended;
-  runAction(*place.action, std::move(paths), [&](const RunOutcome& outcome) { ended = outcome; });
+  runAction(*place.action, std::move(paths), arguments.has("yes") ? Asker() : askerOfTerminal(),
+            [&](const RunOutcome& outcome) { ended = outcome; });
   platform().runLoop->runMainLoopUntil([&] { return ended.has_value(); }, -1);
   waitForDesktop();
   if (!ended->success) throw CommandError(ended->message);
   const auto complaints = processes.complaints();
-  for (const auto& complaint : complaints) std::cerr << printable(complaint) << "\n";
-  if (!complaints.empty()) return kExitFailure;
-  return kExitSuccess;
+  for (const auto& complaint : complaints) complain(complaint);
+  return complaints.empty() ? kExitSuccess : kExitFailure;
 }
 
 // The long-lived companion: receives URLs until it has been idle for a while.
@@ -121,7 +125,8 @@ class Service {
   }
 
   bool idle(const ApplicationService& application) const {
-    if (receiver_->running() != 0 || platform().userNotifications->pendingDeliveries() != 0) {
+    if (receiver_->running() != 0 || platform().workspace->pendingRequests() != 0 ||
+        platform().userNotifications->pendingDeliveries() != 0) {
       return false;
     }
     const bool isReachable = application.isReachable();
@@ -135,7 +140,7 @@ class Service {
   }
 
   int idleSeconds_;
-  std::shared_ptr<RequestReceiver> receiver_ = std::make_shared<RequestReceiver>();
+  std::shared_ptr<RequestReceiver> receiver_ = std::make_shared<RequestReceiver>(askerOfDesktop());
   SteadyClock::time_point lastRequest_ = SteadyClock::now();
 };
 
@@ -167,10 +172,11 @@ std::vector<Command> runCommands() {
        true},
       {{"run",
         "run an action on files and wait for its end",
-        {"UID [PATH...]"},
-        {"A kind of action that does nothing when it is run says so. A tool that wrote an error, "
+        {"[--yes] UID [PATH...]"},
+        {"On a terminal, what removes files for good asks first. A kind of action that does "
+         "nothing when it is run says so. A tool that wrote an error, "
          "ended badly or could not be started is a failure too."},
-        {}},
+        {{"--yes", "Asks nothing."}}},
        run,
        true},
       {{"service",

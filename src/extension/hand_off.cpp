@@ -37,13 +37,6 @@ bool isUid(std::string_view text) {
   return text.size() == kUidLength && std::all_of(text.begin(), text.end(), isUpperHex);
 }
 
-bool isUpperUuid(std::string_view text) {
-  return std::equal(text.begin(), text.end(), kUuidShape.begin(), kUuidShape.end(),
-                    [](char character, char shape) {
-                      return shape == '-' ? character == '-' : isUpperHex(character);
-                    });
-}
-
 bool isPlainAbsolutePath(std::string_view path) {
   if (!path.starts_with('/') || path.find('\0') != std::string_view::npos) return false;
   while (!path.empty()) {
@@ -176,6 +169,13 @@ std::optional<std::string> readToEnd(int descriptor, std::size_t expectedSize) {
 
 }  // namespace
 
+bool isHandOffFileName(std::string_view text) {
+  return std::equal(text.begin(), text.end(), kUuidShape.begin(), kUuidShape.end(),
+                    [](char character, char shape) {
+                      return shape == '-' ? character == '-' : isUpperHex(character);
+                    });
+}
+
 Url handOffURL(std::string_view uid, std::string_view fileName) {
   return Url(std::string(kActionPrefix).append(uid).append(kFilePrefix).append(fileName));
 }
@@ -193,7 +193,7 @@ std::optional<HandOff> parseHandOffURL(std::string_view text, std::optional<Erro
     return std::nullopt;
   }
   const auto file = text.substr(kUidLength + kFilePrefix.size());
-  if (!isUpperUuid(file)) {
+  if (!isHandOffFileName(file)) {
     report(error, refusal("The URL's file is no upper-case UUID with nothing behind it."));
     return std::nullopt;
   }
@@ -220,7 +220,7 @@ std::optional<std::string> handOffFolder() {
 std::optional<std::vector<std::string>> readHandOffFile(const std::string& fileName,
                                                         std::optional<Error>* error) {
   const auto folder = handOffFolder();
-  if (!folder || !isUpperUuid(fileName)) {
+  if (!folder || !isHandOffFileName(fileName)) {
     report(error, refusal(folder ? "The name of the hand-off file is no upper-case UUID."
                                  : "There is no folder of hand-off files."));
     return std::nullopt;
@@ -255,7 +255,7 @@ std::optional<std::vector<std::string>> readHandOffFile(const std::string& fileN
 
 std::optional<Error> removeHandOffFile(const std::string& fileName) {
   const auto folder = handOffFolder();
-  if (!folder || !isUpperUuid(fileName)) {
+  if (!folder || !isHandOffFileName(fileName)) {
     return refusal("There is no hand-off file of that name.");
   }
   const std::string path = appendingPathComponent(*folder, fileName);

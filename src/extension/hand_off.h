@@ -27,6 +27,9 @@ struct HandOff {
   friend bool operator==(const HandOff&, const HandOff&) = default;
 };
 
+// Whether the text is the name of a hand-off file: a UUID in upper case.
+bool isHandOffFileName(std::string_view text);
+
 // A larger hand-off file is refused.
 inline constexpr std::size_t kMaximumHandOffFileSize = std::size_t{64} << 20;
 

@@ -7,10 +7,19 @@
 #include <fstream>
 
 #include "actions/register_action_classes.h"
+#include "actions/tv_apple_script_action.h"
+#include "actions/tv_compress_password_action.h"
+#include "actions/tv_convert_image_action.h"
 #include "actions/tv_copy_to_action.h"
 #include "actions/tv_move_to_action.h"
+#include "actions/tv_reset_app_preferences_action.h"
+#include "actions/tv_secure_remove_action.h"
+#include "actions/tv_send_via_email_action.h"
+#include "actions/tv_shell_script_action.h"
 #include "archive/platform_exception.h"
 #include "model/tv_action_groups.h"
+#include "platform/applications.h"
+#include "platform/linux/tool_table.h"
 #include "platform/run_loop.h"
 #include "tests/companion/tervano_program.h"
 #include "tests/support/recording_services.h"
@@ -74,7 +83,8 @@ class ActionDriverTest : public testing::Test {
 
   RunOutcome outcomeOf(const TVAction& action, const std::vector<std::string>& paths = {}) {
     std::vector<RunOutcome> outcomes;
-    runAction(action, paths, [&](const RunOutcome& outcome) { outcomes.push_back(outcome); });
+    runAction(action, paths, asker_,
+              [&](const RunOutcome& outcome) { outcomes.push_back(outcome); });
     EXPECT_TRUE(outcomes.empty()) << "the end must come later";
     EXPECT_TRUE(waitUntil([&] { return !outcomes.empty(); }));
     runPendingMainItems();
@@ -98,6 +108,7 @@ class ActionDriverTest : public testing::Test {
   RecordingLog log_;
   RecordingUserNotifications notifications_;
   RecordingWorkspace workspace_;
+  Asker asker_;
   std::shared_ptr<ScriptedAction::Script> script_ = std::make_shared<ScriptedAction::Script>();
 };
 
@@ -115,7 +126,7 @@ TEST_F(ActionDriverTest, ErrorOfTheActionIsTheMessage) {
   const auto outcome = outcomeOf(*scripted());
   EXPECT_FALSE(outcome.success);
   EXPECT_EQ(outcome.message, "Why.");
-  EXPECT_TRUE(outcome.toldByAction);
+  EXPECT_FALSE(outcome.toldByAction);
 }
 
 TEST_F(ActionDriverTest, FailureWithoutAnErrorIsToldByTheDriver) {
@@ -135,13 +146,23 @@ TEST_F(ActionDriverTest, RunComesAfterBeforeRunCalledBack) {
     ran = true;
     block(true, std::nullopt);
   };
-  runAction(*scripted(), {}, [&](const RunOutcome&) { ended = true; });
+  runAction(*scripted(), {}, asker_, [&](const RunOutcome&) { ended = true; });
   runPendingMainItems();
   EXPECT_FALSE(ran);
   EXPECT_FALSE(ended);
   proceed(nullptr);
   EXPECT_TRUE(ran);
   EXPECT_TRUE(waitUntil([&] { return ended; }));
+}
+
+TEST_F(ActionDriverTest, BeforeRunThatCallsBackTwiceRunsOnce) {
+  script_->beforeRun = [](const auto& block) {
+    block(nullptr);
+    block(nullptr);
+  };
+  script_->run = [](const auto&, const auto& block) { block(true, std::nullopt); };
+  EXPECT_TRUE(outcomeOf(*scripted()).success);
+  EXPECT_EQ(script_->ran.size(), 1U);
 }
 
 TEST_F(ActionDriverTest, PathsArriveInTheirOrder) {
@@ -159,8 +180,8 @@ TEST_F(ActionDriverTest, EachRunHasItsOwnCopyOfTheAction) {
   script_->run = [&](const auto&, const auto& block) { blocks.push_back(block); };
   const auto action = scripted();
   int ended = 0;
-  runAction(*action, {}, [&](const RunOutcome&) { ++ended; });
-  runAction(*action, {}, [&](const RunOutcome&) { ++ended; });
+  runAction(*action, {}, asker_, [&](const RunOutcome&) { ++ended; });
+  runAction(*action, {}, asker_, [&](const RunOutcome&) { ++ended; });
   ASSERT_EQ(script_->ran.size(), 2U);
   EXPECT_NE(script_->ran[0], script_->ran[1]);
   EXPECT_NE(script_->ran[0], action.get());
@@ -172,7 +193,7 @@ TEST_F(ActionDriverTest, CopyLivesToTheEndOfItsRunAndNoLonger) {
   TVAction::CompletionBlock finish;
   script_->run = [&](const auto&, const auto& block) { finish = block; };
   bool ended = false;
-  runAction(*scripted(), {}, [&](const RunOutcome&) { ended = true; });
+  runAction(*scripted(), {}, asker_, [&](const RunOutcome&) { ended = true; });
   EXPECT_EQ(script_->living, 1);
   finish(true, std::nullopt);
   finish = nullptr;
@@ -265,6 +286,244 @@ TEST_F(ActionDriverTest, MoveThatFailsIsToldByItsOwnNotificationOnly) {
   EXPECT_FALSE(outcome.success);
   EXPECT_TRUE(outcome.toldByAction);
   EXPECT_EQ(notifications_.delivered().size(), 1U);
+}
+
+TEST_F(ActionDriverTest, CompressEndsWithASentenceThoughNothingOfItCallsBack) {
+  const auto outcome = outcomeOf(*action<TVCompressPasswordAction>(), {"/etc/hostname"});
+  EXPECT_FALSE(outcome.success);
+  EXPECT_THAT(outcome.message, HasSubstr("(TVCompressPasswordAction)"));
+}
+
+TEST_F(ActionDriverTest, ScriptActionWithoutAScriptEndsWithASentence) {
+  const auto outcome = outcomeOf(*action<TVShellScriptAction>());
+  EXPECT_EQ(outcome.message, "\"Run Script\" has no script.");
+  EXPECT_THAT(log_.lines(), testing::Contains("Run with script: (null)"));
+}
+
+TEST_F(ActionDriverTest, ToolActionsWithoutFilesEndWithASentence) {
+  for (const std::shared_ptr<TVAction>& tool :
+       {std::shared_ptr<TVAction>(action<TVConvertImageAction>()),
+        std::shared_ptr<TVAction>(action<TVSecureRemoveAction>()),
+        std::shared_ptr<TVAction>(action<TVResetAppPreferencesAction>())}) {
+    tool->setTitle("Tool");
+    EXPECT_EQ(outcomeOf(*tool).message, "\"Tool\" needs a file to work on.");
+  }
+}
+
+TEST_F(ActionDriverTest, ResetOfWhatIsNoApplicationEndsWithASentence) {
+  const auto outcome = outcomeOf(*action<TVResetAppPreferencesAction>(), {"/etc"});
+  EXPECT_EQ(outcome.message, "/etc is no application whose preferences can be found.");
+  EXPECT_TRUE(notifications_.delivered().empty());
+}
+
+TEST_F(ActionDriverTest, ResetOfAnApplicationThatIsGoneMeanwhileEndsWithASentence) {
+  // Known at the first look only.
+  class VanishingApplications : public ForwardingApplications {
+   public:
+    using ForwardingApplications::ForwardingApplications;
+    std::optional<std::string> bundleIdentifierAtPath(const std::string& /*path*/) const override {
+      return looks++ == 0 ? std::optional<std::string>("org.example.Gone") : std::nullopt;
+    }
+    mutable int looks = 0;
+  } applications(*platform_.services().applications);
+  platform_.services().applications = &applications;
+  const auto outcome = outcomeOf(*action<TVResetAppPreferencesAction>(), {"/etc"});
+  EXPECT_FALSE(outcome.success);
+  EXPECT_EQ(outcome.message, "\"Reset App Preferences\" found nothing to do.");
+  EXPECT_EQ(applications.looks, 2);
+}
+
+TEST_F(ActionDriverTest, MailWithoutAMailProgramEndsWithASentence) {
+  setenv("XDG_DATA_DIRS", platform_.home().path().c_str(), 1);
+  const auto outcome = outcomeOf(*action<TVSendViaEmailAction>(), {"/etc/hostname"});
+  unsetenv("XDG_DATA_DIRS");
+  EXPECT_EQ(outcome.message, "There is no mail program: no application handles \"mailto:\" links.");
+}
+
+TEST_F(ActionDriverTest, ScriptThatCannotBeLoadedIsToldByItsReason) {
+  const auto script = action<TVAppleScriptAction>();
+  script->setScriptURL(Url::fileURLWithPath("/no/such/script.py"));
+  const auto outcome = outcomeOf(*script);
+  EXPECT_FALSE(outcome.success);
+  EXPECT_NE(outcome.message, "");
+  EXPECT_THAT(outcome.message, testing::Not(HasSubstr("gave no reason")));
+  EXPECT_FALSE(outcome.toldByAction);
+}
+
+TEST_F(ActionDriverTest, ToolThatCannotBeStartedIsToldAndLeavesNothingBehind) {
+  platform_.processes().setToolTable({{"/usr/bin/sips", "/no/such/program"}});
+  const auto convert = action<TVConvertImageAction>();
+  convert->setTitle("PNG");
+  convert->setOutputFormat("png");
+  convert->setOutputExtension("png");
+  const auto outcome = outcomeOf(*convert, {platform_.home().path() + "/a.tiff"});
+  platform_.processes().setToolTable(toolTable(*platform_.services().bundle));
+  EXPECT_FALSE(outcome.success);
+  EXPECT_THAT(outcome.message, HasSubstr("\"PNG\" could not be run: "));
+  EXPECT_EQ(platform_.notificationCenter().observerCount(), 0U);
+}
+
+// Conversions by a tool of the test, which fails where another one has made the same result.
+class ConversionTest : public ActionDriverTest {
+ protected:
+  ConversionTest() {
+    std::ofstream(tool_) << "#!/bin/sh\nset -C\necho \"$4\" > \"$6\" || exit 1\n";
+    std::filesystem::permissions(tool_, std::filesystem::perms::owner_all);
+    platform_.processes().setToolTable({{"/usr/bin/sips", tool_}});
+    convert_->setTitle("JPEG");
+    convert_->setOutputFormat("jpeg");
+    convert_->setOutputExtension("jpg");
+  }
+  ~ConversionTest() override {
+    platform_.processes().setToolTable(toolTable(*platform_.services().bundle));
+  }
+
+  std::string picture(const std::string& name) {
+    std::ofstream(home_ + "/" + name) << name;
+    return home_ + "/" + name;
+  }
+  // Of which source a result is.
+  std::string sourceOf(const std::string& name) {
+    const std::string text = contentsOf(home_ + "/" + name);
+    return text.empty() ? "" : text.substr(home_.size() + 1, text.size() - home_.size() - 2);
+  }
+
+  const std::string home_ = platform_.home().path();
+  const std::string tool_ = home_ + "/tool";
+  std::shared_ptr<TVConvertImageAction> convert_ = action<TVConvertImageAction>();
+};
+
+TEST_F(ConversionTest, PicturesOfOneNameAreConvertedOneAfterTheOther) {
+  EXPECT_TRUE(outcomeOf(*convert_,
+                        {picture("a.png"), picture("a.tiff"), picture("b.png"), picture("a.gif")})
+                  .success);
+  EXPECT_EQ(sourceOf("a.jpg"), "a.png");
+  EXPECT_EQ(sourceOf("a 2.jpg"), "a.tiff");
+  EXPECT_EQ(sourceOf("a 3.jpg"), "a.gif");
+  EXPECT_EQ(sourceOf("b.jpg"), "b.png");
+  EXPECT_EQ(notifications_.delivered().size(), 6U) << "three batches, the start and end of each";
+}
+
+TEST_F(ConversionTest, AnotherSpellingOfTheFolderIsTheSameName) {
+  picture("a.png");
+  picture("a.tiff");
+  EXPECT_TRUE(outcomeOf(*convert_, {home_ + "/a.png", home_ + "//./a.tiff"}).success);
+  EXPECT_EQ(sourceOf("a.jpg"), "a.png");
+  EXPECT_EQ(sourceOf("a 2.jpg"), "a.tiff");
+}
+
+TEST_F(ConversionTest, ANumberedNameIsNotGivenTwice) {
+  picture("a.jpg");
+  EXPECT_TRUE(outcomeOf(*convert_, {picture("a.png"), picture("a 2.png")}).success);
+  EXPECT_EQ(sourceOf("a 2.jpg"), "a.png");
+  EXPECT_EQ(sourceOf("a 2 2.jpg"), "a 2.png");
+}
+
+TEST_F(ConversionTest, PicturesOfDifferentNamesAreConvertedAtOnce) {
+  EXPECT_TRUE(
+      outcomeOf(*convert_, {picture("a.png"), picture("a 2.png"), picture("b.png")}).success);
+  EXPECT_EQ(notifications_.delivered().size(), 2U);
+  EXPECT_EQ(notifications_.delivered().front().informativeText, "Started converting 3 images");
+}
+
+TEST_F(ConversionTest, AfterABatchThatCannotBeStartedTheNextOneIsRunAllTheSame) {
+  // The tool comes back when the second batch begins.
+  class ToolOfTheSecondBatch : public ForwardingUserNotifications {
+   public:
+    using ForwardingUserNotifications::ForwardingUserNotifications;
+    std::function<void()> onSecond;
+    void deliverNotification(const UserNotification& /*notification*/) override {
+      if (++delivered == 2) onSecond();
+    }
+    int delivered = 0;
+  } notifications(notifications_);
+  notifications.onSecond = [this] {
+    platform_.processes().setToolTable({{"/usr/bin/sips", tool_}});
+  };
+  platform_.services().userNotifications = &notifications;
+  platform_.processes().setToolTable({{"/usr/bin/sips", "/no/such/program"}});
+  const auto outcome = outcomeOf(*convert_, {picture("a.png"), picture("a.tiff")});
+  EXPECT_FALSE(outcome.success);
+  EXPECT_THAT(outcome.message, HasSubstr("\"JPEG\" could not be run: "));
+  EXPECT_EQ(sourceOf("a.jpg"), "a.tiff");
+  EXPECT_EQ(platform_.notificationCenter().observerCount(), 0U);
+}
+
+TEST_F(ConversionTest, WithoutAnExtensionItEndsWithASentence) {
+  convert_->setOutputExtension(std::nullopt);
+  const auto outcome = outcomeOf(*convert_, {picture("a.png"), picture("a.tiff")});
+  EXPECT_FALSE(outcome.success);
+  EXPECT_THAT(outcome.message, HasSubstr("without an output extension"));
+}
+
+// What removes files for good.
+class ConsentTest : public ActionDriverTest {
+ protected:
+  ConsentTest() : file_(platform_.home().path() + "/secret.txt") {
+    std::ofstream(file_) << "secret";
+    asker_ = [this](const Question& question, const auto& answer) {
+      questions_.push_back(question);
+      answer(consents_, reason_);
+    };
+  }
+
+  std::string file_;
+  std::vector<Question> questions_;
+  bool consents_ = false;
+  std::string reason_;
+};
+
+TEST_F(ConsentTest, NothingIsRemovedWithoutConsent) {
+  const auto outcome = outcomeOf(*action<TVSecureRemoveAction>(), {file_});
+  EXPECT_FALSE(outcome.success);
+  EXPECT_TRUE(outcome.toldByAction) << "who refuses need not be told";
+  EXPECT_EQ(contentsOf(file_), "secret");
+  ASSERT_EQ(questions_.size(), 1U);
+  EXPECT_EQ(questions_.front().text, "Overwrite and delete \"secret.txt\" for good?");
+  EXPECT_EQ(questions_.front().paths, std::vector<std::string>{file_});
+}
+
+TEST_F(ConsentTest, SeveralItemsAreCounted) {
+  outcomeOf(*action<TVSecureRemoveAction>(), {file_, "/a", "/b"});
+  ASSERT_EQ(questions_.size(), 1U);
+  EXPECT_EQ(questions_.front().text, "Overwrite and delete 3 items for good?");
+}
+
+TEST_F(ConsentTest, NobodyToAskIsAFailureWithItsReason) {
+  reason_ = "Nobody there.";
+  const auto outcome = outcomeOf(*action<TVSecureRemoveAction>(), {file_});
+  EXPECT_EQ(outcome.message, "Nobody there.");
+  EXPECT_FALSE(outcome.toldByAction);
+  EXPECT_EQ(contentsOf(file_), "secret");
+}
+
+TEST_F(ConsentTest, WithConsentTheFilesAreRemoved) {
+  consents_ = true;
+  EXPECT_TRUE(outcomeOf(*action<TVSecureRemoveAction>(), {file_}).success);
+  EXPECT_FALSE(std::filesystem::exists(file_));
+  ASSERT_EQ(notifications_.delivered().size(), 1U);
+  EXPECT_EQ(notifications_.delivered().front().informativeText,
+            "Successfully removed 'secret.txt' ");
+}
+
+TEST_F(ConsentTest, AnAnswerThatComesLaterIsWaitedFor) {
+  std::function<void(bool, const std::string&)> later;
+  asker_ = [&](const Question&, const auto& answer) { later = answer; };
+  bool ended = false;
+  runAction(*action<TVSecureRemoveAction>(), {file_}, asker_, [&](const auto&) { ended = true; });
+  runPendingMainItems();
+  EXPECT_FALSE(ended);
+  EXPECT_EQ(contentsOf(file_), "secret");
+  later(true, "");
+  EXPECT_TRUE(waitUntil([&] { return ended; }));
+  EXPECT_FALSE(std::filesystem::exists(file_));
+}
+
+TEST_F(ConsentTest, OtherActionsAskNothing) {
+  const auto move = action<TVMoveToAction>();
+  move->setDestinationURL(Url::fileURLWithPath(platform_.home().path(), true));
+  outcomeOf(*move, {});
+  EXPECT_TRUE(questions_.empty());
 }
 
 }  // namespace tervano::test

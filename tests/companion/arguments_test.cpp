@@ -194,27 +194,4 @@ TEST_F(AbsolutePathTest, EmptyPathIsRefused) {
   EXPECT_THROW(absolutePath(""), UsageError);
 }
 
-TEST(PrintableTest, ControlCharactersAreEscaped) {
-  EXPECT_EQ(printable("a\nb\tc\x1b[2J\x7f"), "a\\nb\\x09c\\x1b[2J\\x7f");
-}
-
-TEST(PrintableTest, TextOfOtherAlphabetsStays) {
-  EXPECT_EQ(printable("Ордер 工作 é"), "Ордер 工作 é");
-}
-
-TEST(PrintableTest, EightBitControlCharactersAreEscaped) {
-  // U+009B begins a terminal's control sequence as Escape and "[" do.
-  EXPECT_EQ(printable("a\xc2\x9b"
-                      "2Jb"),
-            "a\\xc2\\x9b"
-            "2Jb");
-}
-
-TEST(PrintableTest, BytesThatAreNoTextAreEscaped) {
-  EXPECT_EQ(printable("a\xff"
-                      "b"),
-            "a\\xff"
-            "b");
-}
-
 }  // namespace tervano::test

@@ -69,6 +69,21 @@ TEST_F(CommandsTest, ListShowsEachActionInOneLine) {
                                          "public.image]");
 }
 
+TEST_F(CommandsTest, NothingInAListCanControlTheTerminal) {
+  const std::string uid = "\x1b[31m-a-uid-of-another-system!!!";
+  const auto move = action<TVMoveToAction>();
+  move->setTitle("a\x1b[31m");
+  move->setFileTypes({{"b\x1b[31m", "c\n"}});
+  move->setDestinationURL(Url::fileURLWithPath("/d\x1b", true));
+  std::string archive = archiveOf({move});
+  ASSERT_EQ(uid.size(), move->uid()->size());
+  archive.replace(archive.find(*move->uid()), uid.size(), uid);
+  writeList(archive);
+  EXPECT_EQ(home_.succeed({"list"}),
+            "\\x1b[31m-a-uid-of-another-system!!!  a\\x1b[31m  ->  /d\\x1b  "
+            "[TVMoveToAction, every item is b\\x1b[31m and c\\n]");
+}
+
 TEST_F(CommandsTest, ListAsJsonHasTheSameMembersForEveryAction) {
   home_.succeed({"add", "move"});
   home_.succeed({"add", "group-move"});

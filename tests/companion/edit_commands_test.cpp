@@ -330,11 +330,13 @@ TEST_F(ReorderTest, IntoAnActionThatIsNoGroupIsRefused) {
   expectRefusal({a_, "--into", b_});
 }
 TEST_F(ReorderTest, BesideItselfIsRefused) {
-  expectRefusal({a_, "--before", a_});
-  expectRefusal({a_, "--after", a_});
+  expectUsageError(home_.tervano({"reorder", a_, "--before", a_}));
+  expectUsageError(home_.tervano({"reorder", a_, "--after", a_}));
+  EXPECT_EQ(home_.titles(), "A B G[M N]");
 }
 TEST_F(ReorderTest, GroupIntoItselfIsRefused) {
-  expectRefusal({group_, "--into", group_});
+  expectUsageError(home_.tervano({"reorder", group_, "--into", group_}));
+  EXPECT_EQ(home_.titles(), "A B G[M N]");
 }
 TEST_F(ReorderTest, GroupBesideItsOwnMemberIsRefused) {
   expectRefusal({group_, "--before", m_});

@@ -1,12 +1,16 @@
 #include "companion/recording_processes.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
+#include <fstream>
 
 #include "archive/platform_exception.h"
 #include "platform/notification_center.h"
+#include "platform/user_scripts.h"
 #include "tasks/vx_task_helper.h"
 #include "tests/support/scoped_platform.h"
 #include "tests/support/wait.h"
@@ -148,6 +152,43 @@ TEST_F(RecordingProcessesTest, SuspendResumeAndTerminateReachTheRealProcess) {
   EXPECT_TRUE(waitUntil([&] { return !process->isRunning(); }));
   EXPECT_EQ(process->terminationReason(), TerminationReason::uncaughtSignal);
   EXPECT_THAT(processes_.complaints(), ElementsAre("/bin/sleep was ended by signal 15."));
+}
+
+TEST_F(RecordingProcessesTest, GivenDescriptorsReachTheRealProcess) {
+  int input[2];
+  int extra[2];
+  ASSERT_EQ(pipe2(input, O_CLOEXEC), 0);
+  ASSERT_EQ(pipe2(extra, O_CLOEXEC), 0);
+  const auto process = prepared("/bin/bash", {"-c", "exec /bin/cat >&3"});
+  process->setStandardInput(input[0]);
+  process->setExtraDescriptor(extra[1]);
+  ASSERT_EQ(write(input[1], "carried", 7), 7);
+  close(input[1]);
+  process->launch();
+  close(extra[1]);
+  char text[16];
+  EXPECT_EQ(read(extra[0], text, sizeof text), 7);
+  EXPECT_EQ(std::string(text, 7), "carried");
+  EXPECT_TRUE(waitUntil([&] { return !process->isRunning(); }));
+  close(input[0]);
+  close(extra[0]);
+}
+
+TEST_F(RecordingProcessesTest, WhatAUserScriptPrintsIsNoComplaint) {
+  const std::string path = platform_.home().path() + "/script.sh";
+  std::ofstream(path) << "runWithPaths() { echo debugging >&2; }\n";
+  const auto task = platform().userScripts->taskWithURL(Url::fileURLWithPath(path), nullptr);
+  ASSERT_NE(task, nullptr);
+  AppleEvent event;
+  event.setParamDescriptor(AppleEventDescriptor::descriptorWithString("runWithPaths"),
+                           kASSubroutineName);
+  bool hasEnded = false;
+  task->executeWithAppleEvent(event, [&](const auto&, const std::optional<Error>& error) {
+    EXPECT_FALSE(error);
+    hasEnded = true;
+  });
+  EXPECT_TRUE(waitUntil([&] { return hasEnded; }, 60));
+  EXPECT_THAT(processes_.complaints(), IsEmpty());
 }
 
 TEST_F(RecordingProcessesTest, PlainPipeOfTheRealServiceMayBeGivenToo) {

@@ -12,6 +12,7 @@
 #include "actions/register_action_classes.h"
 #include "actions/tv_copy_to_action.h"
 #include "actions/tv_move_to_action.h"
+#include "actions/tv_secure_remove_action.h"
 #include "archive/url.h"
 #include "model/tv_action_group.h"
 #include "store/tv_actions_manager.h"
@@ -359,6 +360,39 @@ TEST_F(RequestReceiverTest, FailureToldByTheActionItselfIsNotToldTwice) {
   EXPECT_EQ(notifications_.delivered().front().informativeText,
             "An error occurred while moving these files.");
   EXPECT_FALSE(exists(handOffPath()));
+}
+
+TEST_F(RequestReceiverTest, WhatRemovesFilesForGoodIsAskedForAndARefusalIsNotTold) {
+  const auto uid = save(action<TVSecureRemoveAction>());
+  const auto path = userFile("secret.txt");
+  std::vector<Question> questions;
+  bool consents = false;
+  receiver_ = std::make_shared<RequestReceiver>([&](const Question& question, const auto& answer) {
+    questions.push_back(question);
+    answer(consents, "");
+  });
+  handOver({path});
+  EXPECT_EQ(open(url(uid)).result, Result::failure);
+  ASSERT_EQ(questions.size(), 1U);
+  EXPECT_EQ(questions[0].paths, std::vector<std::string>{path});
+  EXPECT_EQ(contentsOf(path), "secret.txt");
+  EXPECT_FALSE(exists(handOffPath()));
+  EXPECT_THAT(notifications_.delivered(), IsEmpty());
+  EXPECT_THAT(log_.lines(), IsEmpty());
+  consents = true;
+  handOver({path});
+  EXPECT_EQ(open(url(uid)).result, Result::success);
+  EXPECT_FALSE(exists(path));
+}
+
+TEST_F(RequestReceiverTest, NobodyToAskIsToldAndNothingIsRemoved) {
+  const auto uid = save(action<TVSecureRemoveAction>());
+  const auto path = userFile("secret.txt");
+  receiver_ = std::make_shared<RequestReceiver>(
+      [](const Question&, const auto& answer) { answer(false, "Nobody there."); });
+  handOver({path});
+  expectTold(open(url(uid)), "Nobody there.");
+  EXPECT_EQ(contentsOf(path), "secret.txt");
 }
 
 TEST_F(RequestReceiverTest, MemberOfAGroupIsFound) {

@@ -2,16 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
 #include <sys/ioctl.h>
-#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 
+#include "tests/companion/terminal.h"
 #include "tests/companion/tervano_program.h"
 
 namespace tervano::test {
@@ -20,7 +17,6 @@ namespace {
 
 using testing::HasSubstr;
 using testing::Not;
-using SteadyClock = std::chrono::steady_clock;
 
 constexpr char kUp[] = "\x1b[A";
 constexpr char kDown[] = "\x1b[B";
@@ -33,101 +29,11 @@ constexpr char kHint[] = "q leaves";
 // The menu's end: the cursor is shown again.
 constexpr char kShowCursor[] = "\x1b[?25h";
 
-// A child process on a terminal of its own, seen from the side of the person.
-class Terminal {
- public:
-  explicit Terminal(const std::function<int()>& body, unsigned short rows = 24) {
-    winsize size{};
-    size.ws_row = rows;
-    size.ws_col = 80;
-    pid_ = forkpty(&master_, nullptr, nullptr, &size);
-    if (pid_ == 0) {
-      int status = 99;
-      try {
-        status = body();
-      } catch (const std::exception&) {
-      }
-      _exit(status);
-    }
-  }
-  Terminal(const Terminal&) = delete;
-  Terminal& operator=(const Terminal&) = delete;
-  ~Terminal() {
-    if (pid_ > 0) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-    }
-    close(master_);
-  }
-
-  // What is written up to `end`; fails the test when that does not come.
-  std::string readUntil(const std::string& end) {
-    const auto deadline = SteadyClock::now() + std::chrono::seconds(10);
-    while (true) {
-      if (const auto at = unread_.find(end); at != std::string::npos) {
-        const std::string text = unread_.substr(0, at + end.size());
-        unread_.erase(0, at + end.size());
-        return text;
-      }
-      if (!readMore(deadline)) {
-        ADD_FAILURE() << "\"" << end << "\" did not come, but: " << unread_;
-        return {};
-      }
-    }
-  }
-  // Presses keys and answers the drawing that follows.
-  std::string press(const std::string& keys) {
-    type(keys);
-    return readUntil(kHint);
-  }
-  void type(const std::string& keys) {
-    EXPECT_EQ(write(master_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-  }
-  void resize(unsigned short rows) {
-    winsize size{};
-    size.ws_row = rows;
-    size.ws_col = 80;
-    ioctl(master_, TIOCSWINSZ, &size);
-  }
-  void hangUp() {
-    close(master_);
-    master_ = -1;
-  }
-  // Reads to the end of output and answers the exit status.
-  int waitForExit() {
-    const auto deadline = SteadyClock::now() + std::chrono::seconds(10);
-    while (master_ >= 0 && readMore(deadline)) {
-    }
-    while (SteadyClock::now() < deadline) {
-      int status = 0;
-      if (waitpid(pid_, &status, WNOHANG) == pid_) {
-        pid_ = -1;
-        return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
-      }
-      poll(nullptr, 0, 5);
-    }
-    ADD_FAILURE() << "the child did not end";
-    return -1;
-  }
-  const std::string& rest() const { return unread_; }
-
- private:
-  bool readMore(SteadyClock::time_point deadline) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - SteadyClock::now());
-    pollfd input{master_, POLLIN, 0};
-    if (left.count() <= 0 || poll(&input, 1, static_cast<int>(left.count())) <= 0) return false;
-    char buffer[4096];
-    const ssize_t count = read(master_, buffer, sizeof buffer);
-    if (count <= 0) return false;
-    unread_.append(buffer, static_cast<std::size_t>(count));
-    return true;
-  }
-
-  int master_ = -1;
-  pid_t pid_ = -1;
-  std::string unread_;
-};
+// Presses keys and answers the drawing that follows.
+std::string press(Terminal& terminal, const std::string& keys) {
+  terminal.type(keys);
+  return terminal.readUntil(kHint);
+}
 
 TerminalMenuEntry entry(const std::string& title, const std::string& choice = "") {
   TerminalMenuEntry made;
@@ -169,7 +75,7 @@ class TerminalMenuTest : public testing::Test {
   static void expectChoice(const std::vector<std::string>& keys, const std::string& choice) {
     Terminal terminal(showing(sampleMenu()));
     terminal.readUntil(kHint);
-    for (std::size_t i = 0; i + 1 < keys.size(); ++i) terminal.press(keys[i]);
+    for (std::size_t i = 0; i + 1 < keys.size(); ++i) press(terminal, keys[i]);
     terminal.type(keys.back());
     const std::string end = terminal.readUntil("d.");
     EXPECT_THAT(end, HasSubstr("chosen:" + choice + ";restored."));
@@ -241,8 +147,8 @@ TEST_F(TerminalMenuTest, LongEscapeSequenceIsReadWhole) {
 TEST_F(TerminalMenuTest, SubmenuIsDrawnUnderItsOwnHeading) {
   Terminal terminal(showing(sampleMenu()));
   terminal.readUntil(kHint);
-  terminal.press(kDown);
-  const auto drawn = terminal.press(kEnter);
+  press(terminal, kDown);
+  const auto drawn = press(terminal, kEnter);
   EXPECT_THAT(drawn, HasSubstr("\x1b[1mGroup"));
   EXPECT_THAT(drawn, HasSubstr("\x1b[7m > Inner"));
   EXPECT_THAT(drawn, Not(HasSubstr("First")));
@@ -253,7 +159,7 @@ TEST_F(TerminalMenuTest, DisabledEntryCannotBeChosen) {
   menu[0].enabled = false;
   Terminal terminal(showing(menu));
   terminal.readUntil(kHint);
-  EXPECT_THAT(terminal.press(kEnter), HasSubstr(" > "));
+  EXPECT_THAT(press(terminal, kEnter), HasSubstr(" > "));
   terminal.type("q");
   EXPECT_THAT(terminal.readUntil("d."), HasSubstr("chosen:nothing"));
 }
@@ -261,7 +167,7 @@ TEST_F(TerminalMenuTest, DisabledEntryCannotBeChosen) {
 TEST_F(TerminalMenuTest, EmptyMenuSaysSoAndIsLeft) {
   Terminal terminal(showing({}));
   EXPECT_THAT(terminal.readUntil(kHint), HasSubstr("(nothing here)"));
-  for (const char* key : {kDown, kUp, kEnter}) terminal.press(key);
+  for (const char* key : {kDown, kUp, kEnter}) press(terminal, key);
   terminal.type(kEscape);
   EXPECT_THAT(terminal.readUntil("d."), HasSubstr("chosen:nothing;restored"));
 }
@@ -271,9 +177,9 @@ TEST_F(TerminalMenuTest, EmptySubmenuIsOpenedAndLeft) {
   menu[1].submenu.clear();
   Terminal terminal(showing(menu));
   terminal.readUntil(kHint);
-  terminal.press(kDown);
-  EXPECT_THAT(terminal.press(kEnter), HasSubstr("(nothing here)"));
-  EXPECT_THAT(terminal.press(kLeft), HasSubstr("First"));
+  press(terminal, kDown);
+  EXPECT_THAT(press(terminal, kEnter), HasSubstr("(nothing here)"));
+  EXPECT_THAT(press(terminal, kLeft), HasSubstr("First"));
 }
 
 TEST_F(TerminalMenuTest, LongMenuScrollsAndEveryEntryCanBeChosen) {
@@ -284,10 +190,10 @@ TEST_F(TerminalMenuTest, LongMenuScrollsAndEveryEntryCanBeChosen) {
   auto drawn = terminal.readUntil(kHint);
   EXPECT_THAT(drawn, HasSubstr("Entry 6 "));
   EXPECT_THAT(drawn, Not(HasSubstr("Entry 7 ")));
-  for (int i = 0; i < 7; ++i) drawn = terminal.press(kDown);
+  for (int i = 0; i < 7; ++i) drawn = press(terminal, kDown);
   EXPECT_THAT(drawn, HasSubstr(" > Entry 7 "));
   EXPECT_THAT(drawn, Not(HasSubstr("Entry 0 ")));
-  for (int i = 0; i < 8; ++i) drawn = terminal.press(kUp);
+  for (int i = 0; i < 8; ++i) drawn = press(terminal, kUp);
   EXPECT_THAT(drawn, HasSubstr(" > Entry 999 "));
   EXPECT_THAT(drawn, HasSubstr("Entry 993 "));
   terminal.type(kEnter);
@@ -301,7 +207,7 @@ TEST_F(TerminalMenuTest, TerminalOfThreeRowsStillShowsTheCurrentEntry) {
   auto drawn = terminal.readUntil(kHint);
   EXPECT_THAT(drawn, HasSubstr(" > Entry 0 "));
   EXPECT_THAT(drawn, Not(HasSubstr("Entry 1 ")));
-  drawn = terminal.press(kDown);
+  drawn = press(terminal, kDown);
   EXPECT_THAT(drawn, HasSubstr(" > Entry 1 "));
 }
 
@@ -383,16 +289,6 @@ class MenuOnATerminalTest : public testing::Test {
     home_.home().setVariable("XDG_DATA_DIRS", home_.folder("none"));
     home_.home().setVariable("TERM", "xterm");
   }
-  static std::function<int()> program(const std::vector<std::string>& arguments) {
-    return [arguments] {
-      std::vector<char*> words{const_cast<char*>("tervano")};
-      for (const auto& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
-      words.push_back(nullptr);
-      execv(TERVANO_PROGRAM, words.data());
-      return 98;
-    };
-  }
-
   ProgramHome home_;
 };
 
@@ -401,7 +297,7 @@ class MenuOnATerminalTest : public testing::Test {
 TEST_F(MenuOnATerminalTest, ChoiceWritesTheHandOffFile) {
   const auto folder = home_.folder("to");
   home_.succeed({"add", "move", "--title", "Away", "--to", folder});
-  Terminal terminal(program({"menu", home_.file("a.txt")}));
+  Terminal terminal(becomingTervano({"menu", home_.file("a.txt")}));
   EXPECT_THAT(terminal.readUntil(kHint), HasSubstr(" > Away"));
   terminal.type(kEnter);
   // Nothing is registered in this home, which is told.
@@ -411,7 +307,7 @@ TEST_F(MenuOnATerminalTest, ChoiceWritesTheHandOffFile) {
 
 TEST_F(MenuOnATerminalTest, LeavingIsNoFailureAndHandsNothingOver) {
   home_.succeed({"add", "move", "--title", "Away"});
-  Terminal terminal(program({"menu", home_.file("a.txt")}));
+  Terminal terminal(becomingTervano({"menu", home_.file("a.txt")}));
   terminal.readUntil(kHint);
   terminal.type("q");
   EXPECT_EQ(terminal.waitForExit(), 0);
@@ -419,15 +315,15 @@ TEST_F(MenuOnATerminalTest, LeavingIsNoFailureAndHandsNothingOver) {
 
 TEST_F(MenuOnATerminalTest, PrintShowsTheMenuAlsoOnATerminal) {
   home_.succeed({"add", "move", "--title", "Away"});
-  Terminal terminal(program({"menu", "--print", home_.file("a.txt")}));
+  Terminal terminal(becomingTervano({"menu", "--print", home_.file("a.txt")}));
   EXPECT_EQ(terminal.waitForExit(), 0);
   EXPECT_EQ(terminal.rest(), "Away\r\n");
 }
 
 TEST_F(MenuOnATerminalTest, DisabledItemOfTheToolbarMenuCannotBeChosen) {
-  Terminal terminal(program({"menu", "--kind", "toolbar"}));
+  Terminal terminal(becomingTervano({"menu", "--kind", "toolbar"}));
   EXPECT_THAT(terminal.readUntil(kHint), HasSubstr("No Actions Enabled"));
-  EXPECT_THAT(terminal.press(kEnter), HasSubstr("No Actions Enabled"));
+  EXPECT_THAT(press(terminal, kEnter), HasSubstr("No Actions Enabled"));
   terminal.type("q");
   EXPECT_EQ(terminal.waitForExit(), 0);
 }

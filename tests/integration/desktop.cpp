@@ -24,6 +24,8 @@ constexpr char kFileManagerInterface[] =
     "<node><interface name='org.freedesktop.FileManager1'>"
     "<method name='ShowItems'><arg type='as' direction='in'/><arg type='s' "
     "direction='in'/></method>"
+    "<method name='ShowFolders'><arg type='as' direction='in'/><arg type='s' "
+    "direction='in'/></method>"
     "</interface></node>";
 
 // Processes whose parent is this one.
@@ -235,8 +237,16 @@ void Desktop::pressButton() {
 }
 
 std::vector<std::string> Desktop::revealed() const {
+  return askedOf("ShowItems");
+}
+
+std::vector<std::string> Desktop::opened() const {
+  return askedOf("ShowFolders");
+}
+
+std::vector<std::string> Desktop::askedOf(const std::string& method) const {
   std::vector<std::string> all;
-  for (const auto& call : fileManager_->callsOf("ShowItems")) all.push_back(call.arguments);
+  for (const auto& call : fileManager_->callsOf(method)) all.push_back(call.arguments);
   return all;
 }
 

@@ -57,6 +57,8 @@ class Desktop {
 
   // The URIs of every ShowItems call of the file manager, as GVariant text.
   std::vector<std::string> revealed() const;
+  // The same of every ShowFolders call.
+  std::vector<std::string> opened() const;
 
   // Lets the bus read the files of its services again.
   void reloadServices();
@@ -66,6 +68,7 @@ class Desktop {
  private:
   // The process that owns a name on the bus.
   std::optional<pid_t> ownerOf(const std::string& name) const;
+  std::vector<std::string> askedOf(const std::string& method) const;
 
   ScopedPlatform platform_;
   ProgramHome home_;

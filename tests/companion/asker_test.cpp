@@ -1,0 +1,160 @@
+#include "companion/asker.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "platform/bundle.h"
+#include "platform/linux/descriptor.h"
+#include "tests/companion/tervano_program.h"
+#include "tests/support/scoped_platform.h"
+#include "tests/support/wait.h"
+
+namespace tervano::test {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::StartsWith;
+
+// A program of the test in the place of the window's.
+class OtherWindow : public ForwardingBundle {
+ public:
+  using ForwardingBundle::ForwardingBundle;
+  std::string pathForAuxiliaryExecutable(const std::string& name) const override {
+    asked.push_back(name);
+    return path;
+  }
+  std::string path;
+  mutable std::vector<std::string> asked;
+};
+
+// Asking in a window, by a process without a terminal.
+class AskerOfDesktopTest : public testing::Test {
+ protected:
+  AskerOfDesktopTest() : bundle_(*platform_.services().bundle), standardInput_(dup(STDIN_FILENO)) {
+    platform_.services().bundle = &bundle_;
+    const Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    EXPECT_GE(dup2(nothing.get(), STDIN_FILENO), 0);
+  }
+  ~AskerOfDesktopTest() override { dup2(standardInput_.get(), STDIN_FILENO); }
+
+  void setWindow(const std::string& script) {
+    bundle_.path = platform_.home().path() + "/window";
+    std::ofstream(bundle_.path) << "#!/bin/sh\n" << script;
+    std::filesystem::permissions(bundle_.path, std::filesystem::perms::owner_all);
+  }
+  struct Answer {
+    bool consents = false;
+    std::string reason;
+  };
+  Answer answerTo(const Question& question) {
+    std::vector<Answer> answers;
+    askerOfDesktop()(question, [&](bool consents, const std::string& reason) {
+      answers.push_back({consents, reason});
+    });
+    EXPECT_TRUE(waitUntil([&] { return !answers.empty(); }, 30));
+    runPendingMainItems();
+    EXPECT_EQ(answers.size(), 1U);
+    return answers.empty() ? Answer() : answers.front();
+  }
+  Answer answer() { return answerTo({"Remove it?", {"/a"}, "Delete"}); }
+  // The arguments of the window for a question.
+  std::vector<std::string> argumentsFor(const Question& question) {
+    const std::string seen = platform_.home().path() + "/seen";
+    setWindow("printf '%s\\0' \"$@\" > '" + seen + "'\nexit 1\n");
+    answerTo(question);
+    const std::string text = contentsOf(seen);
+    std::vector<std::string> arguments;
+    for (std::size_t at = 0; at < text.size();) {
+      const auto end = text.find('\0', at);
+      arguments.push_back(text.substr(at, end - at));
+      at = end + 1;
+    }
+    return arguments;
+  }
+
+  ScopedPlatform platform_;
+  OtherWindow bundle_;
+  Descriptor standardInput_;
+};
+
+constexpr char kNobodyToAsk[] =
+    "Nothing was done: there is neither a display nor a terminal to ask on.";
+
+}  // namespace
+
+TEST_F(AskerOfDesktopTest, TheWindowsStatusZeroIsConsent) {
+  setWindow("exit 0\n");
+  EXPECT_TRUE(answer().consents);
+  EXPECT_THAT(bundle_.asked, ElementsAre("tervano-ask"));
+}
+
+TEST_F(AskerOfDesktopTest, TheWindowsStatusOneIsARefusalWithoutAReason) {
+  setWindow("exit 1\n");
+  const auto given = answer();
+  EXPECT_FALSE(given.consents);
+  EXPECT_EQ(given.reason, "");
+}
+
+TEST_F(AskerOfDesktopTest, EveryOtherEndOfTheWindowIsNoConsent) {
+  for (const char* const script : {"exit 2\n", "exit 3\n", "exit 127\n", "kill -9 $$\n"}) {
+    SCOPED_TRACE(script);
+    setWindow(script);
+    const auto given = answer();
+    EXPECT_FALSE(given.consents);
+    EXPECT_EQ(given.reason, kNobodyToAsk);
+  }
+}
+
+TEST_F(AskerOfDesktopTest, AWindowThatCannotBeOpenedIsNoConsentAndLeavesNothingBehind) {
+  bundle_.path = "/no/such/program";
+  const auto given = answer();
+  EXPECT_FALSE(given.consents);
+  EXPECT_EQ(given.reason, kNobodyToAsk);
+  EXPECT_EQ(platform_.notificationCenter().observerCount(), 0U);
+}
+
+TEST_F(AskerOfDesktopTest, WhatTheWindowWritesIsNoAnswer) {
+  setWindow("echo yes; echo yes >&2; exit 1\n");
+  EXPECT_FALSE(answer().consents);
+}
+
+TEST_F(AskerOfDesktopTest, TheWindowGetsQuestionButtonAndItems) {
+  EXPECT_THAT(argumentsFor({"Remove 2 items?", {"/a b", "/-c"}, "Delete"}),
+              ElementsAre("--question", "Remove 2 items?", "--detail",
+                          "What is overwritten cannot be brought back.", "--consent", "Delete",
+                          "--", "/a b", "/-c"));
+}
+
+TEST_F(AskerOfDesktopTest, OfManyItemsTheFirstHundredAreNamed) {
+  Question question{"Remove them?", {}, "Delete"};
+  for (int i = 0; i < 5000; ++i) question.paths.push_back("/" + std::to_string(i));
+  const auto arguments = argumentsFor(question);
+  ASSERT_EQ(arguments.size(), 7U + 101U);
+  EXPECT_EQ(arguments[arguments.size() - 2], "/99");
+  EXPECT_EQ(arguments.back(), "and 4900 more");
+  question.paths.resize(100);
+  EXPECT_EQ(argumentsFor(question).back(), "/99");
+}
+
+TEST_F(AskerOfDesktopTest, ANameCannotLookLikeSeveralItems) {
+  const auto arguments =
+      argumentsFor({"Remove \"a\n\xE2\x80\xAE"
+                    "b\"?",
+                    {"/a\n/b", "/\xFF", "/\x1b[31m"},
+                    "Delete"});
+  ASSERT_EQ(arguments.size(), 7U + 3U);
+  for (const auto& argument : arguments) {
+    EXPECT_EQ(argument.find('\n'), std::string::npos) << argument;
+    EXPECT_EQ(argument.find('\x1b'), std::string::npos) << argument;
+  }
+  EXPECT_THAT(arguments[1], StartsWith("Remove \"a\\n"));
+  EXPECT_EQ(arguments[7], "/a\\n/b");
+}
+
+}  // namespace tervano::test
