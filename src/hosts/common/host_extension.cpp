@@ -1,0 +1,118 @@
+#include "hosts/common/host_extension.h"
+
+#include <thread>
+
+#include "actions/register_action_classes.h"
+#include "messaging/message_identifiers.h"
+#include "model/action_list.h"
+#include "platform/linux/guard.h"
+#include "platform/linux/linux_platform.h"
+#include "platform/linux/uniform_type_table.h"
+#include "platform/log.h"
+#include "platform/platform.h"
+
+namespace tervano {
+
+namespace {
+
+// File managers give the selection with each request; what is watched is decided by them.
+class HostController : public FIFinderSyncController {
+ public:
+  SelectedItemsPtr selectedItemURLs() const override { return nullptr; }
+  std::optional<SelectedItem> targetedURL() const override { return std::nullopt; }
+  void setDirectoryURLs(const UrlSet& urls) override { directoryURLs_ = urls; }
+  const UrlSet& directoryURLs() const { return directoryURLs_; }
+
+ private:
+  UrlSet directoryURLs_;
+};
+
+void installServices() {
+  static auto& registry = *new ClassRegistry;
+  registerActionClasses(registry);
+  LinuxPlatformOptions options;
+  options.classRegistry = &registry;
+  const Platform& services = linuxPlatform(options);
+  installPlatform(services);
+  // Reads many files.
+  std::thread([&services] {
+    guarded("the desktop's types", [&services] {
+      if (auto* table = dynamic_cast<UniformTypeTable*>(services.uniformTypes)) {
+        table->loadDesktopTypes();
+      }
+    });
+  }).detach();
+}
+
+}  // namespace
+
+HostExtension* HostExtension::shared(Icons icons) {
+  static HostExtension* const extension = [icons]() -> HostExtension* {
+    HostExtension* started = nullptr;
+    guarded("the start of the extension", [&] {
+      installServices();
+      started = new HostExtension(icons);
+    });
+    return started;
+  }();
+  return extension;
+}
+
+HostExtension::HostExtension(Icons icons)
+    : finderSync_(FinderSync::create(std::make_shared<HostController>())),
+      wormhole_(VXWormhole::initWithApplicationGroupIdentifier(kApplicationGroupIdentifier,
+                                                               kWormholeDirectory)) {
+  if (icons == Icons::files) {
+    icons_ = std::make_shared<IconFiles>([this] { notify(); });
+    icons_->prepare(finderSync_->actionsArray());
+  }
+  if (wormhole_ == nullptr) return;
+  // The extension hears of the change by the same notification; it goes first.
+  wormhole_->listenForMessageWithIdentifier(kActionsDidChangeNotification, [this](const Value&) {
+    platform().runLoop->dispatchAsyncOnMainQueue([this] { listDidChange(); });
+  });
+  wormhole_->listenForMessageWithIdentifier(
+      kUserDefaultsDidChangeNotification,
+      [this](const Value&) { platform().runLoop->dispatchAsyncOnMainQueue([this] { notify(); }); });
+}
+
+Menu HostExtension::menuForItems(SelectedItems items) const {
+  return finderSync_->menuForMenuKind(MenuKind::contextualMenuForItems,
+                                      std::make_shared<const SelectedItems>(std::move(items)));
+}
+
+Menu HostExtension::menuForFolder(SelectedItem folder) const {
+  return finderSync_->menuForMenuKind(
+      MenuKind::contextualMenuForContainer,
+      std::make_shared<const SelectedItems>(SelectedItems{std::move(folder)}));
+}
+
+Menu HostExtension::toolbarMenu(SelectedItems items) const {
+  return finderSync_->menuForMenuKind(MenuKind::toolbarItemMenu,
+                                      std::make_shared<const SelectedItems>(std::move(items)));
+}
+
+void HostExtension::choose(const MenuItem& item) const {
+  if (item.enabled && item.action) finderSync_->invoke(*item.action, item.selection);
+}
+
+bool HostExtension::showsToolbarItem() const {
+  return finderSync_->userDefaults()->showIconInToolbar();
+}
+
+std::string HostExtension::iconPathOf(const ImagePtr& image) const {
+  return icons_ == nullptr ? std::string() : icons_->pathOf(image);
+}
+
+void HostExtension::listDidChange() {
+  if (icons_ != nullptr) icons_->prepare(finderSync_->actionsArray());
+  notify();
+}
+
+void HostExtension::notify() const {
+  for (const auto& observer : observers_) {
+    guarded("a file manager's observer", [&] { observer(); });
+  }
+}
+
+}  // namespace tervano

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "extension/finder_sync.h"
+#include "hosts/common/icon_files.h"
+#include "messaging/vx_wormhole.h"
+
+namespace tervano {
+
+// The one extension of a file manager's process, started at the first use and never ended. Main
+// thread.
+class HostExtension {
+ public:
+  // Whether the file manager draws icons from files.
+  enum class Icons { none, files };
+
+  // Null, and the reason logged, when the extension could not be started. Never throws. The first
+  // call decides about the icons.
+  static HostExtension* shared(Icons icons);
+
+  explicit HostExtension(Icons icons);
+  HostExtension(const HostExtension&) = delete;
+  HostExtension& operator=(const HostExtension&) = delete;
+
+  Menu menuForItems(SelectedItems items) const;
+  // The background menu of a folder.
+  Menu menuForFolder(SelectedItem folder) const;
+  // The menu of the toolbar button in a window where these are selected, or whose folder it is.
+  Menu toolbarMenu(SelectedItems items) const;
+  // What choosing an item does, with the selection it was built for. Nothing for an item without an
+  // action.
+  void choose(const MenuItem& item) const;
+
+  // Whether the user wants a button in the toolbar.
+  bool showsToolbarItem() const;
+  const FinderSync& finderSync() const { return *finderSync_; }
+  // Empty for none, and where the file manager draws no icons.
+  std::string iconPathOf(const ImagePtr& image) const;
+
+  // Called when another menu may be due: the list, a preference or the icons changed. Lives as long
+  // as this.
+  void observeChanges(std::function<void()> observer) { observers_.push_back(std::move(observer)); }
+
+ private:
+  void listDidChange();
+  void notify() const;
+
+  std::shared_ptr<FinderSync> finderSync_;
+  std::shared_ptr<VXWormhole> wormhole_;
+  // Null where no icons are drawn.
+  std::shared_ptr<IconFiles> icons_;
+  std::vector<std::function<void()>> observers_;
+};
+
+}  // namespace tervano

@@ -1,0 +1,151 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "hosts/common/host_extension.h"
+#include "hosts/common/menu_text.h"
+#include "platform/linux/glib_handles.h"
+#include "platform/linux/guard.h"
+
+namespace tervano {
+
+// From a file manager's types to ours and back, for the ones that share the shape of their C
+// interface. `Host` is a trait that names that file manager's types and calls:
+//
+//   struct Host {
+//     using FileInfo, Item, Submenu;                         // GObject types
+//     static GFile* location(FileInfo*);                     // a new reference, or null
+//     static bool isDirectory(FileInfo*);
+//     static Item* newItem(const char* name, const char* label, const char* iconPath);
+//     static void disable(Item*);
+//     static Submenu* newSubmenu();                          // a new reference
+//     static void append(Submenu*, Item*);                   // takes no reference of ours
+//     static void setSubmenu(Item*, Submenu*);
+//     static constexpr bool kNeedsDistinctLabels;            // of submenus, ever
+//     static constexpr HostExtension::Icons kIcons;
+//   };
+
+// The item of a file; what has no path on this machine keeps its own URL, which no menu acts on.
+template <typename Host>
+SelectedItem selectedItemOf(typename Host::FileInfo* file) {
+  const GObjectPtr<GFile> location(Host::location(file));
+  if (location == nullptr) return {Url("about:blank"), std::nullopt};
+  const GCharPtr path(g_file_get_path(location.get()));
+  const bool isDirectory = Host::isDirectory(file);
+  if (path != nullptr) return {Url::fileURLWithPath(path.get(), isDirectory), isDirectory};
+  const GCharPtr uri(g_file_get_uri(location.get()));
+  return {Url(uri == nullptr ? "about:blank" : uri.get()), isDirectory};
+}
+
+template <typename Host>
+SelectedItems selectedItemsOf(GList* files) {
+  SelectedItems items;
+  for (; files != nullptr; files = files->next) {
+    items.push_back(selectedItemOf<Host>(static_cast<typename Host::FileInfo*>(files->data)));
+  }
+  return items;
+}
+
+// Builds one menu's items. File managers know an item by its name, and some keep the items of the
+// selection and of the folder in one table: `kind` is the part of the name that tells them apart.
+template <typename Host>
+class HostMenuBuilder {
+ public:
+  using Item = typename Host::Item;
+
+  HostMenuBuilder(const HostExtension& extension, std::string kind)
+      : extension_(extension), kind_(std::move(kind)) {}
+
+  // A list of new items, owned by the caller.
+  GList* itemsOf(const Menu& menu) {
+    GList* items = nullptr;
+    for (const auto& item : menu.items) {
+      if (isEmpty(item)) continue;
+      items = g_list_prepend(items, itemOf(item));
+    }
+    return g_list_reverse(items);
+  }
+
+ private:
+  // A submenu in which nothing fits, which file managers show in different odd ways.
+  static bool isEmpty(const MenuItem& item) {
+    return item.submenu != nullptr && item.submenu->items.empty();
+  }
+
+  Item* itemOf(const MenuItem& item) {
+    std::string label = menuLabel(item.title);
+    if (Host::kNeedsDistinctLabels && item.submenu != nullptr) label = distinctLabel(label);
+    const std::string name = "Tervano::" + kind_ + "::" + std::to_string(++count_) +
+                             (item.action ? "::" + *item.action : std::string());
+    const std::string icon = extension_.iconPathOf(item.image);
+    Item* const made =
+        Host::newItem(name.c_str(), label.c_str(), icon.empty() ? nullptr : icon.c_str());
+    if (!item.enabled) Host::disable(made);
+    if (item.submenu != nullptr) {
+      typename Host::Submenu* const submenu = Host::newSubmenu();
+      for (const auto& member : item.submenu->items) {
+        if (isEmpty(member)) continue;
+        Item* const child = itemOf(member);
+        Host::append(submenu, child);
+        g_object_unref(child);
+      }
+      Host::setSubmenu(made, submenu);
+      g_object_unref(submenu);
+    } else if (item.action) {
+      g_signal_connect_data(made, "activate", G_CALLBACK(activated), new Choice{&extension_, item},
+                            freeChoice, static_cast<GConnectFlags>(0));
+    }
+    return made;
+  }
+
+  // What an item does, with the selection that it was built for.
+  struct Choice {
+    const HostExtension* extension;
+    MenuItem item;
+  };
+  static void activated(GObject* /*item*/, gpointer data) {
+    guarded("a choice", [data] {
+      const auto* choice = static_cast<const Choice*>(data);
+      choice->extension->choose(choice->item);
+    });
+  }
+  static void freeChoice(gpointer data, GClosure* /*closure*/) {
+    delete static_cast<Choice*>(data);
+  }
+
+  const HostExtension& extension_;
+  const std::string kind_;
+  int count_ = 0;
+};
+
+// The items for a selection; null for an empty one, and after a failure, which is logged.
+template <typename Host>
+GList* menuForFiles(GList* files) {
+  GList* items = nullptr;
+  guarded("a context menu", [&] {
+    const auto* extension = HostExtension::shared(Host::kIcons);
+    if (extension == nullptr || files == nullptr) return;
+    items = HostMenuBuilder<Host>(*extension, "items")
+                .itemsOf(extension->menuForItems(selectedItemsOf<Host>(files)));
+  });
+  return items;
+}
+
+// The items of a folder's background.
+template <typename Host>
+GList* menuForBackground(typename Host::FileInfo* folder) {
+  GList* items = nullptr;
+  guarded("a background menu", [&] {
+    const auto* extension = HostExtension::shared(Host::kIcons);
+    if (extension == nullptr || folder == nullptr) return;
+    items = HostMenuBuilder<Host>(*extension, "folder")
+                .itemsOf(extension->menuForFolder(selectedItemOf<Host>(folder)));
+  });
+  return items;
+}
+
+}  // namespace tervano

@@ -1,0 +1,319 @@
+"""The file managers, each driven as a person would: select, open the menu, choose."""
+import os
+import subprocess
+
+import accessible
+from accessible import MENU_ROLES
+from desktop import click, end, keys, wait_for
+
+INVISIBLE = "\u200b\u200c\u2060"
+LIBRARIES = "/usr/lib/x86_64-linux-gnu"
+
+
+class Entry:
+    """An entry of the open menu as it was at the look."""
+
+    def __init__(self, node, entries):
+        self.node = node
+        # GNOME Files is given labels with an invisible end.
+        self.title = node.name.rstrip(INVISIBLE)
+        self.is_enabled = node.has(accessible.SENSITIVE)
+        # Of its submenu; None without one.
+        self.entries = entries
+
+    def member(self, title):
+        """The first entry of that title below it; None without one."""
+        return next((entry for entry in self.entries or () if entry.title == title), None)
+
+    def titles(self):
+        return [entry.title for entry in self.entries or ()]
+
+
+class FileManager:
+    """One running file manager. `name` is the folder of its module below the build's lib."""
+    name = ""
+    module_folder = ""
+    # Of the items of a folder, and of what holds them.
+    item_roles = {"table cell"}
+    view_roles = {"tree table", "table"}
+    # What is named as an open folder's window.
+    frame_role = "frame"
+    draws_icons = True
+    shows_disabled_entries = True
+
+    def __init__(self, desktop):
+        self.desktop = desktop
+        self.process = None
+        # Of the window that is being used.
+        self.folder_name = ""
+        desktop.use_module(desktop.build / "lib" / self.name / f"libtervano-{self.name}.so",
+                           self.module_folder)
+
+    def command(self, folder):
+        raise NotImplementedError
+
+    def open(self, folder=None):
+        """Starts it with a window of that folder, or of the folder of the files."""
+        folder = str(folder or self.desktop.files)
+        self.process = self.desktop.start(self.command(folder))
+        self.use_window(os.path.basename(folder) or "Trash")
+
+    def open_window(self, folder):
+        """Another window, which is used from now on."""
+        self.desktop.start(self.command(str(folder)))
+        self.use_window(os.path.basename(folder))
+
+    def use_window(self, folder_name):
+        """Uses the window of that folder from now on, once it is there."""
+        self.folder_name = folder_name
+        wait_for(f"the window {folder_name} of {self.name}", self.frame, 30)
+
+    def close(self):
+        end(self.process)
+
+    def is_running(self):
+        return self.process.poll() is None
+
+    def look(self, with_items=False):
+        """Everything that it shows now, the items of folders only if wanted; None while it is not
+        on the accessibility bus."""
+        if not self.is_running():
+            raise AssertionError(f"{self.name} has ended: {self.desktop.log_of(self.name)[-3000:]}")
+        return accessible.application(
+            self.process.pid, {"menu bar"} if with_items else {"menu bar"} | self.view_roles)
+
+    def find_all(self, name=None, roles=None):
+        application = self.look()
+        return application.find_all(name, roles) if application else []
+
+    def frame(self, with_items=False):
+        """The window that is being used; None while it is not there."""
+        application = self.look(with_items)
+        return application and next(
+            (node for node in application.find_all(roles={self.frame_role})
+             if node.name.split(" - ")[0] == self.folder_name), None)
+
+    # Items of the folder.
+
+    def view(self, with_items=False):
+        """What holds the items; None while there is none."""
+        frame = self.frame(with_items)
+        return next(reversed(frame.find_all(roles=self.view_roles)), None) if frame else None
+
+    def item(self, name):
+        view = self.view(with_items=True)
+        return view and view.find(name, self.item_roles)
+
+    def wait_for_item(self, name):
+        return wait_for(f"the item {name!r}", lambda: self.item(name))
+
+    def select(self, *names):
+        """Selects just these items."""
+        def selected():
+            for index, name in enumerate(names):
+                x, y, width, height = self.wait_for_item(name).extents()
+                if index == 0:
+                    self.focus()
+                click(x + min(width, 60) // 2, y + height // 2, modifier="ctrl" if index else None)
+            try:
+                return wait_for("the selection", lambda: self.has_selected(names), 4)
+            except AssertionError:
+                return False
+        # An item may move away below the pointer while the view is being arranged.
+        wait_for(f"the selection of {names}", selected)
+
+    def select_all(self, count):
+        """Selects everything in the folder, which must be that many items."""
+        self.click_blank()
+        keys("ctrl+a")
+        wait_for(f"the selection of {count} items", lambda: self.has_text(
+            f"{count} items selected", f"Selection: {count} files"))
+
+    def has_selected(self, names):
+        """Whether these are selected, as the file manager tells the user."""
+        if len(names) > 1:
+            return self.has_text(f"{len(names)} items selected", f"Selection: {len(names)} files")
+        return self.has_text(f"“{names[0]}” selected", f'"{names[0]}" selected')
+
+    def has_text(self, *beginnings):
+        """Whether the window's status begins with one of these."""
+        frame = self.frame()
+        return frame is not None and any(
+            node.name.startswith(beginnings) for node in frame.find_all(roles={"statusbar", "label"}))
+
+    def click_blank(self, button=1):
+        """A click beside all items."""
+        x, y, width, height = wait_for("the view", self.view).extents()
+        self.focus()
+        click(x + width - 40, y + height - 40, button)
+
+    def focus(self):
+        """Brings the window that is being used before all others."""
+        window = wait_for("a window to focus", lambda: subprocess.run(
+            ["xdotool", "search", "--onlyvisible", "--name", f"^{self.folder_name}( - .*)?$"],
+            capture_output=True, text=True, check=False).stdout.split())[0]
+        subprocess.run(["xdotool", "windowraise", window, "windowfocus", "--sync", window],
+                       check=True)
+
+    # The context menu.
+
+    def open_menu(self):
+        """Of what is selected; its entries."""
+        keys("shift+F10")
+        return self.wait_for_menu()
+
+    def open_background_menu(self):
+        self.click_blank(button=3)
+        return self.wait_for_menu()
+
+    def wait_for_menu(self):
+        return wait_for("the menu", self.menu)
+
+    def close_menu(self):
+        def closed():
+            if self.menu() is None:
+                return True
+            keys("Escape")
+            return False
+        wait_for("the end of the menu", closed)
+
+    def menu(self):
+        """The open menu, as an entry; None without one."""
+        for window in self.look().children:
+            if window.role == "window":
+                menu = window.find(roles={"menu"})
+                if menu is not None and menu.has(accessible.SHOWING):
+                    return Entry(menu, [entry_of(node) for node in entry_nodes(menu)])
+        return None
+
+    def entry(self, *titles):
+        """The entry of the open menu with these titles on the way to it; None without it. A number
+        stands for the entry of any title at that place."""
+        entry = self.menu()
+        for title in titles:
+            if entry is None or entry.entries is None:
+                return None
+            if isinstance(title, int):
+                entry = entry.entries[title] if title < len(entry.entries) else None
+            else:
+                entry = entry.member(title)
+        return entry
+
+    def wait_for_entry(self, *titles):
+        return wait_for(f"the menu entry {titles}", lambda: self.entry(*titles))
+
+    def choose(self, *titles):
+        """Chooses an entry of the open menu by the titles on the way to it."""
+        for depth in range(1, len(titles) + 1):
+            entry = wait_for(f"the menu entry {titles[:depth]} to be seen",
+                             lambda: self.seen_entry(*titles[:depth]))
+            assert entry.is_enabled, f"{titles[:depth]} is disabled"
+            assert entry.node.do_action(), f"{titles[:depth]} cannot be chosen"
+
+    def seen_entry(self, *titles):
+        entry = self.entry(*titles)
+        return entry if entry and entry.node.has(accessible.SHOWING) else None
+
+
+def entry_nodes(node):
+    """The entries of a menu of GTK 3, or of an entry's submenu."""
+    return [child for child in node.children
+            if child.role in MENU_ROLES and child.has(accessible.VISIBLE)]
+
+
+def entry_of(node):
+    return Entry(node, [entry_of(child) for child in entry_nodes(node)]
+                 if node.role == "menu" else None)
+
+
+class Nautilus(FileManager):
+    name = "nautilus"
+    module_folder = f"{LIBRARIES}/nautilus/extensions-4"
+    item_roles = {"grid cell"}
+    view_roles = {"grid"}
+    frame_role = "window"
+    draws_icons = False
+
+    def command(self, folder):
+        return ["nautilus", "--new-window", folder]
+
+    def menu(self):
+        for popover in self.find_all(roles={"menu"}):
+            pages = pages_of(popover)
+            if pages and popover.extents()[2] > 0:
+                return Entry(popover, entries_of_page(pages[0], pages[1:]))
+        return None
+
+    def seen_entry(self, *titles):
+        entry = self.entry(*titles)
+        return entry if entry and entry.node.extents()[2] > 0 else None
+
+
+def pages_of(popover):
+    """The pages of a menu of GTK 4: the main one, and one for each submenu."""
+    stack = popover
+    for _ in range(4):
+        if not stack.children:
+            return []
+        stack = stack.children[0]
+    return [page for page in stack.children if page.find(roles={"menu item"})]
+
+
+def entries_of_page(page, pages):
+    """The entries of a page, but for the one that leads back from it."""
+    entries = []
+    for node in page.find_all(roles={"menu item"}):
+        if node in page.children:
+            continue
+        has_submenu = node.find("GtkBuiltinIcon") is not None
+        entries.append(Entry(node, next(
+            (entries_of_page(other, pages) for other in pages
+             if other.children[0].name == node.name), []) if has_submenu else None))
+    return entries
+
+
+class Caja(FileManager):
+    name = "caja"
+    module_folder = f"{LIBRARIES}/caja/extensions-2.0"
+    item_roles = {"icon"}
+    view_roles = {"layered pane"}
+
+    def command(self, folder):
+        return ["caja", "--no-desktop", "--geometry=1100x700", folder]
+
+
+class Nemo(FileManager):
+    name = "nemo"
+    module_folder = f"{LIBRARIES}/nemo/extensions-3.0"
+
+    def __init__(self, desktop):
+        super().__init__(desktop)
+        desktop.write(".config/glib-2.0/settings/keyfile",
+                      "[org/nemo/preferences]\ndefault-folder-viewer='list-view'\n")
+
+    def command(self, folder):
+        return ["nemo", "--no-desktop", "--geometry=1000x700", folder]
+
+
+class Thunar(FileManager):
+    name = "thunar"
+    module_folder = f"{LIBRARIES}/thunarx-3"
+    shows_disabled_entries = False
+
+    def command(self, folder):
+        return ["thunar", folder]
+
+    def open(self, folder=None):
+        subprocess.run(["xfconf-query", "-c", "thunar", "-p", "/last-view", "-n", "-t", "string",
+                        "-s", "ThunarDetailsView"], check=True)
+        super().open(folder)
+
+    def has_selected(self, names):
+        if len(names) > 1:
+            return super().has_selected(names)
+        view = self.view(with_items=True)
+        return view is not None and names[0] in {
+            node.name for node in view.walk() if node.has(accessible.SELECTED)}
+
+
+MANAGERS = {manager.name: manager for manager in (Nautilus, Caja, Nemo, Thunar)}

@@ -1,0 +1,68 @@
+"""The button with a menu of its own, in the file managers that have a place for one."""
+import accessible
+from desktop import wait_for
+from desktop_test import DesktopTest, main
+
+
+class ToolbarTest(DesktopTest):
+    def button(self):
+        """The button above the files; None while it is not shown."""
+        frame = self.manager.frame()
+        return frame and next(
+            (node for node in reversed(frame.find_all("Tervano", {"push button"}))
+             if node.has(accessible.SHOWING)), None)
+
+    def open_toolbar_menu(self):
+        button = wait_for("the button", self.button)
+        self.assertTrue(button.do_action())
+        return self.manager.wait_for_menu()
+
+    def test_the_button_is_shown_while_it_is_wanted(self):
+        self.manager.open()
+        wait_for("the button", self.button)
+        # What has a toolbar item beside it keeps that one until another folder is shown.
+        items = self.toolbar_items()
+        self.desktop.tervano("prefs", "set", "showIconInToolbar", "no")
+        wait_for("the end of the button", lambda: len(self.buttons()) == items)
+        self.desktop.tervano("prefs", "set", "showIconInToolbar", "yes")
+        wait_for("the button again", lambda: len(self.buttons()) == items + 1)
+
+    def buttons(self):
+        frame = self.manager.frame()
+        return [node for node in frame.find_all("Tervano", {"push button"})
+                if node.has(accessible.SHOWING)]
+
+    def toolbar_items(self):
+        return sum(len(bar.find_all("Tervano", {"push button"}))
+                   for bar in self.manager.find_all(roles={"tool bar"}))
+
+    def test_the_menu_without_actions_says_so(self):
+        self.desktop.tervano("disable", self.add_move("Move away"))
+        self.manager.open()
+        menu = self.open_toolbar_menu()
+        self.assertEqual(menu.titles(), ["No Actions Enabled"])
+        self.assertFalse(menu.entries[0].is_enabled)
+
+    def test_the_menu_has_no_wrapper_and_acts_on_the_folder(self):
+        self.add_move("Move away")
+        group = self.desktop.tervano("add", "group-move", "--title", "Sort")
+        self.add_move("Member", "--into", group)
+        self.manager.open()
+        menu = self.open_toolbar_menu()
+        self.assertEqual(menu.titles(), ["Move away", "Sort"])
+        self.manager.choose("Sort", "Member")
+        wait_for("the move", (self.desktop.target / "files" / "alpha.txt").exists)
+
+    def test_what_is_no_longer_selected_is_left_alone(self):
+        self.add_move("Move away")
+        self.manager.open()
+        self.manager.select("alpha.txt")
+        self.manager.click_blank()
+        wait_for("the end of the selection", lambda: not self.manager.has_selected(["alpha.txt"]))
+        self.open_toolbar_menu()
+        self.manager.choose("Move away")
+        wait_for("the move", (self.desktop.target / "files" / "alpha.txt").exists)
+
+
+if __name__ == "__main__":
+    main()
