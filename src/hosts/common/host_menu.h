@@ -23,18 +23,25 @@ namespace tervano {
 //     static Item* newItem(const char* name, const char* label, const char* iconPath);
 //     static void disable(Item*);
 //     static Submenu* newSubmenu();                          // a new reference
-//     static void append(Submenu*, Item*);                   // takes no reference of ours
+//     static void append(Submenu*, Item*);                   // with a reference of its own
 //     static void setSubmenu(Item*, Submenu*);
 //     static constexpr bool kNeedsDistinctLabels;            // of submenus, ever
 //     static constexpr HostExtension::Icons kIcons;
 //   };
+
+// The path on this machine; null without one. What lies in the trash belongs to the trash alone,
+// even where its place is a folder as well.
+inline GCharPtr localPathOf(GFile* location) {
+  if (g_file_has_uri_scheme(location, "trash") != FALSE) return nullptr;
+  return GCharPtr(g_file_get_path(location));
+}
 
 // The item of a file; what has no path on this machine keeps its own URL, which no menu acts on.
 template <typename Host>
 SelectedItem selectedItemOf(typename Host::FileInfo* file) {
   const GObjectPtr<GFile> location(Host::location(file));
   if (location == nullptr) return {Url("about:blank"), std::nullopt};
-  const GCharPtr path(g_file_get_path(location.get()));
+  const GCharPtr path = localPathOf(location.get());
   const bool isDirectory = Host::isDirectory(file);
   if (path != nullptr) return {Url::fileURLWithPath(path.get(), isDirectory), isDirectory};
   const GCharPtr uri(g_file_get_uri(location.get()));
@@ -50,6 +57,26 @@ SelectedItems selectedItemsOf(GList* files) {
   return items;
 }
 
+// Whether the file manager's library never lets go of a submenu's members, as some versions do;
+// asked of the library itself.
+template <typename Host>
+bool keepsMembersForEver() {
+  static const bool keeps = [] {
+    gpointer member = Host::newItem("Tervano::member", "", nullptr);
+    auto* const item = static_cast<typename Host::Item*>(member);
+    g_object_add_weak_pointer(G_OBJECT(item), &member);
+    auto* const submenu = Host::newSubmenu();
+    Host::append(submenu, item);
+    g_object_unref(item);
+    g_object_unref(submenu);
+    if (member == nullptr) return false;
+    g_object_remove_weak_pointer(G_OBJECT(item), &member);
+    g_object_unref(item);
+    return true;
+  }();
+  return keeps;
+}
+
 // Builds one menu's items. File managers know an item by its name, and some keep the items of the
 // selection and of the folder in one table: `kind` is the part of the name that tells them apart.
 template <typename Host>
@@ -62,44 +89,61 @@ class HostMenuBuilder {
 
   // A list of new items, owned by the caller.
   GList* itemsOf(const Menu& menu) {
-    GList* items = nullptr;
+    std::unique_ptr<GList, FreeItems> items;
     for (const auto& item : menu.items) {
       if (isEmpty(item)) continue;
-      items = g_list_prepend(items, itemOf(item));
+      ItemPtr made = itemOf(item);
+      items.reset(g_list_prepend(items.release(), made.release()));
     }
-    return g_list_reverse(items);
+    return g_list_reverse(items.release());
   }
 
  private:
+  using ItemPtr = GObjectPtr<Item>;
+  struct FreeItems {
+    void operator()(GList* items) const { g_list_free_full(items, g_object_unref); }
+  };
+
   // A submenu in which nothing fits, which file managers show in different odd ways.
   static bool isEmpty(const MenuItem& item) {
     return item.submenu != nullptr && item.submenu->items.empty();
   }
 
-  Item* itemOf(const MenuItem& item) {
+  ItemPtr itemOf(const MenuItem& item) {
     std::string label = menuLabel(item.title);
     if (Host::kNeedsDistinctLabels && item.submenu != nullptr) label = distinctLabel(label);
     const std::string name = "Tervano::" + kind_ + "::" + std::to_string(++count_) +
                              (item.action ? "::" + *item.action : std::string());
     const std::string icon = extension_.iconPathOf(item.image);
-    Item* const made =
-        Host::newItem(name.c_str(), label.c_str(), icon.empty() ? nullptr : icon.c_str());
-    if (!item.enabled) Host::disable(made);
+    ItemPtr made(Host::newItem(name.c_str(), label.c_str(), icon.empty() ? nullptr : icon.c_str()));
+    if (!item.enabled) Host::disable(made.get());
     if (item.submenu != nullptr) {
-      typename Host::Submenu* const submenu = Host::newSubmenu();
-      for (const auto& member : item.submenu->items) {
-        if (isEmpty(member)) continue;
-        Item* const child = itemOf(member);
-        Host::append(submenu, child);
-        g_object_unref(child);
-      }
-      Host::setSubmenu(made, submenu);
-      g_object_unref(submenu);
+      const GObjectPtr<typename Host::Submenu> submenu(Host::newSubmenu());
+      appendMembers(*item.submenu, submenu.get());
+      Host::setSubmenu(made.get(), submenu.get());
     } else if (item.action) {
-      g_signal_connect_data(made, "activate", G_CALLBACK(activated), new Choice{&extension_, item},
-                            freeChoice, static_cast<GConnectFlags>(0));
+      g_signal_connect_data(made.get(), "activate", G_CALLBACK(activated),
+                            new Choice{&extension_, item}, freeChoice,
+                            static_cast<GConnectFlags>(0));
     }
     return made;
+  }
+
+  void appendMembers(const Menu& menu, typename Host::Submenu* submenu) {
+    // References that the library forgets go with the submenu.
+    GPtrArray* forgotten = nullptr;
+    if (keepsMembersForEver<Host>()) {
+      forgotten = g_ptr_array_new_with_free_func(g_object_unref);
+      g_object_set_data_full(G_OBJECT(submenu), "tervano-members", forgotten, [](gpointer members) {
+        g_ptr_array_unref(static_cast<GPtrArray*>(members));
+      });
+    }
+    for (const auto& member : menu.items) {
+      if (isEmpty(member)) continue;
+      const ItemPtr child = itemOf(member);
+      Host::append(submenu, child.get());
+      if (forgotten != nullptr) g_ptr_array_add(forgotten, child.get());
+    }
   }
 
   // What an item does, with the selection that it was built for.

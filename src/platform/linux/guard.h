@@ -7,6 +7,14 @@
 
 namespace tervano {
 
+// Logs an exception that was caught in `place`; drops it when there is no memory even for that.
+inline void logUncaught(const char* place, const char* what) noexcept {
+  try {
+    log(std::string("Uncaught exception in ") + place + (*what == '\0' ? "" : ": ") + what);
+  } catch (...) {
+  }
+}
+
 // Runs `call` where no exception may pass, such as a C library's callback; an exception is logged
 // with `place` and dropped. Answers whether none was thrown.
 template <typename Call>
@@ -15,9 +23,9 @@ bool guarded(const char* place, Call&& call) noexcept {
     call();
     return true;
   } catch (const std::exception& exception) {
-    log(std::string("Uncaught exception in ") + place + ": " + exception.what());
+    logUncaught(place, exception.what());
   } catch (...) {
-    log(std::string("Uncaught exception in ") + place);
+    logUncaught(place, "");
   }
   return false;
 }

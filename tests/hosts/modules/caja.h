@@ -1,0 +1,34 @@
+#pragma once
+
+#include <gio/gio.h>
+extern "C" {
+#include <libcaja-extension/caja-extension-types.h>
+#include <libcaja-extension/caja-file-info.h>
+#include <libcaja-extension/caja-menu-provider.h>
+#include <libcaja-extension/caja-menu.h>
+}
+
+namespace tervano::test {
+
+// What differs between the file managers that load a module, here of Caja.
+struct Manager {
+  static constexpr char kEntries[] = "caja_module_";
+  static constexpr bool kDrawsWithGtk3 = true;
+  static constexpr bool kDrawsIcons = true;
+
+  using FileInfo = CajaFileInfo;
+  using FileInfoInterface = CajaFileInfoIface;
+  static GType fileInfoType() { return CAJA_TYPE_FILE_INFO; }
+
+  static GList* fileItems(gpointer provider, GList* files) {
+    return CAJA_MENU_PROVIDER_GET_IFACE(provider)->get_file_items(CAJA_MENU_PROVIDER(provider),
+                                                                  nullptr, files);
+  }
+  static GList* folderItems(gpointer provider, FileInfo* folder) {
+    return CAJA_MENU_PROVIDER_GET_IFACE(provider)->get_background_items(
+        CAJA_MENU_PROVIDER(provider), nullptr, folder);
+  }
+  static GList* itemsOfSubmenu(gpointer menu) { return caja_menu_get_items(CAJA_MENU(menu)); }
+};
+
+}  // namespace tervano::test

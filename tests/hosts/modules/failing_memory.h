@@ -1,0 +1,18 @@
+#pragma once
+
+namespace tervano::test {
+
+// Lets `operator new` throw on this thread from the allocation of that number on, for as long as it
+// lives: 0 is the next one.
+class FailingMemory {
+ public:
+  explicit FailingMemory(int allocation);
+  FailingMemory(const FailingMemory&) = delete;
+  FailingMemory& operator=(const FailingMemory&) = delete;
+  ~FailingMemory();
+
+  // Whether anything was refused.
+  static bool hasFailed();
+};
+
+}  // namespace tervano::test

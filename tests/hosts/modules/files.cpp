@@ -1,0 +1,118 @@
+#include "tests/hosts/modules/files.h"
+
+#include TERVANO_MANAGER
+
+namespace tervano::test {
+
+namespace {
+
+struct File {
+  GObject parent;
+  GFile* location;
+  gboolean isDirectory;
+};
+struct FileClass {
+  GObjectClass parent;
+};
+
+File* of(gpointer object) {
+  return static_cast<File*>(object);
+}
+
+char* uriOf(const File* file) {
+  return file->location == nullptr ? g_strdup("") : g_file_get_uri(file->location);
+}
+
+void finalizeFile(GObject* object) {
+  g_clear_object(&of(object)->location);
+  static_cast<GObjectClass*>(g_type_class_peek(G_TYPE_OBJECT))->finalize(object);
+}
+
+void initFileInfo(gpointer data, gpointer /*data*/) {
+  auto* const interface = static_cast<Manager::FileInfoInterface*>(data);
+  interface->get_location = [](Manager::FileInfo* file) -> GFile* {
+    GFile* const location = of(file)->location;
+    return location == nullptr ? nullptr : G_FILE(g_object_ref(location));
+  };
+  interface->is_directory = [](Manager::FileInfo* file) { return of(file)->isDirectory; };
+  interface->get_uri = [](Manager::FileInfo* file) { return uriOf(of(file)); };
+}
+
+GType fileType() {
+  static const GType type = [] {
+    const GType made = g_type_register_static_simple(
+        G_TYPE_OBJECT, "TervanoTestFile", sizeof(FileClass),
+        [](gpointer type, gpointer) { static_cast<GObjectClass*>(type)->finalize = finalizeFile; },
+        sizeof(File), nullptr, static_cast<GTypeFlags>(0));
+    const GInterfaceInfo interface { initFileInfo, nullptr, nullptr };
+    g_type_add_interface_static(made, Manager::fileInfoType(), &interface);
+    return made;
+  }();
+  return type;
+}
+
+struct Trashed {
+  GObject parent;
+  char* name;
+  char* path;
+};
+
+void initLocation(gpointer data, gpointer /*data*/) {
+  auto* const interface = static_cast<GFileIface*>(data);
+  interface->get_path = [](GFile* file) {
+    return g_strdup(reinterpret_cast<Trashed*>(file)->path);
+  };
+  interface->get_uri = [](GFile* file) {
+    return g_strconcat("trash:///", reinterpret_cast<Trashed*>(file)->name, nullptr);
+  };
+  interface->get_uri_scheme = [](GFile*) { return g_strdup("trash"); };
+  interface->has_uri_scheme = [](GFile*, const char* scheme) {
+    return static_cast<gboolean>(g_strcmp0(scheme, "trash") == 0);
+  };
+  interface->is_native = [](GFile*) -> gboolean { return FALSE; };
+}
+
+GType trashedType() {
+  static const GType type = [] {
+    const GType made = g_type_register_static_simple(
+        G_TYPE_OBJECT, "TervanoTestTrashed", sizeof(FileClass),
+        [](gpointer type, gpointer) {
+          static_cast<GObjectClass*>(type)->finalize = [](GObject* object) {
+            g_free(reinterpret_cast<Trashed*>(object)->name);
+            g_free(reinterpret_cast<Trashed*>(object)->path);
+            static_cast<GObjectClass*>(g_type_class_peek(G_TYPE_OBJECT))->finalize(object);
+          };
+        },
+        sizeof(Trashed), nullptr, static_cast<GTypeFlags>(0));
+    const GInterfaceInfo interface { initLocation, nullptr, nullptr };
+    g_type_add_interface_static(made, G_TYPE_FILE, &interface);
+    return made;
+  }();
+  return type;
+}
+
+}  // namespace
+
+GObject* newFile(GFile* location, bool isDirectory) {
+  auto* const file = static_cast<GObject*>(g_object_new(fileType(), nullptr));
+  of(file)->location = location;
+  of(file)->isDirectory = isDirectory ? TRUE : FALSE;
+  return file;
+}
+
+GFile* newTrashed(const std::string& name, const std::string& path) {
+  auto* const file = static_cast<Trashed*>(g_object_new(trashedType(), nullptr));
+  file->name = g_strdup(name.c_str());
+  file->path = g_strdup(path.c_str());
+  return reinterpret_cast<GFile*>(file);
+}
+
+Files& Files::addMany(const std::string& folder, int count) {
+  for (int i = 0; i < count; ++i) {
+    const std::string name = folder + "/" + std::to_string(i) + (i % 3 == 0 ? ".txt" : "");
+    list_ = g_list_prepend(list_, newLocalFile(name, i % 3 == 1));
+  }
+  return *this;
+}
+
+}  // namespace tervano::test

@@ -1,0 +1,432 @@
+#include "tests/hosts/modules/module.h"
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "platform/linux/glib_handles.h"
+#include "tests/companion/tervano_program.h"
+#include "tests/hosts/modules/failing_memory.h"
+#include "tests/hosts/modules/files.h"
+#include "tests/hosts/modules/items.h"
+
+#include TERVANO_MANAGER
+
+namespace tervano::test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// What the tests of one program share, as a file manager's process does: the extension that the
+// module starts is never ended.
+struct Process {
+  static Process& shared() {
+    static auto& process = *new Process;
+    return process;
+  }
+  Process() {
+    home.home().setVariable("XDG_DATA_DIRS", "/usr/share");
+    home.home().setVariable("LC_ALL", "C.UTF-8");
+  }
+
+  ProgramHome home;
+};
+
+std::string outputOf(const std::string& program, std::vector<std::string> words) {
+  ProgramStart start;
+  start.path = program;
+  start.arguments = std::move(words);
+  start.seconds = 60;
+  const auto outcome = runProgram(start);
+  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  return outcome.output;
+}
+
+// Runs the process's main loop until `done`, also asked now and then, answers true, at most ten
+// seconds; answers whether it did.
+bool waitUntil(const std::function<bool()>& done) {
+  const gint64 end = g_get_monotonic_time() + 10 * G_USEC_PER_SEC;
+  const guint tick = g_timeout_add(
+      5, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
+  bool isDone = done();
+  while (!isDone && g_get_monotonic_time() < end) {
+    g_main_context_iteration(nullptr, TRUE);
+    isDone = done();
+  }
+  g_source_remove(tick);
+  return isDone;
+}
+
+// The text of a menu, icons left out where the file manager draws none.
+std::string drawn(std::string text) {
+  if (!Manager::kDrawsIcons) std::erase(text, '@');
+  return text;
+}
+
+}  // namespace
+
+class ModuleTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    fs::remove_all(home_.container());
+    home_.succeed({"prefs", "set", "useSubmenu", "yes"});
+    module_ = std::make_unique<Module>();
+    provider_.reset(module_->newProvider());
+    files_.add(newLocalFile(home_.file("one.txt")));
+  }
+
+  std::string add(std::vector<std::string> words) const {
+    words.insert(words.begin(), "add");
+    return home_.succeed(std::move(words));
+  }
+  std::string addMove(const std::string& title, std::vector<std::string> options = {}) const {
+    std::vector<std::string> words = {"move", "--title", title, "--to", home_.folder("to")};
+    words.insert(words.end(), options.begin(), options.end());
+    return add(std::move(words));
+  }
+
+  GList* request(const Files& files) const {
+    return Manager::fileItems(provider_.get(), files.list());
+  }
+  std::string textOf(const Files& files) const { return Items(request(files)).text(); }
+  // The same once the list is what it is expected to be: changes arrive as messages, and icons are
+  // drawn meanwhile.
+  std::string textOnceItIs(const std::string& text, const Files& files) const {
+    std::string found;
+    static_cast<void>(waitUntil([&] { return (found = textOf(files)) == text; }));
+    return found;
+  }
+  std::string textOnceItIs(const std::string& text) const { return textOnceItIs(text, files_); }
+
+  GList* requestForFolder(GObject* folder) const {
+    return Manager::folderItems(provider_.get(), reinterpret_cast<Manager::FileInfo*>(folder));
+  }
+
+  // The paths of each choice that was handed over.
+  std::set<std::vector<std::string>> handedOver() const {
+    std::set<std::vector<std::string>> choices;
+    for (const auto& file : fs::directory_iterator(home_.container())) {
+      if (file.path().filename().string().size() != 36) continue;
+      choices.insert(nlohmann::json::parse(contentsOf(file.path())).at("paths"));
+    }
+    return choices;
+  }
+
+  ProgramHome& home_ = Process::shared().home;
+  std::unique_ptr<Module> module_;
+  GObjectPtr<GObject> provider_;
+  Files files_;
+};
+
+TEST_F(ModuleTest, ItExportsItsEntryFunctionsAndNothingElse) {
+  std::istringstream lines(
+      outputOf("/usr/bin/nm", {"--dynamic", "--defined-only", "--format=posix", Module::path()}));
+  std::set<std::string> names;
+  for (std::string line; std::getline(lines, line);) names.insert(line.substr(0, line.find(' ')));
+  const std::string entries = Manager::kEntries;
+  EXPECT_EQ(names, (std::set<std::string>{entries + "initialize", entries + "list_types",
+                                          entries + "shutdown"}));
+}
+
+TEST_F(ModuleTest, ItBringsNoToolkitButTheFileManagersOwn) {
+  const std::string libraries = Module::loadedLibraries();
+  EXPECT_NE(libraries.find(Module::path()), std::string::npos);
+  EXPECT_EQ(libraries.find("libgtk-3.so") != std::string::npos, Manager::kDrawsWithGtk3)
+      << libraries;
+  for (const char* toolkit : {"libgtk-4", "libgtk-x11-2", "libQt5", "libQt6"}) {
+    EXPECT_EQ(libraries.find(toolkit), std::string::npos) << toolkit;
+  }
+}
+
+TEST_F(ModuleTest, ItIsLoadedUnloadedAndLoadedAgain) {
+  addMove("Away");
+  const std::string text = drawn("Tervano@[Away@]");
+  ASSERT_EQ(textOnceItIs(text), text);
+  for (int i = 0; i < 100; ++i) {
+    provider_.reset();
+    module_.reset();
+    // The code stays for what still calls it: messages, threads, items that are kept.
+    EXPECT_NE(Module::loadedLibraries().find(Module::path()), std::string::npos);
+    module_ = std::make_unique<Module>();
+    provider_.reset(module_->newProvider());
+    ASSERT_EQ(textOf(files_), text);
+  }
+}
+
+TEST_F(ModuleTest, AnItemThatIsKeptWorksAfterTheModuleWasUnloaded) {
+  addMove("Away");
+  const std::string text = drawn("Tervano@[Away@]");
+  ASSERT_EQ(textOnceItIs(text), text);
+  const Items items(request(files_));
+  provider_.reset();
+  module_.reset();
+  ASSERT_TRUE(items.choose("Away"));
+  EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{{home_.path() + "/one.txt"}}));
+}
+
+TEST_F(ModuleTest, AGroupIsASubmenuInsideTheWrapperAndUnderscoresAreDoubled) {
+  const std::string group = add({"group-move", "--title", "Sort_by"});
+  addMove("_Away", {"--into", group});
+  addMove("<b>Alone</b> & more");
+  const std::string text = drawn("Tervano@[Sort__by@[__Away@],<b>Alone</b> & more@]");
+  EXPECT_EQ(textOnceItIs(text), text);
+}
+
+TEST_F(ModuleTest, WithoutTheWrapperTheEntriesStandAlone) {
+  home_.succeed({"prefs", "set", "useSubmenu", "no"});
+  addMove("Away");
+  addMove("Farther");
+  EXPECT_EQ(textOnceItIs(drawn("Away@,Farther@")), drawn("Away@,Farther@"));
+}
+
+TEST_F(ModuleTest, WithoutAFittingActionThereIsNoEntry) {
+  addMove("Pictures", {"--types", "public.image"});
+  Files pictures;
+  pictures.add(newLocalFile("/folder/one.png"));
+  ASSERT_EQ(textOnceItIs(drawn("Tervano@[Pictures@]"), pictures), drawn("Tervano@[Pictures@]"));
+  EXPECT_EQ(textOf(files_), "");
+}
+
+TEST_F(ModuleTest, TheBackgroundMenuActsOnTheFolder) {
+  addMove("Away");
+  ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
+  const GObjectPtr<GObject> folder(newLocalFile(home_.folder("folder"), true));
+  const Items items(requestForFolder(folder.get()));
+  ASSERT_TRUE(items.choose("Away"));
+  EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{{home_.path() + "/folder"}}));
+}
+
+TEST_F(ModuleTest, AnEntryChosenOnItemsOfTheTrashTouchesNothing) {
+  add({"secure-delete", "--title", "Delete"});
+  ASSERT_EQ(textOnceItIs(drawn("Tervano@[Delete@]")), drawn("Tervano@[Delete@]"));
+  home_.succeed({"prefs", "set", "useSubmenu", "no"});
+  ASSERT_EQ(textOnceItIs(drawn("Delete@")), drawn("Delete@"));
+  // As a virtual file system lists it, and as one does that is mounted as well.
+  for (GFile* location :
+       {g_file_new_for_uri("trash:///one.txt"), newTrashed("one.txt", home_.path() + "/one.txt")}) {
+    Files trashed;
+    trashed.add(newFile(location, false));
+    const Items items(request(trashed));
+    EXPECT_TRUE(items.isNull()) << items.text();
+    items.choose("Delete");
+    const GObjectPtr<GObject> folder(
+        newFile(newTrashed("", home_.folder(".local/share/Trash/files")), true));
+    EXPECT_TRUE(Items(requestForFolder(folder.get())).isNull());
+  }
+  EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{}));
+}
+
+TEST_F(ModuleTest, OnlyTheLocalItemsOfASelectionAreActedOn) {
+  addMove("Away");
+  files_.add(newFile(g_file_new_for_uri("trash:///two.txt"), false))
+      .add(newFile(newTrashed("three.txt", home_.path() + "/three.txt"), false))
+      .add(newFile(g_file_new_for_uri("sftp://host/four.txt"), false))
+      .add(newFile(nullptr, false));
+  ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
+  ASSERT_TRUE(Items(request(files_)).choose("Away"));
+  EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{{home_.path() + "/one.txt"}}));
+}
+
+TEST_F(ModuleTest, EntriesOfTwoWindowsKeepTheirSelections) {
+  addMove("Away");
+  ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
+  Files others;
+  others.add(newLocalFile(home_.file("b #1%.txt"))).add(newLocalFile(home_.file("ä.txt")));
+  const Items first(request(files_));
+  const Items second(request(others));
+  ASSERT_TRUE(first.choose("Away"));
+  EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{{home_.path() + "/one.txt"}}));
+  ASSERT_TRUE(second.choose("Away"));
+  EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{
+                              {home_.path() + "/one.txt"},
+                              {home_.path() + "/b #1%.txt", home_.path() + "/ä.txt"}}));
+}
+
+TEST_F(ModuleTest, OddFilesDoNoHarm) {
+  addMove("Away");
+  ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
+  EXPECT_TRUE(Items(Manager::fileItems(provider_.get(), nullptr)).isNull());
+  EXPECT_TRUE(Items(Manager::folderItems(provider_.get(), nullptr)).isNull());
+  Files nowhere;
+  nowhere.add(newFile(nullptr, true));
+  EXPECT_TRUE(Items(request(nowhere)).isNull());
+  Files notText;
+  notText.add(newLocalFile(home_.path() + "/bad \xff\xfe.txt"));
+  const Items items(request(notText));
+  ASSERT_TRUE(items.choose("Away"));
+  EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{}));
+}
+
+TEST_F(ModuleTest, ChangesOfTheListAndOfPreferencesAreSeenAndTold) {
+  int told = 0;
+  const bool isTelling = g_signal_lookup("items-updated", G_OBJECT_TYPE(provider_.get())) != 0;
+  if (isTelling) {
+    g_signal_connect_data(provider_.get(), "items-updated",
+                          G_CALLBACK(+[](GObject*, int* count) { ++*count; }), &told, nullptr,
+                          static_cast<GConnectFlags>(0));
+  }
+  addMove("Away");
+  ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
+  EXPECT_EQ(isTelling, waitUntil([&] { return told > 0 || !isTelling; }) && isTelling);
+  told = 0;
+  addMove("Farther");
+  EXPECT_EQ(textOnceItIs(drawn("Tervano@[Away@,Farther@]")), drawn("Tervano@[Away@,Farther@]"));
+  EXPECT_TRUE(waitUntil([&] { return told > 0 || !isTelling; }));
+  told = 0;
+  home_.succeed({"prefs", "set", "useSubmenu", "no"});
+  EXPECT_EQ(textOnceItIs(drawn("Away@,Farther@")), drawn("Away@,Farther@"));
+  EXPECT_TRUE(waitUntil([&] { return told > 0 || !isTelling; }));
+}
+
+TEST_F(ModuleTest, AListThatIsBrokenWhileItRunsDoesNoHarm) {
+  addMove("Away");
+  const std::string text = drawn("Tervano@[Away@]");
+  ASSERT_EQ(textOnceItIs(text), text);
+  const std::string good = contentsOf(home_.listFile());
+  for (const std::string& junk : {std::string(), std::string("junk"), good.substr(0, 100),
+                                  "bplist00" + std::string(64, '\xff')}) {
+    std::ofstream(home_.listFile(), std::ios::binary) << junk;
+    home_.succeed({"post", "TVDidChangeNotification"});
+    EXPECT_EQ(textOnceItIs(""), "");
+    std::ofstream(home_.listFile(), std::ios::binary) << good;
+    home_.succeed({"post", "TVDidChangeNotification"});
+    EXPECT_EQ(textOnceItIs(text), text);
+  }
+}
+
+TEST_F(ModuleTest, AChoiceAfterTheContainerWasDeletedDoesNoHarm) {
+  addMove("Away");
+  ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
+  const Items items(request(files_));
+  fs::remove_all(home_.container());
+  EXPECT_TRUE(items.choose("Away"));
+  Items(request(files_)).choose("Away");
+  EXPECT_TRUE(exists(home_.path() + "/one.txt"));
+  addMove("Another");
+  EXPECT_EQ(textOnceItIs(drawn("Tervano@[Another@]")), drawn("Tervano@[Another@]"));
+}
+
+TEST_F(ModuleTest, EveryItemEndsWithItsMenu) {
+  const std::string group = add({"group-move", "--title", "Sort"});
+  addMove("Away", {"--into", group});
+  addMove("Farther", {"--into", group});
+  addMove("Alone");
+  const std::string text = drawn("Tervano@[Sort@[Away@,Farther@],Alone@]");
+  ASSERT_EQ(textOnceItIs(text), text);
+  int living = 0;
+  {
+    const Items items(request(files_));
+    items.countIn(living);
+    // The wrapper, the group, and their submenus; three actions.
+    EXPECT_EQ(living, 7);
+  }
+  EXPECT_EQ(living, 0);
+}
+
+TEST_F(ModuleTest, TenThousandRequestsLeaveNothingBehind) {
+  const std::string group = add({"group-move", "--title", "Sort"});
+  addMove("Away", {"--into", group});
+  const std::string text = drawn("Tervano@[Sort@[Away@]]");
+  ASSERT_EQ(textOnceItIs(text), text);
+  constexpr int kSizes[] = {0, 1, 10, 100, 1'000, 10'000};
+  std::map<int, Files> selections;
+  for (const int size : kSizes) selections[size].addMany("/folder", size);
+  const auto request = [&](int number) {
+    // Most are small, as they are in life.
+    const int size = number % 100 == 0 ? 10'000 : number % 20 == 0 ? 1'000 : kSizes[number % 4];
+    ASSERT_EQ(textOf(selections[size]), size == 0 ? "" : text);
+  };
+  for (int i = 0; i < 400; ++i) request(i);
+  malloc_trim(0);
+  const auto bytes = mallinfo2().uordblks;
+  for (int i = 0; i < 10'000; ++i) request(i);
+  EXPECT_LT(mallinfo2().uordblks, bytes + 100'000);
+}
+
+TEST_F(ModuleTest, ARequestThatRunsOutOfMemoryThrowsNothing) {
+  const std::string group = add({"group-move", "--title", "Sort"});
+  addMove("Away", {"--into", group});
+  const std::string text = drawn("Tervano@[Sort@[Away@]]");
+  ASSERT_EQ(textOnceItIs(text), text);
+  int allocation = 0;
+  for (bool hasFailed = true; hasFailed; ++allocation) {
+    GList* answer = nullptr;
+    {
+      const FailingMemory failing(allocation);
+      answer = request(files_);
+      hasFailed = FailingMemory::hasFailed();
+    }
+    const std::string found = Items(answer).text();
+    EXPECT_EQ(found, hasFailed ? "" : text) << allocation;
+    ASSERT_LT(allocation, 10'000);
+  }
+  // Of what had to be allocated, at least the selection and each item.
+  EXPECT_GT(allocation, 5);
+}
+
+// The names of the system calls that the process itself made between two marks, memory and locks
+// aside, each in a line; one text for each request.
+std::vector<std::string> systemCallsOf(const std::string& trace) {
+  const std::set<std::string> notCounted = {"brk",     "mmap",     "munmap", "mremap",
+                                            "madvise", "mprotect", "futex"};
+  std::vector<std::string> requests;
+  std::istringstream lines(trace);
+  std::string process;
+  bool isInside = false;
+  for (std::string line; std::getline(lines, line);) {
+    const std::string id = line.substr(0, line.find(' '));
+    if (process.empty()) process = id;
+    const auto name = line.find_first_not_of(' ', id.size());
+    if (id != process || name == std::string::npos || line[name] == '<' || line[name] == '+' ||
+        line[name] == '-') {
+      continue;
+    }
+    if (line.find("\"/menu-request\"") != std::string::npos) {
+      isInside = !isInside;
+      if (isInside) requests.emplace_back();
+      continue;
+    }
+    const std::string call = line.substr(name, line.find('(') - name);
+    if (isInside && !notCounted.contains(call)) requests.back() += call + "\n";
+  }
+  return requests;
+}
+
+TEST_F(ModuleTest, ARequestStartsNothingWaitsForNothingAndLooksAtNoFile) {
+  const std::string group = add({"group-move", "--title", "Sort"});
+  addMove("Away", {"--into", group});
+  addMove("Pictures", {"--types", "public.image"});
+  const auto requestsFor = [&](int count) {
+    const std::string trace = home_.path() + "/trace";
+    const std::string output = outputOf(
+        "/usr/bin/strace", {"-f", "-o", trace, "--", TERVANO_MENU_REQUESTS, std::to_string(count)});
+    EXPECT_TRUE(output.find("Sort") != std::string::npos) << output;
+    return systemCallsOf(contentsOf(trace));
+  };
+  const auto forOne = requestsFor(1);
+  ASSERT_EQ(forOne.size(), 2u);
+  for (const auto& calls : forOne) {
+    std::istringstream lines(calls);
+    for (std::string call; std::getline(lines, call);) {
+      for (const char* refused :
+           {"fork",    "vfork",  "clone",     "clone3",          "execve",   "execveat",
+            "connect", "sendto", "sendmsg",   "recvmsg",         "recvfrom", "poll",
+            "ppoll",   "select", "nanosleep", "clock_nanosleep", "fsync",    "fdatasync",
+            "syncfs",  "flock",  "wait4",     "waitid",          "rename",   "unlink"}) {
+        EXPECT_NE(call, refused);
+      }
+    }
+  }
+  // Nothing that is done for each item.
+  EXPECT_EQ(requestsFor(10'000), forOne);
+}
+
+}  // namespace tervano::test
