@@ -25,9 +25,12 @@ struct Command {
 std::vector<Command> listCommands();
 std::vector<Command> editCommands();
 std::vector<Command> menuCommands();
+std::vector<Command> explainCommands();
 std::vector<Command> runCommands();
 std::vector<Command> preferenceCommands();
 std::vector<Command> messageCommands();
 std::vector<Command> archiveCommands();
+// Those of all topics.
+std::vector<Command> allCommands();
 
 }  // namespace tervano

@@ -1,8 +1,24 @@
 #include "companion/command_line_selection.h"
 
+#include <map>
+
 #include "companion/arguments.h"
 
 namespace tervano {
+
+MenuKind requireMenuKind(const std::string& name) {
+  static const std::map<std::string, MenuKind> kinds = {
+      {"items", MenuKind::contextualMenuForItems},
+      {"container", MenuKind::contextualMenuForContainer},
+      {"sidebar", MenuKind::contextualMenuForSidebar},
+      {"toolbar", MenuKind::toolbarItemMenu},
+  };
+  const auto kind = kinds.find(name);
+  if (kind == kinds.end()) {
+    throw UsageError("The kinds of menu are items, container, sidebar and toolbar.");
+  }
+  return kind->second;
+}
 
 CommandLineSelection::CommandLineSelection(MenuKind kind,
                                            const std::vector<std::string>& arguments) {

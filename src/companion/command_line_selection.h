@@ -9,6 +9,9 @@
 
 namespace tervano {
 
+// The kind of menu of that name: "items", "container", "sidebar", "toolbar". Throws UsageError.
+MenuKind requireMenuKind(const std::string& name);
+
 // The command line as a file manager: the paths of a command are the selection or, for a folder's
 // background and the sidebar, the targeted folder.
 class CommandLineSelection : public FIFinderSyncController {

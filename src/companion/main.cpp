@@ -1,8 +1,6 @@
-#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <iostream>
-#include <iterator>
 
 #include "actions/register_action_classes.h"
 #include "archive/platform_exception.h"
@@ -16,16 +14,6 @@
 namespace tervano {
 
 namespace {
-
-std::vector<Command> allCommands() {
-  std::vector<Command> all;
-  for (const auto topic : {listCommands, editCommands, menuCommands, runCommands,
-                           preferenceCommands, messageCommands, archiveCommands}) {
-    auto commands = topic();
-    std::move(commands.begin(), commands.end(), std::back_inserter(all));
-  }
-  return all;
-}
 
 std::vector<CommandHelp> helpOf(const std::vector<Command>& commands) {
   std::vector<CommandHelp> help;

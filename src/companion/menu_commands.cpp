@@ -1,7 +1,6 @@
 #include <unistd.h>
 
 #include <iostream>
-#include <map>
 
 #include "companion/action_store.h"
 #include "companion/arguments.h"
@@ -22,16 +21,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr double kHandOffTimeoutSeconds = 30;
-
-const std::map<std::string, MenuKind>& menuKinds() {
-  static const std::map<std::string, MenuKind> kinds = {
-      {"items", MenuKind::contextualMenuForItems},
-      {"container", MenuKind::contextualMenuForContainer},
-      {"sidebar", MenuKind::contextualMenuForSidebar},
-      {"toolbar", MenuKind::toolbarItemMenu},
-  };
-  return kinds;
-}
 
 Json jsonOfMenu(const Menu& menu) {
   auto items = Json::array();
@@ -114,21 +103,17 @@ int handOff(FinderSync& finderSync, const std::string& selector) {
 int menu(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{"kind"}, {"json", "print"}});
   const std::string kindName = arguments.value("kind").value_or("items");
-  const auto kind = menuKinds().find(kindName);
-  if (kind == menuKinds().end()) {
-    throw UsageError("The kinds of menu are items, container, sidebar and toolbar.");
-  }
+  const MenuKind kind = requireMenuKind(kindName);
   if (arguments.has("json") && arguments.has("print")) {
     throw UsageError("Give --json or --print, not both.");
   }
-  const auto selection =
-      std::make_shared<CommandLineSelection>(kind->second, arguments.positional());
+  const auto selection = std::make_shared<CommandLineSelection>(kind, arguments.positional());
   static_cast<UniformTypeTable*>(platform().uniformTypes)->loadDesktopTypes();
   const auto finderSync = FinderSync::create(selection);
   // An extension without a list shows nothing; a person is told why.
   if (!finderSync->actionsArray()) loadActions();
 
-  const Menu built = finderSync->menuForMenuKind(kind->second);
+  const Menu built = finderSync->menuForMenuKind(kind);
   if (arguments.has("json")) {
     Json json;
     json["kind"] = kindName;

@@ -1,4 +1,5 @@
 #include <chrono>
+#include <iostream>
 
 #include "companion/action_driver.h"
 #include "companion/action_store.h"
@@ -7,8 +8,10 @@
 #include "companion/command.h"
 #include "companion/complain.h"
 #include "companion/recording_processes.h"
+#include "companion/rehearsal.h"
 #include "companion/request_receiver.h"
 #include "companion/silent_log.h"
+#include "companion/value_json.h"
 #include "platform/linux/application_service.h"
 #include "platform/log.h"
 #include "platform/platform.h"
@@ -55,8 +58,48 @@ int openURL(const std::vector<std::string>& words) {
   return kExitFailure;
 }
 
+// A word as a shell takes it, so that it is plain where it begins and ends.
+std::string quotedWord(const std::string& word) {
+  std::string quoted = "'";
+  for (const char character : word) {
+    if (character == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += character;
+    }
+  }
+  return quoted + "'";
+}
+
+// Shows what the run would do, and does nothing.
+int rehearse(const TVAction& action, std::vector<std::string> paths, bool asJson) {
+  // Never taken out again: what an action posted may still use it until the process ends.
+  static SilentLog silentLog;
+  static Rehearsal rehearsal(platform());
+  static Platform services = rehearsal.services();
+  services.log = &silentLog;
+  installPlatform(services);
+  std::optional<RunOutcome> ended;
+  runAction(action, std::move(paths), Asker(), [&](const RunOutcome& outcome) { ended = outcome; });
+  platform().runLoop->runMainLoopUntil([&] { return ended.has_value(); }, -1);
+  const auto steps = rehearsal.steps();
+  if (asJson) {
+    auto json = nlohmann::ordered_json::array();
+    for (const auto& step : steps) json.push_back({{"does", step.what}, {"words", step.words}});
+    std::cout << jsonText(json);
+  } else {
+    for (const auto& step : steps) {
+      std::cout << step.what;
+      for (const auto& word : step.words) std::cout << " " << printable(quotedWord(word));
+      std::cout << "\n";
+    }
+  }
+  if (!ended->success) throw CommandError(ended->message);
+  return kExitSuccess;
+}
+
 int run(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {{}, {"yes"}});
+  const Arguments arguments(words, {{}, {"yes", "dry-run", "json"}});
   arguments.requirePositional(1, SIZE_MAX, "The uid of an action");
   const auto place = [&] {
     const ScopedSilence silence;
@@ -67,6 +110,10 @@ int run(const std::vector<std::string>& words) {
        ++path) {
     paths.push_back(absolutePath(*path));
   }
+  if (arguments.has("dry-run")) {
+    return rehearse(*place.action, std::move(paths), arguments.has("json"));
+  }
+  if (arguments.has("json")) throw UsageError("--json goes with --dry-run only.");
   // Never taken out again: what an action posted may still use it until the process ends.
   static RecordingProcesses processes(*platform().processes);
   static Platform services = platform();
@@ -172,11 +219,18 @@ std::vector<Command> runCommands() {
        true},
       {{"run",
         "run an action on files and wait for its end",
-        {"[--yes] UID [PATH...]"},
+        {"[--yes] UID [PATH...]", "--dry-run [--json] UID [PATH...]"},
         {"On a terminal, what removes files for good asks first. A kind of action that does "
          "nothing when it is run says so. A tool that wrote an error, "
          "ended badly or could not be started is a failure too."},
-        {{"--yes", "Asks nothing."}}},
+        {{"--yes", "Asks nothing."},
+         {"--dry-run",
+          "Does nothing, and shows one line for each thing that would be done: \"run\" with the "
+          "program and every argument, \"move\", \"copy\" and \"remove\" with the exact paths, "
+          "\"call\" with the handler of a user script and what it gets, \"open\" and \"attach\" "
+          "with an application and the files, \"show\" with the files that a file manager "
+          "selects. What would fail ends with the reason."},
+         {"--json", "With --dry-run: an array of objects with \"does\" and \"words\"."}}},
        run,
        true},
       {{"service",

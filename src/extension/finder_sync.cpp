@@ -3,11 +3,11 @@
 #include <mutex>
 #include <set>
 
+#include "extension/action_walk.h"
 #include "extension/hand_off.h"
 #include "extension/selection_filter.h"
 #include "messaging/message_identifiers.h"
 #include "model/action_list.h"
-#include "model/tv_action_group.h"
 #include "platform/file_manager.h"
 #include "platform/log.h"
 #include "platform/platform.h"
@@ -61,30 +61,40 @@ MenuItem itemWithSubmenu(std::string title, ImagePtr image, Menu submenu) {
   return item;
 }
 
+// Makes the items of what the walk over the list shows.
+class MenuBuilder {
+ public:
+  explicit MenuBuilder(const SelectedItemsPtr& items) : items_(items) {}
+
+  void show(const std::shared_ptr<TVAction>& action) {
+    menu.items.push_back(itemOfAction(*action, items_));
+  }
+  void showMember(const std::shared_ptr<TVAction>& action) {
+    submenu_.items.push_back(itemOfAction(*action, items_));
+  }
+  void showGroup(const std::shared_ptr<TVAction>& action) {
+    menu.items.push_back(
+        itemWithSubmenu(action->title().value_or(""), action->icon(), std::move(submenu_)));
+    submenu_ = Menu();
+  }
+  void leaveOut(const std::shared_ptr<TVAction>& /*action*/, LeftOut /*why*/) {}
+  void leaveOutMember(const std::shared_ptr<TVAction>& /*action*/, LeftOut /*why*/) {}
+
+  Menu menu;
+
+ private:
+  const SelectedItemsPtr& items_;
+  // Of the group that is walked.
+  Menu submenu_;
+};
+
 // The items of the actions that fit, in the list's order.
 Menu menuOfActions(const ActionList& actions, SelectionFilter& filter,
                    const SelectedItemsPtr& items) {
-  Menu menu;
-  menu.items.reserve(actions.size());
-  for (const auto& action : actions) {
-    if (!action->enabled() || !filter.accepts(action->fileTypes())) continue;
-    const auto* group = dynamic_cast<const TVActionGroup*>(action.get());
-    if (group == nullptr) {
-      menu.items.push_back(itemOfAction(*action, items));
-      continue;
-    }
-    // A member's own file types do not count inside a group.
-    Menu submenu;
-    if (const auto& members = group->workingActionsArray()) {
-      for (const auto& member : *members) {
-        if (member->enabled()) submenu.items.push_back(itemOfAction(*member, items));
-      }
-    }
-    if (submenu.items.empty()) continue;
-    menu.items.push_back(
-        itemWithSubmenu(group->title().value_or(""), group->icon(), std::move(submenu)));
-  }
-  return menu;
+  MenuBuilder builder(items);
+  builder.menu.items.reserve(actions.size());
+  walkActions(actions, filter, builder);
+  return std::move(builder.menu);
 }
 
 }  // namespace

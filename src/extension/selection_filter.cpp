@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
+#include <iterator>
 #include <unordered_set>
 
 #include "platform/file_manager.h"
@@ -74,6 +75,10 @@ class ExtensionCollector {
   std::deque<std::string> decoded_;
 };
 
+bool conforms(const std::string& UTI, const std::string& type) {
+  return platform().uniformTypes->conformsTo(UTI, type);
+}
+
 }  // namespace
 
 bool hasLocalItem(const SelectedItems& items) {
@@ -113,12 +118,23 @@ bool SelectionFilter::accepts(const std::optional<std::vector<std::string>>& fil
                                        [this](const auto& type) { return allConformTo(type); });
 }
 
+std::vector<UnmetType> SelectionFilter::unmetTypes(
+    const std::vector<std::string>& fileTypes) const {
+  std::vector<UnmetType> unmet;
+  for (const auto& type : fileTypes) {
+    UnmetType candidate{type, {}};
+    std::copy_if(UTIs_.begin(), UTIs_.end(), std::back_inserter(candidate.UTIs),
+                 [&type](const auto& UTI) { return !conforms(UTI, type); });
+    if (!candidate.UTIs.empty()) unmet.push_back(std::move(candidate));
+  }
+  return unmet;
+}
+
 bool SelectionFilter::allConformTo(const std::string& type) {
   const auto [known, isNew] = conformance_.try_emplace(type, true);
   if (isNew) {
-    known->second = std::all_of(UTIs_.begin(), UTIs_.end(), [&type](const std::string& UTI) {
-      return platform().uniformTypes->conformsTo(UTI, type);
-    });
+    known->second = std::all_of(UTIs_.begin(), UTIs_.end(),
+                                [&type](const auto& UTI) { return conforms(UTI, type); });
   }
   return known->second;
 }

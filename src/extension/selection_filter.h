@@ -18,6 +18,14 @@ bool hasLocalItem(const SelectedItems& items);
 // about items without an extension of which it is not known whether they are folders.
 std::vector<std::string> typesOfItems(const SelectedItems& items);
 
+// A type of an action's filter and the types of the selection that do not conform to it.
+struct UnmetType {
+  std::string type;
+  std::vector<std::string> UTIs;
+
+  friend bool operator==(const UnmetType&, const UnmetType&) = default;
+};
+
 // The filter rule for one selection: remembers each type that it was asked about, so that a list of
 // many actions with the same file types costs one look-up each.
 class SelectionFilter {
@@ -27,6 +35,9 @@ class SelectionFilter {
   // Nil accepts any selection, otherwise every item must conform to every type, and there must be
   // one. The types must outlive this object.
   bool accepts(const std::optional<std::vector<std::string>>& fileTypes);
+  // Each of the types that not every item conforms to, in their order. Not for menus: it looks at
+  // everything again.
+  std::vector<UnmetType> unmetTypes(const std::vector<std::string>& fileTypes) const;
 
  private:
   bool allConformTo(const std::string& type);

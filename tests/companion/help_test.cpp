@@ -27,10 +27,7 @@ const CommandHelp kHelp = {
 
 std::vector<std::string> commandNames() {
   std::vector<std::string> names;
-  for (const auto topic : {listCommands, editCommands, menuCommands, runCommands,
-                           preferenceCommands, messageCommands, archiveCommands}) {
-    for (const auto& command : topic()) names.push_back(command.help.name);
-  }
+  for (const auto& command : allCommands()) names.push_back(command.help.name);
   return names;
 }
 
@@ -51,13 +48,10 @@ TEST(HelpTest, EveryFormStandsInTheUsage) {
 }
 
 TEST(HelpTest, NoLineIsWiderThanATerminal) {
-  for (const auto topic : {listCommands, editCommands, menuCommands, runCommands,
-                           preferenceCommands, messageCommands, archiveCommands}) {
-    for (const auto& command : topic()) {
-      std::istringstream lines(helpText(command.help));
-      for (std::string line; std::getline(lines, line);) {
-        EXPECT_LE(line.size(), 80U) << line;
-      }
+  for (const auto& command : allCommands()) {
+    std::istringstream lines(helpText(command.help));
+    for (std::string line; std::getline(lines, line);) {
+      EXPECT_LE(line.size(), 80U) << line;
     }
   }
 }

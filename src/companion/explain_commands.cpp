@@ -1,0 +1,250 @@
+#include <algorithm>
+#include <iostream>
+#include <map>
+
+#include "companion/action_store.h"
+#include "companion/arguments.h"
+#include "companion/command.h"
+#include "companion/command_line_selection.h"
+#include "companion/value_json.h"
+#include "extension/explanation.h"
+#include "extension/finder_sync.h"
+#include "extension/selection_filter.h"
+#include "platform/linux/uniform_type_table.h"
+#include "platform/platform.h"
+
+namespace tervano {
+
+namespace {
+
+using ExplanationJson = nlohmann::ordered_json;
+
+// More names than this are only counted in a sentence.
+constexpr std::size_t kNamedItems = 3;
+
+void loadDesktopTypes() {
+  static_cast<UniformTypeTable*>(platform().uniformTypes)->loadDesktopTypes();
+}
+
+// What the items of a selection are.
+class TypedItems {
+ public:
+  explicit TypedItems(const SelectedItems& items) {
+    for (const auto& item : items) {
+      const auto types = typesOfItems({item});
+      if (!types.empty()) items_.emplace_back(item.url.path(), types.front());
+    }
+  }
+
+  // Path and type of each, in the order of the selection.
+  const std::vector<std::pair<std::string, std::string>>& all() const { return items_; }
+  std::vector<std::string> pathsOfTypes(const std::vector<std::string>& types) const {
+    std::vector<std::string> paths;
+    for (const auto& [path, type] : items_) {
+      if (std::find(types.begin(), types.end(), type) != types.end()) paths.push_back(path);
+    }
+    return paths;
+  }
+  std::string typeOf(const std::string& path) const {
+    return std::find_if(items_.begin(), items_.end(),
+                        [&](const auto& item) { return item.first == path; })
+        ->second;
+  }
+
+ private:
+  std::vector<std::pair<std::string, std::string>> items_;
+};
+
+// "a.txt (public.plain-text), b.c (public.c-source) and 7 more".
+std::string namesOf(const std::vector<std::string>& paths, const TypedItems& items) {
+  std::string text;
+  for (std::size_t i = 0; i < std::min(paths.size(), kNamedItems); ++i) {
+    text += (i == 0 ? "" : ", ") + Url::fileURLWithPath(paths[i]).lastPathComponent() + " (" +
+            items.typeOf(paths[i]) + ")";
+  }
+  if (paths.size() > kNamedItems) {
+    text += " and " + std::to_string(paths.size() - kNamedItems) + " more";
+  }
+  return text;
+}
+
+std::string sentenceOfUnmet(const UnmetType& unmet, const TypedItems& items) {
+  std::string sentence =
+      "not " + unmet.type + ": " + namesOf(items.pathsOfTypes(unmet.UTIs), items);
+  if (!platform().uniformTypes->isDeclared(unmet.type)) {
+    sentence += "; the type " + unmet.type + " is not known here";
+  }
+  return sentence;
+}
+
+std::string sentenceOf(const Explanation& explanation, const TypedItems& items) {
+  if (explanation.groupLeftOut) return "its group is not shown";
+  if (!explanation.leftOut) return "";
+  switch (*explanation.leftOut) {
+    case LeftOut::disabled:
+      return "it is disabled";
+    case LeftOut::noMember:
+      return "no member of the group is enabled";
+    case LeftOut::fileTypes:
+      break;
+  }
+  if (explanation.unmet.empty()) return "nothing is selected, and it is for certain types only";
+  std::string sentence;
+  for (const auto& unmet : explanation.unmet) {
+    sentence += (sentence.empty() ? "" : "; ") + sentenceOfUnmet(unmet, items);
+  }
+  if (explanation.action->fileTypes()->size() > 1) {
+    sentence += "; every item must conform to every type that is listed";
+  }
+  return sentence;
+}
+
+ExplanationJson reasonOf(const Explanation& explanation) {
+  if (explanation.groupLeftOut) return "group";
+  if (!explanation.leftOut) return nullptr;
+  switch (*explanation.leftOut) {
+    case LeftOut::disabled:
+      return "disabled";
+    case LeftOut::noMember:
+      return "noMember";
+    case LeftOut::fileTypes:
+      break;
+  }
+  return "fileTypes";
+}
+
+ExplanationJson jsonOfExplanation(const Explanation& explanation, const TypedItems& items) {
+  const TVAction& action = *explanation.action;
+  ExplanationJson json;
+  json["uid"] = action.uid() ? ExplanationJson(*action.uid()) : ExplanationJson(nullptr);
+  json["title"] = action.title() ? ExplanationJson(*action.title()) : ExplanationJson(nullptr);
+  json["shown"] = explanation.isShown();
+  json["reason"] = reasonOf(explanation);
+  json["explanation"] = sentenceOf(explanation, items);
+  json["unmet"] = ExplanationJson::array();
+  for (const auto& unmet : explanation.unmet) {
+    json["unmet"].push_back({{"type", unmet.type}, {"paths", items.pathsOfTypes(unmet.UTIs)}});
+  }
+  json["actions"] = ExplanationJson::array();
+  for (const auto& member : explanation.members) {
+    json["actions"].push_back(jsonOfExplanation(member, items));
+  }
+  return json;
+}
+
+void printExplanation(const Explanation& explanation, const TypedItems& items,
+                      const std::string& margin) {
+  const TVAction& action = *explanation.action;
+  std::cout << margin << (explanation.isShown() ? "shown   " : "hidden  ")
+            << printable(action.title().value_or("(no title)")) << "  ["
+            << printable(action.uid().value_or("")) << "]";
+  const std::string sentence = sentenceOf(explanation, items);
+  if (!sentence.empty()) std::cout << ": " << printable(sentence);
+  std::cout << "\n";
+  for (const auto& member : explanation.members) printExplanation(member, items, margin + "    ");
+}
+
+// What the preferences do to a menu of this kind.
+std::string sentenceOfPreferences(MenuKind kind, const TVUserDefaults& userDefaults) {
+  if (kind == MenuKind::toolbarItemMenu) {
+    return userDefaults.showIconInToolbar()
+               ? ""
+               : "The toolbar has no item of ours: the preference showIconInToolbar is no.";
+  }
+  return userDefaults.useSubmenu() ? "What is shown stands in the submenu \"Tervano\": the "
+                                     "preference useSubmenu is yes."
+                                   : "";
+}
+
+int explain(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{"kind"}, {"json"}});
+  const std::string kindName = arguments.value("kind").value_or("items");
+  const MenuKind kind = requireMenuKind(kindName);
+  const auto selection = std::make_shared<CommandLineSelection>(kind, arguments.positional());
+  loadDesktopTypes();
+  const auto finderSync = FinderSync::create(selection);
+  if (!finderSync->actionsArray()) loadActions();
+  const auto items = finderSync->selectedItems();
+  const TypedItems typed(*items);
+  const auto explanations =
+      explainActions(finderSync->actionsArray().value_or(ActionList()), *items);
+
+  if (arguments.has("json")) {
+    ExplanationJson json;
+    json["kind"] = kindName;
+    json["items"] = ExplanationJson::array();
+    for (const auto& [path, type] : typed.all()) {
+      json["items"].push_back({{"path", path}, {"type", type}});
+    }
+    json["useSubmenu"] = finderSync->userDefaults()->useSubmenu();
+    json["showIconInToolbar"] = finderSync->userDefaults()->showIconInToolbar();
+    json["actions"] = ExplanationJson::array();
+    for (const auto& explanation : explanations) {
+      json["actions"].push_back(jsonOfExplanation(explanation, typed));
+    }
+    std::cout << jsonText(json);
+    return kExitSuccess;
+  }
+  if (explanations.empty()) std::cout << "The list has no actions.\n";
+  for (const auto& explanation : explanations) printExplanation(explanation, typed, "");
+  const std::string preferences = sentenceOfPreferences(kind, *finderSync->userDefaults());
+  if (!preferences.empty()) std::cout << preferences << "\n";
+  return kExitSuccess;
+}
+
+int types(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{}, {"json"}});
+  arguments.requirePositional(1, SIZE_MAX, "A file");
+  const CommandLineSelection selection(MenuKind::contextualMenuForItems, arguments.positional());
+  loadDesktopTypes();
+  auto json = ExplanationJson::array();
+  const TypedItems items(*selection.selectedItemURLs());
+  for (const auto& [path, type] : items.all()) {
+    auto conformance = platform().uniformTypes->conformanceOf(type);
+    // The type itself.
+    conformance.erase(conformance.begin());
+    json.push_back({{"path", path}, {"type", type}, {"conformsTo", conformance}});
+  }
+  if (arguments.has("json")) {
+    std::cout << jsonText(json);
+    return kExitSuccess;
+  }
+  for (const auto& item : json) {
+    std::cout << printable(item["path"].get<std::string>()) << "\n    "
+              << item["type"].get<std::string>() << "\n";
+    for (const auto& type : item["conformsTo"]) {
+      std::cout << "        " << type.get<std::string>() << "\n";
+    }
+  }
+  return kExitSuccess;
+}
+
+}  // namespace
+
+std::vector<Command> explainCommands() {
+  return {
+      {{"explain",
+        "say for every action whether a menu shows it, and why not",
+        {"[--kind items|container|sidebar|toolbar] [--json] [PATH...]"},
+        {"An action is left out when it is disabled, when a selected item does not conform to "
+         "every one of its file types, when it is a group without an enabled member, and when its "
+         "group is left out. The file types of a member do not count."},
+        {{"--kind KIND", "The kind of menu, as for \"tervano menu\"."},
+         {"--json",
+          "An object with \"kind\", \"items\" (each with \"path\" and \"type\"), \"useSubmenu\", "
+          "\"showIconInToolbar\" and \"actions\"; an action has \"uid\", \"title\", \"shown\", "
+          "\"reason\" (null, or disabled, fileTypes, noMember or group), \"explanation\", "
+          "\"unmet\" (objects with \"type\" and \"paths\") and the members \"actions\"."}}},
+       explain},
+      {{"types",
+        "show the uniform type of files and what it conforms to",
+        {"[--json] PATH..."},
+        {"The names that \"--types\" of other commands takes. A file need not exist: its extension "
+         "tells the type, and only a name without one is looked up."},
+        {{"--json",
+          "An array of objects with \"path\", \"type\" and \"conformsTo\", the nearest first."}}},
+       types},
+  };
+}
+
+}  // namespace tervano
