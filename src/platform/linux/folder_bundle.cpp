@@ -10,6 +10,7 @@
 #include "archive/url.h"
 #include "archive/value.h"
 #include "platform/file_manager.h"
+#include "platform/file_name.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/regular_file.h"
 #include "platform/linux/workspace_error.h"
@@ -24,11 +25,6 @@ constexpr off_t kLargestInformationList = off_t{16} << 20;
 bool isRegularFile(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
-bool isFileName(const std::string& name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-         name.find('\0') == std::string::npos;
 }
 
 }  // namespace
