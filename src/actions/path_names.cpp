@@ -47,6 +47,7 @@ std::string deletingPathExtension(std::string_view path) {
 
 std::string appendingPathExtension(std::string_view path, std::string_view extension) {
   std::string result(withoutSlashesAtEnd(path));
+  if (extension.empty()) return result;
   result += '.';
   result += extension;
   return result;

@@ -18,7 +18,7 @@ std::string standardizingPath(std::string_view path);
 // character has none.
 std::string deletingPathExtension(std::string_view path);
 
-// The path without slashes at its end, a dot and the extension.
+// The path without slashes at its end, a dot and the extension; of an empty extension neither.
 std::string appendingPathExtension(std::string_view path, std::string_view extension);
 
 }  // namespace tervano

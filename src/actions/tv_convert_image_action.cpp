@@ -7,6 +7,7 @@
 #include "archive/unarchiver.h"
 #include "archive/url.h"
 #include "platform/applications.h"
+#include "platform/file_name.h"
 #include "platform/platform.h"
 #include "platform/user_notifications.h"
 #include "platform/workspace.h"
@@ -64,8 +65,13 @@ std::string TVConvertImageAction::outputPathFor(const std::string& input) const 
   if (!outputExtension()) {
     throw PlatformException(kInvalidArgumentException, "a conversion without an output extension");
   }
-  return vx_nextAvailablePath(
-      appendingPathExtension(deletingPathExtension(input), *outputExtension()));
+  const std::string name =
+      appendingPathExtension(deletingPathExtension(lastPathComponent(input)), *outputExtension());
+  if (!isFileName(name)) {
+    throw PlatformException(kInvalidArgumentException,
+                            "\"" + *outputExtension() + "\" is no file name extension");
+  }
+  return vx_nextAvailablePath(appendingPathComponent(deletingLastPathComponent(input), name));
 }
 
 std::optional<std::string> TVConvertImageAction::bundleIDForPath(const std::string& path) const {

@@ -11,15 +11,15 @@ namespace tervano {
 // main thread, and returns. Notifications tell of the start and of the end of the last conversion,
 // whose result is revealed; then the block is called, on the main thread, with true and nil even
 // when conversions failed. With no path nothing is started and the block is never called. Throws
-// PlatformException when format or extension is nil or the tool cannot be started; the user has
-// been told of a start by then, the conversions started before go on, and the block is never
-// called.
+// PlatformException when format or extension is nil, when the extension cannot stand in a file name
+// or when the tool cannot be started; the user has been told of a start by then, the conversions
+// started before go on, and the block is never called.
 class TVConvertImageAction : public TVAction, public ToolRun {
  public:
   // The tool's word for the format; nil until set.
   const std::optional<std::string>& outputFormat() const { return outputFormat_; }
   void setOutputFormat(std::optional<std::string> format) { outputFormat_ = std::move(format); }
-  // The extension of the results, without the dot; nil until set.
+  // The extension of the results, without the dot; nil until set, empty for names without one.
   const std::optional<std::string>& outputExtension() const { return outputExtension_; }
   void setOutputExtension(std::optional<std::string> extension) {
     outputExtension_ = std::move(extension);

@@ -8,6 +8,7 @@
 #include "archive/unarchiver.h"
 #include "platform/clock.h"
 #include "platform/file_manager.h"
+#include "platform/file_name.h"
 #include "platform/platform.h"
 #include "platform/run_loop.h"
 #include "platform/workspace.h"
@@ -26,6 +27,10 @@ class NewFileRun {
   void createAll(const TVAction::FilePaths& filePaths) {
     if (name_.empty()) {
       error_ = Error{kErrorDomain, 1, "No name is set for the new file"};
+      return;
+    }
+    if (!isFileName(name_)) {
+      error_ = Error{kErrorDomain, 3, "A new file cannot have the name \"" + name_ + "\""};
       return;
     }
     for (const std::string& path : filePaths) {

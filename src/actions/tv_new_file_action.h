@@ -12,7 +12,8 @@ namespace tervano {
 // holds the action until then, whose settings are not to be changed meanwhile. A taken name gives
 // the next free one. The new files are dated now and revealed. Selected paths that do not exist are
 // skipped. The first copy that fails ends the run with its error; what was created before stays.
-// Without a file name nothing is created and the block gets an error. Nothing is logged.
+// Without a file name, or with one that leads to another folder, nothing is created and the block
+// gets an error. Nothing is logged.
 class TVNewFileAction : public TVAction {
  public:
   // Marks a template that is meant to become a program. A run does not look at it.

@@ -15,10 +15,12 @@
 #include "actions/tv_secure_remove_action.h"
 #include "actions/tv_send_via_email_action.h"
 #include "actions/tv_shell_script_action.h"
+#include "archive/utf.h"
 #include "companion/action_settings.h"
 #include "model/tv_action_groups.h"
 #include "platform/bundle.h"
 #include "platform/file_manager.h"
+#include "platform/file_name.h"
 #include "platform/platform.h"
 
 namespace tervano {
@@ -71,11 +73,15 @@ std::shared_ptr<TVAction> makeNewFile(const std::vector<std::string>& words) {
 void completeSettings(TVAction& action, const Arguments& arguments) {
   if (arguments.value("extension")) return;
   if (auto* convert = dynamic_cast<TVConvertImageAction*>(&action)) {
-    convert->setOutputExtension(usualExtensionOfFormat(convert->outputFormat().value_or("")));
+    const std::string extension = usualExtensionOfFormat(convert->outputFormat().value_or(""));
+    if (!isFileName(extension)) {
+      throw UsageError("The format " + printable(extension) + " needs --extension.");
+    }
+    convert->setOutputExtension(extension);
   } else if (auto* newFile = dynamic_cast<TVNewFileAction*>(&action)) {
-    const std::string name = lastPathComponent(newFile->templateURL()->path());
-    const auto dot = name.rfind('.');
-    if (dot != std::string::npos && dot != 0) newFile->setExtension(name.substr(dot + 1));
+    const std::string extension = pathExtension(newFile->templateURL()->path());
+    // An archive holds no bytes that are no text.
+    if (!extension.empty() && isValidUtf8(extension)) newFile->setExtension(extension);
   }
 }
 

@@ -119,6 +119,11 @@ TEST(PathExtensionTest, AnExtensionIsAppendedBehindADot) {
   EXPECT_EQ(appendingPathExtension("/p/.profile", "jpg"), "/p/.profile.jpg");
 }
 
+TEST(PathExtensionTest, AnEmptyExtensionIsAppendedWithoutADot) {
+  EXPECT_EQ(appendingPathExtension("/p/photo", ""), "/p/photo");
+  EXPECT_EQ(appendingPathExtension("/p/photos/", ""), "/p/photos");
+}
+
 TEST(PathExtensionTest, AnExtensionIsAppendedBeforeSlashesAtTheEnd) {
   EXPECT_EQ(appendingPathExtension("/p/photos/", "png"), "/p/photos.png");
 }

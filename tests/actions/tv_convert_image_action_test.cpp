@@ -152,6 +152,44 @@ TEST_F(TVConvertImageActionTest, ADotAtTheEndIsNoExtension) {
   EXPECT_EQ(outputFor("/p/photo."), "/p/photo..png");
 }
 
+TEST_F(TVConvertImageActionTest, AnEmptyExtensionGivesANameWithoutDot) {
+  action_->setOutputExtension("");
+  EXPECT_EQ(outputFor("/p/photo.tiff"), "/p/photo");
+  EXPECT_EQ(outputFor(makeFile("photo")), home() + "/photo 2");
+}
+
+TEST_F(TVConvertImageActionTest, AnExtensionOfAnyBytesIsTakenAsItIs) {
+  for (const char* const extension : {"\xFF\xFE", "p n\ng", "$(x)", "tar.gz", "~"}) {
+    action_->setOutputExtension(extension);
+    EXPECT_EQ(outputFor("/p/photo.tiff"), std::string("/p/photo.") + extension);
+  }
+}
+
+TEST_F(TVConvertImageActionTest, AnExtensionThatNoNameCanHaveThrowsAfterTheStartHasBeenTold) {
+  makeFolder("photo.d");
+  const std::vector<std::string> extensions = {"d/png", "d/../../png", "/", "png/",
+                                               std::string("p\0g", 3)};
+  for (const std::string& extension : extensions) {
+    action_->setOutputExtension(extension);
+    const RecordedBlock end;
+    try {
+      action_->runWithFilePaths({home() + "/photo.tiff"}, end.block());
+      ADD_FAILURE() << "nothing was thrown for " << extension;
+    } catch (const PlatformException& exception) {
+      EXPECT_EQ(exception.name(), kInvalidArgumentException);
+      EXPECT_EQ(exception.reason(), "\"" + extension + "\" is no file name extension");
+    }
+    EXPECT_THAT(*action_->pendingTasks(), IsEmpty());
+    runPendingMainItems();
+    EXPECT_EQ(end.calls(), 0);
+  }
+  EXPECT_THAT(processes_.made(), IsEmpty());
+  EXPECT_THAT(informativeTexts(),
+              testing::AllOf(SizeIs(extensions.size()),
+                             testing::Each(std::string("Started converting 'photo.tiff'"))));
+  EXPECT_THAT(workspace_.revealed(), IsEmpty());
+}
+
 TEST_F(TVConvertImageActionTest, TheInputIsStandardised) {
   run({"//p/./q/..//photo.tiff"});
   EXPECT_THAT(commandOf(0),

@@ -294,6 +294,69 @@ TEST_F(TVNewFileActionTest, AnEmptyNameWithExtensionIsAHiddenFile) {
   EXPECT_THAT(namesIn(folder), ElementsAre(".profile"));
 }
 
+TEST_F(TVNewFileActionTest, ANameThatLeadsToAnotherFolderIsAnErrorAndNothingIsCreated) {
+  const auto folder = makeFolder("folder");
+  const auto inner = makeFolder("folder/inner");
+  makeFolder("folder/untitled.d");
+  const std::pair<std::string, std::string> settings[] = {{"inner/untitled", "txt"},
+                                                          {"../untitled", "txt"},
+                                                          {"/untitled", "txt"},
+                                                          {"untitled", "d/txt"},
+                                                          {"untitled", "d/../../txt"}};
+  for (const auto& [name, extension] : settings) {
+    action_->setFileName(name);
+    action_->setExtension(extension);
+    const auto end = run({folder});
+    EXPECT_FALSE(end.success());
+    ASSERT_TRUE(end.error());
+    EXPECT_EQ(end.error()->message,
+              "A new file cannot have the name \"" + name + "." + extension + "\"");
+    EXPECT_THAT(workspace_.revealed().back(), IsEmpty());
+  }
+  EXPECT_THAT(namesIn(folder), ElementsAre("inner", "untitled.d"));
+  EXPECT_THAT(namesIn(inner), IsEmpty());
+  EXPECT_THAT(namesIn(home()), testing::Not(testing::Contains("untitled.txt")));
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(TVNewFileActionTest, TheNamesOfTheFolderItselfAndTheOneAboveAreErrors) {
+  const auto folder = makeFolder("folder");
+  action_->setExtension(std::nullopt);
+  for (const char* const name : {".", ".."}) {
+    action_->setFileName(name);
+    const auto end = run({folder});
+    EXPECT_FALSE(end.success());
+    ASSERT_TRUE(end.error());
+    EXPECT_EQ(end.error()->message,
+              std::string("A new file cannot have the name \"") + name + "\"");
+  }
+  EXPECT_THAT(namesIn(folder), IsEmpty());
+}
+
+TEST_F(TVNewFileActionTest, ANulInNameOrExtensionIsAnErrorAndNothingIsCreated) {
+  const auto folder = makeFolder("folder");
+  makeFile("folder/un");
+  for (const bool isInName : {true, false}) {
+    action_->setFileName(isInName ? std::string("un\0titled", 9) : "un");
+    action_->setExtension(isInName ? std::string("txt") : std::string("t\0xt", 4));
+    const auto end = run({folder});
+    EXPECT_FALSE(end.success());
+    ASSERT_TRUE(end.error());
+    EXPECT_THAT(end.error()->message, testing::StartsWith("A new file cannot have the name \"un"));
+  }
+  EXPECT_THAT(namesIn(folder), ElementsAre("un"));
+}
+
+TEST_F(TVNewFileActionTest, AnExtensionOfAnyBytesIsTakenAsItIs) {
+  int number = 0;
+  for (const char* const extension : {"\xFF\xFE", "t x\nt", "$(x)", "~"}) {
+    const auto folder = makeFolder("folder" + std::to_string(++number));
+    action_->setExtension(extension);
+    expectSuccess({folder});
+    EXPECT_THAT(namesIn(folder), ElementsAre(std::string("untitled.") + extension));
+  }
+}
+
 TEST_F(TVNewFileActionTest, TheDatesAreTwoReadingsTheModificationFirst) {
   Clock* const realClock = platform_.services().clock;
   SteppingClock clock(*realClock);

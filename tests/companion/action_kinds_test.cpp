@@ -132,6 +132,17 @@ TEST_F(ActionKindsTest, ATemplateWithoutAnExtensionGivesNone) {
   }
 }
 
+TEST_F(ActionKindsTest, ATemplateWhoseExtensionIsNoTextGivesNone) {
+  const auto made = added({"new-file", "--template", home_.file("sheet.\xFF")});
+  EXPECT_EQ(made["extension"], nullptr);
+  EXPECT_EQ(made["templateURL"], "file://" + home_.path() + "/sheet.%FF");
+}
+
+TEST_F(ActionKindsTest, AFormatThatCannotBeAnExtensionNeedsOne) {
+  expectUsageError(home_.tervano({"add", "convert", "--format", "a/b"}));
+  EXPECT_EQ(added({"convert", "--format", "a/b", "--extension", "c"})["outputExtension"], "c");
+}
+
 TEST_F(ActionKindsTest, ATemplateThatComesWithTheProgramIsTakenByItsName) {
   const auto made = added({"new-file", "--template", "Text File.txt"});
   EXPECT_THAT(std::string(made["templateURL"]), testing::EndsWith("/Templates/Text%20File.txt"));
