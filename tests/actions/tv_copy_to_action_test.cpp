@@ -55,8 +55,15 @@ TEST_F(TVCopyToActionTest, ItsEditorIsThatOfTheMoveAction) {
   EXPECT_EQ(action_->editorClassName(), "TVMoveToActionModule");
 }
 
-TEST_F(TVCopyToActionTest, ANewActionHasNoDestination) {
-  EXPECT_EQ(action<TVCopyToAction>()->destinationURL(), std::nullopt);
+TEST_F(TVCopyToActionTest, ANewActionHasNoDestinationAndNoFieldsOfItsOwn) {
+  const auto fresh = action<TVCopyToAction>();
+  EXPECT_EQ(fresh->destinationURL(), std::nullopt);
+  EXPECT_EQ(fresh->title(), std::nullopt);
+  EXPECT_EQ(fresh->defaultTitle(), std::nullopt);
+  EXPECT_EQ(fresh->icon(), nullptr);
+  EXPECT_EQ(fresh->fileTypes(), std::nullopt);
+  EXPECT_EQ(fresh->actionDescription(), std::nullopt);
+  EXPECT_FALSE(fresh->isDefault());
 }
 
 TEST_F(TVCopyToActionTest, TheDestinationSurvivesCopyAndArchive) {
@@ -77,6 +84,11 @@ TEST_F(TVCopyToActionTest, DecodingWithoutDestinationGivesNil) {
   const auto decoded = unarchived<TVCopyToAction>(withEditedObject(
       archived(action_), "enabled", [](auto& object) { object.erase("destinationURL"); }));
   EXPECT_EQ(decoded->destinationURL(), std::nullopt);
+}
+
+TEST_F(TVCopyToActionTest, ANilDestinationIsEncodedAsNil) {
+  action_->setDestinationURL(std::nullopt);
+  EXPECT_EQ(encodedObject(archived(action_), "enabled").at("destinationURL"), Value(Uid{0}));
 }
 
 }  // namespace

@@ -188,20 +188,21 @@ TEST_F(TVMoveToActionTest, ADanglingLinkAsDestinationOnlyGivesTheBlockNo) {
 }
 
 TEST_F(TVMoveToActionTest, ADestinationThatIsNotWritableOnlyGivesTheBlockNo) {
-  class ReadOnly : public ForwardingFileManager {
-   public:
-    using ForwardingFileManager::ForwardingFileManager;
-    bool isWritableFileAtPath(const std::string&) const override { return false; }
-  } readOnly(files_);
   const auto source = makeFile("a.txt");
-  platform_.services().fileManager = &readOnly;
+  ASSERT_EQ(chmod(destination_.c_str(), 0555), 0);
+  ASSERT_EQ(chmod(home().c_str(), 0755), 0);
+  // Root may write everywhere; the whole process becomes somebody else for the run.
+  constexpr uid_t kNobodysId = 65534;
+  const uid_t user = geteuid();
+  ASSERT_EQ(seteuid(user == 0 ? kNobodysId : user), 0);
   const Outcome outcome = run({source});
-  platform_.services().fileManager = &files_;
+  ASSERT_EQ(seteuid(user), 0);
   EXPECT_FALSE(outcome.success);
   EXPECT_EQ(outcome.error, std::nullopt);
   EXPECT_TRUE(exists(source));
   EXPECT_THAT(delivered(), IsEmpty());
   EXPECT_THAT(logged(), IsEmpty());
+  EXPECT_THAT(workspace_.revealed(), IsEmpty());
 }
 
 TEST_F(TVMoveToActionTest, ATakenNameGivesTheNextFreeOneWhichTheNotificationQuotes) {
@@ -274,7 +275,34 @@ TEST_F(TVMoveToActionTest, AnItemThatAlreadyLiesThereIsSkippedWhenOverwritingAnd
   EXPECT_THAT(logged(), ElementsAre("Skipping: " + inside));
   ASSERT_THAT(delivered(), SizeIs(1));
   EXPECT_EQ(delivered()[0].informativeText, "Finished moving 'a.txt'");
+  EXPECT_EQ(delivered()[0].userInfo, (Value::Dictionary{{"path", inside}}));
   EXPECT_THAT(workspace_.revealed(), ElementsAre(ElementsAre(Url::fileURLWithPath(inside))));
+}
+
+TEST_F(TVMoveToActionTest, ASkippedItemThatCountsKeepsItsPlaceAmongTheMovedOnes) {
+  setOverwrite(true);
+  const auto inside = makeFile("destination/b.txt");
+  EXPECT_TRUE(run({makeFile("c.txt"), inside, makeFile("a.txt")}).success);
+  EXPECT_EQ(delivered()[0].informativeText, "Finished moving 3 files");
+  EXPECT_EQ(
+      delivered()[0].userInfo,
+      (Value::Dictionary{{"paths", Value::Array{destination_ + "/c.txt", destination_ + "/b.txt",
+                                                destination_ + "/a.txt"}}}));
+}
+
+TEST_F(TVMoveToActionTest, TwoItemsOfOneNameBothArriveWithoutOverwriting) {
+  EXPECT_TRUE(run({makeFile("x/a.txt", "of x"), makeFile("y/a.txt", "of y")}).success);
+  EXPECT_EQ(contentsOf(destination_ + "/a.txt"), "of x");
+  EXPECT_EQ(contentsOf(destination_ + "/a 2.txt"), "of y");
+  EXPECT_EQ(delivered()[0].informativeText, "Finished moving 2 files");
+}
+
+TEST_F(TVMoveToActionTest, OfTwoItemsOfOneNameTheLaterReplacesTheEarlierWhenOverwriting) {
+  setOverwrite(true);
+  EXPECT_TRUE(run({makeFile("x/a.txt", "of x"), makeFile("y/a.txt", "of y")}).success);
+  EXPECT_EQ(contentsOf(destination_ + "/a.txt"), "of y");
+  EXPECT_FALSE(exists(destination_ + "/a 2.txt"));
+  EXPECT_EQ(delivered()[0].informativeText, "Finished moving 2 files");
 }
 
 TEST_F(TVMoveToActionTest, AnItemThatAlreadyLiesThereGetsANewNameWithoutOverwriting) {
@@ -522,6 +550,48 @@ TEST_F(TVMoveToActionTest, TheWorkIsDoneAwayFromTheMainThread) {
   EXPECT_NE(files_.thread.load(), std::this_thread::get_id());
 }
 
+TEST_F(TVMoveToActionTest, TheRunsQueueNotifiesThenRevealsThenPostsTheBlock) {
+  std::vector<std::string> steps;
+  std::vector<std::thread::id> threads;
+  const auto note = [&](const char* step) {
+    steps.emplace_back(step);
+    threads.push_back(std::this_thread::get_id());
+  };
+  class NotingNotifications : public ForwardingUserNotifications {
+   public:
+    using ForwardingUserNotifications::ForwardingUserNotifications;
+    std::function<void(const char*)> note;
+    void deliverNotification(const UserNotification& /*notification*/) override {
+      note("notification");
+    }
+  } notifications(notifications_);
+  class NotingWorkspace : public ForwardingWorkspace {
+   public:
+    using ForwardingWorkspace::ForwardingWorkspace;
+    std::function<void(const char*)> note;
+    void activateFileViewerSelectingURLs(const std::vector<Url>& /*urls*/) override {
+      note("reveal");
+    }
+  } workspace(workspace_);
+  notifications.note = note;
+  workspace.note = note;
+  platform_.services().userNotifications = &notifications;
+  platform_.services().workspace = &workspace;
+  for (const bool succeeds : {true, false}) {
+    steps.clear();
+    threads.clear();
+    action_->runWithFilePaths({succeeds ? makeFile("a.txt") : home() + "/missing"},
+                              [&](bool, const std::optional<Error>&) { note("block"); });
+    EXPECT_TRUE(waitUntil([&] { return steps.size() == 3; }));
+    EXPECT_THAT(steps, ElementsAre("notification", "reveal", "block"));
+    EXPECT_EQ(threads[0], files_.thread.load());
+    EXPECT_EQ(threads[1], files_.thread.load());
+    EXPECT_EQ(threads[2], std::this_thread::get_id());
+  }
+  platform_.services().userNotifications = &notifications_;
+  platform_.services().workspace = &workspace_;
+}
+
 TEST_F(TVMoveToActionTest, EachRunMakesASerialQueueOfItsOwnSoThatTwoProceedTogether) {
   class NamingRunLoop : public ForwardingRunLoop {
    public:
@@ -635,10 +705,22 @@ TEST_F(TVMoveToActionTest, ANewActionHasNoDestinationAndNoFieldsOfItsOwn) {
   const auto fresh = action<TVMoveToAction>();
   EXPECT_EQ(fresh->destinationURL(), std::nullopt);
   EXPECT_EQ(fresh->title(), std::nullopt);
+  EXPECT_EQ(fresh->defaultTitle(), std::nullopt);
   EXPECT_EQ(fresh->icon(), nullptr);
   EXPECT_EQ(fresh->fileTypes(), std::nullopt);
+  EXPECT_EQ(fresh->actionDescription(), std::nullopt);
+  EXPECT_FALSE(fresh->isDefault());
   EXPECT_EQ(fresh->editorClassName(), "TVMoveToActionModule");
   EXPECT_EQ(fresh->className(), "TVMoveToAction");
+}
+
+TEST_F(TVMoveToActionTest, BeforeRunIsThatOfTheBase) {
+  int calls = 0;
+  action_->beforeRunWithFilePaths({"/a"}, [&](const Value& object) {
+    EXPECT_TRUE(object.isNull());
+    ++calls;
+  });
+  EXPECT_EQ(calls, 1);
 }
 
 TEST_F(TVMoveToActionTest, TheDestinationSurvivesCopyAndArchive) {

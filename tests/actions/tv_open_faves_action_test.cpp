@@ -64,6 +64,16 @@ TEST_F(TVOpenFavesActionTest, ARequestThatNobodyTakesStillCompletesWithYes) {
   EXPECT_THAT(workspace_.viewers(), ElementsAre(Viewer{std::nullopt, folder_}));
 }
 
+TEST_F(TVOpenFavesActionTest, OfTheRealDesktopToo) {
+  platform_.services().workspace = &realWorkspace_;
+  std::filesystem::remove(folder_);
+  run();
+  action_->setDestinationURL(std::nullopt);
+  run();
+  action_->setDestinationURL(Url("sftp://host/folder"));
+  run();
+}
+
 TEST_F(TVOpenFavesActionTest, TheBlockIsCalledOnTheCallersThreadBeforeTheRunReturns) {
   std::thread caller([this] {
     RecordedBlock end;

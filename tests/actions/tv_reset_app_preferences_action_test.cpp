@@ -1,6 +1,7 @@
 #include "actions/tv_reset_app_preferences_action.h"
 
 #include "archive/platform_exception.h"
+#include "platform/linux/desktop_applications.h"
 #include "tests/actions/tool_action_test.h"
 #include "tests/support/archive_editing.h"
 
@@ -218,6 +219,50 @@ TEST_F(TVResetAppPreferencesActionTest, TheBundleIdentifierIsThatOfTheBundleAtTh
   EXPECT_EQ(action_->bundleIDForPath(path), "com.example.app");
   EXPECT_EQ(action_->bundleIDForPath(home() + "/none"), std::nullopt);
   EXPECT_THAT(applications_.asked, ElementsAre(path, home() + "/none"));
+}
+
+// With applications as they lie on the disk.
+class ResetOfRealApplicationsTest : public TVResetAppPreferencesActionTest {
+ protected:
+  ResetOfRealApplicationsTest() { platform_.services().applications = &realApplications_; }
+
+  void expectReset(const std::string& path, const std::string& identifier) {
+    run({path});
+    ASSERT_THAT(processes_.made(), SizeIs(1));
+    EXPECT_THAT(commandOf(0), ElementsAre("/usr/bin/defaults", "delete", identifier));
+    EXPECT_THAT(log_.lines(), ElementsAre("Found bundle '" + identifier + "' for path " + path));
+  }
+
+ private:
+  DesktopApplications realApplications_;
+};
+
+TEST_F(ResetOfRealApplicationsTest, AFolderBundleIsResetByTheIdentifierInItsList) {
+  makeFile("Example.app/Contents/Info.plist",
+           "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
+           "<string>com.example.app</string></dict></plist>");
+  expectReset(home() + "/Example.app", "com.example.app");
+  EXPECT_THAT(informativeTexts(), ElementsAre("Preferences for Example.app have been reset."));
+}
+
+TEST_F(ResetOfRealApplicationsTest, ADesktopEntryIsResetByItsDesktopFileId) {
+  const auto path = makeFile("org.example.Editor.desktop",
+                             "[Desktop Entry]\nType=Application\nName=Editor\nExec=true\n");
+  expectReset(path, "org.example.Editor");
+  EXPECT_THAT(informativeTexts(),
+              ElementsAre("Preferences for org.example.Editor.desktop have been reset."));
+}
+
+TEST_F(ResetOfRealApplicationsTest, AnOrdinaryFolderAndAFileThatIsMissingAreNotTouched) {
+  for (const auto& path : {makeFolder("folder"), makeFolder("Empty.app"), home() + "/none.app"}) {
+    const RecordedBlock end;
+    action_->runWithFilePaths({path}, end.block());
+    runPendingMainItems();
+    EXPECT_EQ(end.calls(), 0);
+  }
+  EXPECT_THAT(processes_.made(), IsEmpty());
+  EXPECT_THAT(notifications_.delivered(), IsEmpty());
+  EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(TVResetAppPreferencesActionTest, ItHasTheArchiveKeysOfTheBaseOnly) {
