@@ -9,6 +9,10 @@ endif()
 add_compile_options(-Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual -Werror
                     -fvisibility=hidden -fvisibility-inlines-hidden)
 add_compile_definitions(_FILE_OFFSET_BITS=64)
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # Each source counts as a header there, and may still keep its types to itself.
+  add_compile_options(-Wno-subobject-linkage)
+endif()
 
 if(TERVANO_SANITIZE)
   add_compile_options(-fsanitize=${TERVANO_SANITIZE} -fno-omit-frame-pointer

@@ -15,7 +15,7 @@
 namespace tervano {
 namespace {
 
-constexpr char kErrorDomain[] = "TVMoveToAction";
+constexpr char kMoveErrorDomain[] = "TVMoveToAction";
 
 void completeOnMainQueue(TVAction::CompletionBlock completionBlock, bool success,
                          std::optional<Error> error) {
@@ -86,7 +86,7 @@ class MoveRun {
     std::optional<Error> error;
     if (itemContainsPath(target, source) || itemContainsPath(source, target) ||
         itemContainsPath(target, destinationPath_)) {
-      error = Error{kErrorDomain, 1,
+      error = Error{kMoveErrorDomain, 1,
                     "\"" + target + "\" and \"" + source + "\" are, or contain, the same item"};
     } else {
       error = files.removeItemAtPath(target);

@@ -16,7 +16,7 @@
 namespace tervano {
 namespace {
 
-constexpr char kErrorDomain[] = "TVNewFileAction";
+constexpr char kNewFileErrorDomain[] = "TVNewFileAction";
 
 // One run: its state lives as long as the work item.
 class NewFileRun {
@@ -26,7 +26,7 @@ class NewFileRun {
 
   void createAll(const TVAction::FilePaths& filePaths) {
     if (name_.empty()) {
-      error_ = Error{kErrorDomain, 1, "No name is set for the new file"};
+      error_ = Error{kNewFileErrorDomain, 1, "No name is set for the new file"};
       return;
     }
     if (!isFileName(name_)) {
@@ -54,7 +54,7 @@ class NewFileRun {
     if (!handledFolders_.insert(folder).second) return std::nullopt;
     const std::string target = vx_nextAvailablePath(appendingPathComponent(folder, name_));
     if (templatePath_.empty()) {
-      return Error{kErrorDomain, 2, "No template is set for the new file " + target};
+      return Error{kNewFileErrorDomain, 2, "No template is set for the new file " + target};
     }
     if (auto error = files.copyItemAtPath(templatePath_, target)) return error;
     FileAttributes attributes;

@@ -20,7 +20,7 @@ using Pair = BinaryWriter::Pair;
 using Entry = std::uint32_t;
 constexpr Entry kNil = 0;
 
-[[noreturn]] void refuse(const std::string& what) {
+[[noreturn]] void refuseToArchive(const std::string& what) {
   throw PlatformException(kInvalidArchiveException, what);
 }
 
@@ -58,7 +58,8 @@ struct Archiver::Graph {
 
   // The fields of the object being encoded are those from `begin` on.
   std::size_t open() {
-    if (++depth > Unarchiver::kMaximumArchiveDepth) refuse("the objects are nested too deeply");
+    if (++depth > Unarchiver::kMaximumArchiveDepth)
+      refuseToArchive("the objects are nested too deeply");
     const std::size_t begin = fieldsBegin;
     fieldsBegin = fields.size();
     return begin;
@@ -78,7 +79,8 @@ struct Archiver::Graph {
     std::string storage;
     const Reference name = writer.addString(archiveKey(key, storage));
     for (std::size_t i = fieldsBegin; i < fields.size(); ++i) {
-      if (fields[i].first == name) refuse("the key " + std::string(key) + " is encoded twice");
+      if (fields[i].first == name)
+        refuseToArchive("the key " + std::string(key) + " is encoded twice");
     }
     fields.emplace_back(name, value);
   }
@@ -185,7 +187,7 @@ Entry Archiver::Graph::encode(const Value& value, Archiver& archiver) {
     close(begin, entry, chainOf("NSUUID"));
     return entry;
   }
-  refuse("a bare UID cannot be archived");
+  refuseToArchive("a bare UID cannot be archived");
 }
 
 Entry Archiver::Graph::encodeObject(const Value::Object& object, Archiver& archiver) {
@@ -193,13 +195,13 @@ Entry Archiver::Graph::encodeObject(const Value::Object& object, Archiver& archi
   const auto known = objectEntries.find(object);
   if (known != objectEntries.end()) {
     if (std::find(path.begin(), path.end(), object.get()) != path.end()) {
-      refuse("an object that contains itself");
+      refuseToArchive("an object that contains itself");
     }
     return known->second;
   }
   const std::string_view name = object->className();
   const std::vector<std::string>* chain = registry.chain(name);
-  if (chain == nullptr) refuse("the class " + std::string(name) + " is not registered");
+  if (chain == nullptr) refuseToArchive("the class " + std::string(name) + " is not registered");
   const Entry entry = reserveEntry();
   objectEntries.emplace(object, entry);
   path.push_back(object.get());
@@ -231,7 +233,7 @@ Entry Archiver::Graph::encodeDictionary(const Value::Dictionary& dictionary, Arc
   values.reserve(dictionary.size());
   for (const auto& [key, value] : dictionary) {
     // With replacement characters two keys could become one.
-    if (!isValidUtf8(key)) refuse("a dictionary key that is no UTF-8");
+    if (!isValidUtf8(key)) refuseToArchive("a dictionary key that is no UTF-8");
     keys.push_back(encode(key, archiver));
   }
   for (const auto& [key, value] : dictionary) values.push_back(encode(value, archiver));
@@ -259,7 +261,7 @@ Entry Archiver::Graph::encodeData(const DataPtr& data) {
 
 Data Archiver::Graph::finish(Entry root) {
   // A class that catches what one of its fields throws must not leave half of it here.
-  if (depth != 0) refuse("an object was left half written");
+  if (depth != 0) refuseToArchive("an object was left half written");
   const Pair top[] = {{writer.addString("root"), uid(root)}};
   const Reference topDictionary = writer.reserveContainer();
   writer.setDictionary(topDictionary, top);

@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
 
-[[noreturn]] void refuse(const std::string& what) {
+[[noreturn]] void refuseList(const std::string& what) {
   throw PlatformException(kInvalidArgumentException, "malformed binary property list: " + what);
 }
 
@@ -38,9 +38,9 @@ class BinaryTableReader {
   using Index = ObjectTable::Index;
 
   void readTrailer() {
-    if (bytes_.size() < kHeaderSize + 1 + 1 + kTrailerSize) refuse("too short");
-    if (bytes_.size() >= UINT32_MAX) refuse("too long");
-    if (std::memcmp(bytes_.data(), "bplist00", kHeaderSize) != 0) refuse("wrong magic");
+    if (bytes_.size() < kHeaderSize + 1 + 1 + kTrailerSize) refuseList("too short");
+    if (bytes_.size() >= UINT32_MAX) refuseList("too long");
+    if (std::memcmp(bytes_.data(), "bplist00", kHeaderSize) != 0) refuseList("wrong magic");
     const std::size_t end = bytes_.size() - kTrailerSize;
     const std::uint8_t* trailer = bytes_.data() + end;
     offsetWidth_ = trailer[6];
@@ -48,14 +48,14 @@ class BinaryTableReader {
     const std::uint64_t objects = readBigEndian(trailer + 8, 8);
     const std::uint64_t root = readBigEndian(trailer + 16, 8);
     const std::uint64_t tableStart = readBigEndian(trailer + 24, 8);
-    if (offsetWidth_ < 1 || offsetWidth_ > 8) refuse("offset width");
-    if (referenceWidth < 1 || referenceWidth > 8) refuse("reference width");
-    if (tableStart <= kHeaderSize || tableStart > end) refuse("offset table outside the file");
+    if (offsetWidth_ < 1 || offsetWidth_ > 8) refuseList("offset width");
+    if (referenceWidth < 1 || referenceWidth > 8) refuseList("reference width");
+    if (tableStart <= kHeaderSize || tableStart > end) refuseList("offset table outside the file");
     areaEnd_ = tableStart;
     // No two objects share a byte, so there are never more than the area has bytes.
-    if (objects == 0 || objects > areaEnd_ - kHeaderSize) refuse("object count");
-    if (objects > (end - tableStart) / offsetWidth_) refuse("offset table outside the file");
-    if (root >= objects) refuse("root object out of range");
+    if (objects == 0 || objects > areaEnd_ - kHeaderSize) refuseList("object count");
+    if (objects > (end - tableStart) / offsetWidth_) refuseList("offset table outside the file");
+    if (root >= objects) refuseList("root object out of range");
     table_.bytes_ = bytes_;
     table_.referenceWidth_ = static_cast<std::uint8_t>(referenceWidth);
     table_.root_ = static_cast<Index>(root);
@@ -68,7 +68,7 @@ class BinaryTableReader {
     for (ObjectTable::Object& object : table_.objects_) {
       const std::uint64_t offset = readBigEndian(entry, offsetWidth_);
       entry += offsetWidth_;
-      if (offset < kHeaderSize || offset >= areaEnd_) refuse("offset outside the object area");
+      if (offset < kHeaderSize || offset >= areaEnd_) refuseList("offset outside the object area");
       const std::uint64_t end = readObject(offset, object);
       if (offset < lastEnd_) inOrder_ = false;
       lastEnd_ = end;
@@ -108,7 +108,7 @@ class BinaryTableReader {
         const std::uint64_t count = readCount(low, at);
         place(object, Kind::Ascii, at, count, 1);
         if (!isAscii({reinterpret_cast<const char*>(bytes_.data()) + at, count})) {
-          refuse("a byte beyond ASCII in an ASCII string");
+          refuseList("a byte beyond ASCII in an ASCII string");
         }
         return at + count;
       }
@@ -118,7 +118,7 @@ class BinaryTableReader {
         return at + 2 * count;
       }
       case 0x8:
-        if (low > 7) refuse("a UID of more than 8 bytes");
+        if (low > 7) refuseList("a UID of more than 8 bytes");
         place(object, Kind::Uid, at, low + 1, 1);
         return at + object.count;
       case 0xA:
@@ -136,16 +136,16 @@ class BinaryTableReader {
       default:
         break;
     }
-    refuse("unknown object marker " + std::to_string(marker));
+    refuseList("unknown object marker " + std::to_string(marker));
   }
 
   // The count of the low half of a marker, or of the integer object that follows it.
   std::uint64_t readCount(unsigned low, std::uint64_t& at) {
     if (low != 0x0F) return low;
-    if (at >= areaEnd_ || (bytes_[at] >> 4) != 0x1 || (bytes_[at] & 0x0F) > 3) refuse("count");
+    if (at >= areaEnd_ || (bytes_[at] >> 4) != 0x1 || (bytes_[at] & 0x0F) > 3) refuseList("count");
     const unsigned width = 1U << (bytes_[at] & 0x0F);
     ++at;
-    if (areaEnd_ - at < width) refuse("count outside the object area");
+    if (areaEnd_ - at < width) refuseList("count outside the object area");
     const std::uint64_t count = readBigEndian(bytes_.data() + at, width);
     at += width;
     return count;
@@ -153,7 +153,7 @@ class BinaryTableReader {
 
   void place(ObjectTable::Object& object, Kind kind, std::uint64_t at, std::uint64_t count,
              unsigned unitSize) {
-    if (count > (areaEnd_ - at) / unitSize) refuse("an object reaches beyond the object area");
+    if (count > (areaEnd_ - at) / unitSize) refuseList("an object reaches beyond the object area");
     object = {static_cast<std::uint32_t>(at), static_cast<std::uint32_t>(count), kind};
   }
 
@@ -161,7 +161,7 @@ class BinaryTableReader {
     const std::uint64_t high = readBigEndian(bytes_.data() + at, 8);
     const std::uint64_t low = readBigEndian(bytes_.data() + at + 8, 8);
     const bool negative = high == UINT64_MAX && low > INT64_MAX;
-    if (high != 0 && !negative) refuse("an integer beyond 64 bits");
+    if (high != 0 && !negative) refuseList("an integer beyond 64 bits");
   }
 
   void checkOverlaps() {
@@ -169,7 +169,7 @@ class BinaryTableReader {
       std::sort(starts_.begin(), starts_.end(),
                 [](const Extent& left, const Extent& right) { return left.start < right.start; });
       for (std::size_t i = 1; i < starts_.size(); ++i) {
-        if (starts_[i].start < starts_[i - 1].end) refuse("objects overlap");
+        if (starts_[i].start < starts_[i - 1].end) refuseList("objects overlap");
       }
     }
     std::vector<Extent>().swap(starts_);
@@ -185,7 +185,8 @@ class BinaryTableReader {
           object.kind == Kind::Array ? object.count : std::uint64_t{2} * object.count;
       const std::uint8_t* at = bytes_.data() + object.offset;
       for (std::uint64_t j = 0; j < references; ++j, at += table_.referenceWidth_) {
-        if (readBigEndian(at, table_.referenceWidth_) >= objects) refuse("reference out of range");
+        if (readBigEndian(at, table_.referenceWidth_) >= objects)
+          refuseList("reference out of range");
       }
       if (object.kind == Kind::Dictionary) checkKeys(static_cast<Index>(i));
     }
@@ -195,7 +196,7 @@ class BinaryTableReader {
   void checkKeys(Index dictionary) {
     for (std::uint32_t i = 0; i < table_.count(dictionary); ++i) {
       const Index key = table_.key(dictionary, i);
-      if (!table_.isString(key)) refuse("a dictionary key that is no string");
+      if (!table_.isString(key)) refuseList("a dictionary key that is no string");
       std::uint32_t& number = keyNumbers_[key];
       if (number == 0) {
         const auto next = static_cast<std::uint32_t>(lastUse_.size() + 1);
@@ -203,7 +204,7 @@ class BinaryTableReader {
         if (number == next) lastUse_.push_back(0);
       }
       std::uint32_t& use = lastUse_[number - 1];
-      if (use == dictionary + 1) refuse("a dictionary key that stands twice");
+      if (use == dictionary + 1) refuseList("a dictionary key that stands twice");
       use = dictionary + 1;
     }
   }

@@ -9,7 +9,7 @@ namespace {
 
 using Kind = ObjectTable::Kind;
 
-[[noreturn]] void refuse(const std::string& what) {
+[[noreturn]] void refuseArchive(const std::string& what) {
   throw PlatformException(kInvalidUnarchiveException, "incomprehensible archive: " + what);
 }
 
@@ -44,37 +44,38 @@ bool isName(const ObjectTable& table, ObjectTable::Index object) {
 
 KeyedArchive::KeyedArchive(std::span<const std::uint8_t> bytes) : table_(ObjectTable::read(bytes)) {
   const Index header = table_.root();
-  if (table_.kind(header) != Kind::Dictionary) refuse("its root is no dictionary");
+  if (table_.kind(header) != Kind::Dictionary) refuseArchive("its root is no dictionary");
   const auto version = table_.find(header, "$version");
   if (!version || table_.kind(*version) != Kind::Integer ||
       table_.integer(*version) != Value(100000)) {
-    refuse("wrong $version");
+    refuseArchive("wrong $version");
   }
   const auto archiver = table_.find(header, "$archiver");
   if (!archiver || !table_.isString(*archiver) ||
       !table_.stringEquals(*archiver, "NSKeyedArchiver")) {
-    refuse("wrong $archiver");
+    refuseArchive("wrong $archiver");
   }
   const auto objects = table_.find(header, "$objects");
-  if (!objects || table_.kind(*objects) != Kind::Array) refuse("no $objects");
+  if (!objects || table_.kind(*objects) != Kind::Array) refuseArchive("no $objects");
   objects_ = *objects;
   const auto top = table_.find(header, "$top");
-  if (!top || table_.kind(*top) != Kind::Dictionary) refuse("no $top");
+  if (!top || table_.kind(*top) != Kind::Dictionary) refuseArchive("no $top");
   auto root = table_.find(*top, "root");
   if (!root) root = table_.find(*top, "$0");
-  if (!root || table_.kind(*root) != Kind::Uid) refuse("no root object");
+  if (!root || table_.kind(*root) != Kind::Uid) refuseArchive("no root object");
   root_ = entryOfUid(*root);
 }
 
 KeyedArchive::Entry KeyedArchive::entryOfUid(Index uid) const {
   const std::uint64_t entry = table_.uid(uid);
-  if (entry >= entries()) refuse("UID " + std::to_string(entry) + " is out of range");
+  if (entry >= entries()) refuseArchive("UID " + std::to_string(entry) + " is out of range");
   return static_cast<Entry>(entry);
 }
 
 const KeyedArchive::Class& KeyedArchive::classOf(Index dictionary) {
   const auto reference = table_.find(dictionary, "$class");
-  if (!reference || table_.kind(*reference) != Kind::Uid) refuse("an object without a class");
+  if (!reference || table_.kind(*reference) != Kind::Uid)
+    refuseArchive("an object without a class");
   const Index description = objectOf(entryOfUid(*reference));
   const auto known = classes_.find(description);
   if (known != classes_.end()) return known->second;
@@ -82,14 +83,14 @@ const KeyedArchive::Class& KeyedArchive::classOf(Index dictionary) {
 }
 
 KeyedArchive::Class KeyedArchive::describe(Index description) {
-  if (table_.kind(description) != Kind::Dictionary) refuse("a missing class description");
+  if (table_.kind(description) != Kind::Dictionary) refuseArchive("a missing class description");
   // A description has no class of its own, else descriptions could go round in a circle.
-  if (table_.find(description, "$class")) refuse("a circular class description");
+  if (table_.find(description, "$class")) refuseArchive("a circular class description");
   const auto name = table_.find(description, "$classname");
-  if (!name || !isName(table_, *name)) refuse("a class description without a name");
+  if (!name || !isName(table_, *name)) refuseArchive("a class description without a name");
   const auto chain = table_.find(description, "$classes");
   if (!chain || table_.kind(*chain) != Kind::Array || table_.count(*chain) == 0) {
-    refuse("a class description without its chain");
+    refuseArchive("a class description without its chain");
   }
   if (!checkedChains_.contains(*chain)) checkChain(*chain);
   return {kindOfClass(table_.string(*name)), *name};
@@ -97,12 +98,13 @@ KeyedArchive::Class KeyedArchive::describe(Index description) {
 
 void KeyedArchive::checkChain(Index chain) {
   constexpr std::uint32_t kLongestChain = 256;
-  if (table_.count(chain) > kLongestChain) refuse("a class description with an endless chain");
+  if (table_.count(chain) > kLongestChain)
+    refuseArchive("a class description with an endless chain");
   std::unordered_set<std::string> seen;
   for (std::uint32_t i = 0; i < table_.count(chain); ++i) {
     const Index link = table_.element(chain, i);
-    if (!isName(table_, link)) refuse("a class description whose chain holds no names");
-    if (!seen.insert(table_.string(link)).second) refuse("a circular class description");
+    if (!isName(table_, link)) refuseArchive("a class description whose chain holds no names");
+    if (!seen.insert(table_.string(link)).second) refuseArchive("a circular class description");
   }
   checkedChains_.insert(chain);
 }

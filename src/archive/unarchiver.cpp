@@ -13,7 +13,7 @@ using Kind = ObjectTable::Kind;
 using Index = ObjectTable::Index;
 using Entry = KeyedArchive::Entry;
 
-[[noreturn]] void refuse(const std::string& what) {
+[[noreturn]] void refuseToUnarchive(const std::string& what) {
   throw PlatformException(kInvalidUnarchiveException, what);
 }
 
@@ -141,16 +141,16 @@ Value Unarchiver::Graph::scalarValue(Index object, std::uint64_t& cost) {
     case Kind::Dictionary:
       break;
   }
-  refuse("an entry that is neither an object nor a plain value");
+  refuseToUnarchive("an entry that is neither an object nor a plain value");
 }
 
 Unarchiver::Graph::Made& Unarchiver::Graph::makeEntry(Entry entry, Unarchiver& unarchiver) {
   if (const std::uint32_t position = madeByEntry[entry]; position != 0) {
     Made& known = made[position - 1];
-    if (!known.finished) refuse("an object that contains itself");
+    if (!known.finished) refuseToUnarchive("an object that contains itself");
     return known;
   }
-  if (depth >= kMaximumArchiveDepth) refuse("the objects are nested too deeply");
+  if (depth >= kMaximumArchiveDepth) refuseToUnarchive("the objects are nested too deeply");
   const Index dictionary = archive.objectOf(entry);
   // An object's keys are looked through several times, and a hostile file names one dictionary as
   // many entries.
@@ -237,7 +237,7 @@ void Unarchiver::Graph::makeDictionary(Index dictionary, Made& made, Unarchiver&
   const Index keys = arrayOfReferences(dictionary, "NS.keys");
   const Index values = arrayOfReferences(dictionary, "NS.objects");
   const std::uint32_t count = table.count(keys);
-  if (table.count(values) != count) refuse("a dictionary with more keys or more values");
+  if (table.count(values) != count) refuseToUnarchive("a dictionary with more keys or more values");
   std::uint64_t cost = std::uint64_t{count} * ReadBudget::kDictionaryEntry;
   budget.charge(cost);
   Value::Dictionary result;
@@ -245,10 +245,10 @@ void Unarchiver::Graph::makeDictionary(Index dictionary, Made& made, Unarchiver&
     const Entry keyEntry = archive.entryOfUid(uidAt(keys, i, "NS.keys"));
     Value key = decodeEntry(keyEntry, unarchiver, cost);
     auto* text = key.getIf<std::string>();
-    if (text == nullptr) refuse("a dictionary key that is no string");
+    if (text == nullptr) refuseToUnarchive("a dictionary key that is no string");
     const Entry entry = archive.entryOfUid(uidAt(values, i, "NS.objects"));
     if (!result.emplace(std::move(*text), decodeEntry(entry, unarchiver, cost)).second) {
-      refuse("a dictionary key that stands twice");
+      refuseToUnarchive("a dictionary key that stands twice");
     }
   }
   made.value = std::move(result);
@@ -281,7 +281,7 @@ void Unarchiver::Graph::makeObject(Index dictionary, const std::string& name, Ma
   budget.charge(kObjectSize);
   std::shared_ptr<Coding> object = registry.makeBlank(name);
   if (object == nullptr) {
-    refuse("cannot decode object of class (" + name + "); the class is unknown");
+    refuseToUnarchive("cannot decode object of class (" + name + "); the class is unknown");
   }
   const Restored<Index> inside(current, dictionary);
   object->initWithCoder(unarchiver);
@@ -425,7 +425,7 @@ DataPtr Unarchiver::decodeBytes(std::string_view key) {
 }
 
 void Unarchiver::throwWrongType(std::string_view key) {
-  refuse("value for key (" + std::string(key) + ") is of a wrong type");
+  refuseToUnarchive("value for key (" + std::string(key) + ") is of a wrong type");
 }
 
 }  // namespace tervano

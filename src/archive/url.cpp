@@ -10,7 +10,7 @@ bool isLetter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-bool isDigit(char c) {
+bool isUrlDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
@@ -29,7 +29,7 @@ bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
 void appendEscaped(std::string& out, std::string_view path) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   for (const char c : path) {
-    if (isLetter(c) || isDigit(c) || c == '-' || c == '.' || c == '_' || c == '~' || c == '/') {
+    if (isLetter(c) || isUrlDigit(c) || c == '-' || c == '.' || c == '_' || c == '~' || c == '/') {
       out.push_back(c);
     } else {
       const auto byte = static_cast<std::uint8_t>(c);
@@ -41,7 +41,7 @@ void appendEscaped(std::string& out, std::string_view path) {
 }
 
 int hexDigit(char c) {
-  if (isDigit(c)) return c - '0';
+  if (isUrlDigit(c)) return c - '0';
   c = lowered(c);
   return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
 }
@@ -86,7 +86,7 @@ Components componentsOf(std::string_view text) {
   }
   if (!text.empty() && isLetter(text.front())) {
     std::size_t at = 1;
-    while (at < text.size() && (isLetter(text[at]) || isDigit(text[at]) || text[at] == '+' ||
+    while (at < text.size() && (isLetter(text[at]) || isUrlDigit(text[at]) || text[at] == '+' ||
                                 text[at] == '-' || text[at] == '.')) {
       ++at;
     }

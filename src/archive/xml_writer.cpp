@@ -16,7 +16,7 @@ constexpr std::string_view kHead =
     "<plist version=\"1.0\">\n";
 constexpr std::string_view kFoot = "</plist>\n";
 
-[[noreturn]] void refuse(const char* what) {
+[[noreturn]] void refuseToWrite(const char* what) {
   throw PlatformException(kInvalidArgumentException, what);
 }
 
@@ -56,7 +56,7 @@ class XMLWriter {
       const bool noCharacter = byte == 0xEF && static_cast<std::uint8_t>(text[i + 1]) == 0xBF &&
                                static_cast<std::uint8_t>(text[i + 2]) >= 0xBE;
       if (noCharacter || (byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r')) {
-        refuse("XML cannot hold a control character; store such text as data");
+        refuseToWrite("XML cannot hold a control character; store such text as data");
       }
       switch (byte) {
         case '&':
@@ -97,14 +97,14 @@ class XMLWriter {
     if (const auto* number = value.getIf<double>()) return element("real", XMLTextOfReal(*number));
     if (const auto* date = value.getIf<Date>()) {
       const std::optional<std::string> text = XMLTextOfDate(*date);
-      if (!text) refuse("XML cannot hold a date outside the years 1 to 9999");
+      if (!text) refuseToWrite("XML cannot hold a date outside the years 1 to 9999");
       return element("date", *text);
     }
     if (const auto* uid = value.getIf<Uid>()) return addUid(uid->value);
     if (const auto* data = value.getIf<DataPtr>(); data != nullptr && *data != nullptr) {
       return addData(**data);
     }
-    refuse("a property list holds no nil, URL, UUID or object");
+    refuseToWrite("a property list holds no nil, URL, UUID or object");
   }
 
   void addData(const Data& data) {
@@ -117,7 +117,7 @@ class XMLWriter {
   // XML has no element for a UID: it stands as a dictionary of this one key.
   void addUid(std::uint64_t uid) {
     if (frames_.size() >= kMaximumPropertyListDepth) {
-      refuse("the property list is nested too deeply");
+      refuseToWrite("the property list is nested too deeply");
     }
     const std::string tabs(frames_.size(), '\t');
     out_.append(tabs).append("<dict>\n");
@@ -128,7 +128,7 @@ class XMLWriter {
 
   void push(const Value::Array* array, const Value::Dictionary* dictionary) {
     if (frames_.size() >= kMaximumPropertyListDepth) {
-      refuse("the property list is nested too deeply");
+      refuseToWrite("the property list is nested too deeply");
     }
     indent();
     Frame frame{array, dictionary, 0, {}};
@@ -154,7 +154,7 @@ class XMLWriter {
       const Value::Dictionary& dictionary = *frames_[level].dictionary;
       while (frames_[level].entry != dictionary.end()) {
         const auto& [key, value] = *frames_[level].entry++;
-        if (!isValidUtf8(key)) refuse("a dictionary key that is no UTF-8");
+        if (!isValidUtf8(key)) refuseToWrite("a dictionary key that is no UTF-8");
         element("key", escaped(key));
         add(value);
         if (frames_.size() - 1 != level) return;

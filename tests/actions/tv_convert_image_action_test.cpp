@@ -11,7 +11,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr char kTool[] = "/usr/bin/sips";
+constexpr char kPicturesTool[] = "/usr/bin/sips";
 
 // Notes how many notifications there were at each reveal.
 class CountingWorkspace : public RecordingWorkspace {
@@ -32,14 +32,16 @@ class CountingWorkspace : public RecordingWorkspace {
 class TVConvertImageActionTest : public ToolActionTest {
  protected:
   TVConvertImageActionTest() {
-    setTool(kTool, "exit 0\n");
+    setTool(kPicturesTool, "exit 0\n");
     action_->setOutputFormat("png");
     action_->setOutputExtension("png");
   }
 
   RecordedBlock run(const TVAction::FilePaths& paths) { return runToEnd(*action_, paths); }
   // From now on each conversion waits at the gate of its input's name.
-  void setGatedTool() { setTool(kTool, "read line < '" + home() + "/gate-'\"${4##*/}\"\n"); }
+  void setGatedTool() {
+    setTool(kPicturesTool, "read line < '" + home() + "/gate-'\"${4##*/}\"\n");
+  }
   // The output path for an input that need not exist.
   std::string outputFor(const std::string& input) {
     run({input});
@@ -96,20 +98,20 @@ TEST_F(TVConvertImageActionTest, BeforeRunIsThatOfTheBase) {
 TEST_F(TVConvertImageActionTest, TheToolGetsFormatInputAndOutputInThatOrder) {
   run({"/p/photo.tiff"});
   ASSERT_THAT(processes_.made(), SizeIs(1));
-  EXPECT_THAT(commandOf(0),
-              ElementsAre(kTool, "-s", "format", "png", "/p/photo.tiff", "--out", "/p/photo.png"));
+  EXPECT_THAT(commandOf(0), ElementsAre(kPicturesTool, "-s", "format", "png", "/p/photo.tiff",
+                                        "--out", "/p/photo.png"));
 }
 
 TEST_F(TVConvertImageActionTest, FormatAndExtensionMayDiffer) {
   action_->setOutputFormat("jpeg");
   action_->setOutputExtension("jpg");
   run({"/p/photo.tiff"});
-  EXPECT_THAT(commandOf(0),
-              ElementsAre(kTool, "-s", "format", "jpeg", "/p/photo.tiff", "--out", "/p/photo.jpg"));
+  EXPECT_THAT(commandOf(0), ElementsAre(kPicturesTool, "-s", "format", "jpeg", "/p/photo.tiff",
+                                        "--out", "/p/photo.jpg"));
 }
 
 TEST_F(TVConvertImageActionTest, ATakenOutputNameGivesTheNextFreeOneAndStaysUntouched) {
-  setTool(kTool, "printf converted > \"$6\"\n");
+  setTool(kPicturesTool, "printf converted > \"$6\"\n");
   const auto source = makeFile("photo.tiff", "source");
   const auto taken = makeFile("photo.png", "taken");
   run({source});
@@ -120,11 +122,11 @@ TEST_F(TVConvertImageActionTest, ATakenOutputNameGivesTheNextFreeOneAndStaysUnto
 }
 
 TEST_F(TVConvertImageActionTest, APictureThatHasTheFormatAlreadyIsNotOverwritten) {
-  setTool(kTool, "printf converted > \"$6\"\n");
+  setTool(kPicturesTool, "printf converted > \"$6\"\n");
   const auto source = makeFile("photo.png", "source");
   run({source});
-  EXPECT_THAT(commandOf(0),
-              ElementsAre(kTool, "-s", "format", "png", source, "--out", home() + "/photo 2.png"));
+  EXPECT_THAT(commandOf(0), ElementsAre(kPicturesTool, "-s", "format", "png", source, "--out",
+                                        home() + "/photo 2.png"));
   EXPECT_EQ(contentsOf(source), "source");
 }
 
@@ -192,8 +194,8 @@ TEST_F(TVConvertImageActionTest, AnExtensionThatNoNameCanHaveThrowsAfterTheStart
 
 TEST_F(TVConvertImageActionTest, TheInputIsStandardised) {
   run({"//p/./q/..//photo.tiff"});
-  EXPECT_THAT(commandOf(0),
-              ElementsAre(kTool, "-s", "format", "png", "/p/photo.tiff", "--out", "/p/photo.png"));
+  EXPECT_THAT(commandOf(0), ElementsAre(kPicturesTool, "-s", "format", "png", "/p/photo.tiff",
+                                        "--out", "/p/photo.png"));
 }
 
 TEST_F(TVConvertImageActionTest, TheStartIsToldWithTheNameAsItWasGiven) {
@@ -282,7 +284,7 @@ TEST_F(TVConvertImageActionTest, TheResultIsRevealedAfterTheNotificationAndBefor
 }
 
 TEST_F(TVConvertImageActionTest, AFailedConversionIsLoggedAndOtherwiseEndsAsAnyOther) {
-  setTool(kTool, "echo 'Error: Unsupported file' >&2; exit 13\n");
+  setTool(kPicturesTool, "echo 'Error: Unsupported file' >&2; exit 13\n");
   const RecordedBlock end = run({"/p/photo.tiff"});
   EXPECT_TRUE(end.success());
   EXPECT_EQ(end.error(), std::nullopt);
@@ -296,9 +298,9 @@ TEST_F(TVConvertImageActionTest, AFailedConversionIsLoggedAndOtherwiseEndsAsAnyO
 }
 
 TEST_F(TVConvertImageActionTest, AfterAFailureALaterRunIsToldAsAnyOther) {
-  setTool(kTool, "echo broken >&2\n");
+  setTool(kPicturesTool, "echo broken >&2\n");
   run({"/p/a.tiff"});
-  setTool(kTool, "exit 0\n");
+  setTool(kPicturesTool, "exit 0\n");
   run({"/p/b.tiff"});
   EXPECT_TRUE(action_->hasError());
   EXPECT_EQ(informativeTexts().back(), "Finished converting 'b.png'");
@@ -379,7 +381,7 @@ TEST_F(TVConvertImageActionTest, ANewRunTerminatesEveryConversionOfTheEarlierOne
   setGatedTool();
   const RecordedBlock dropped;
   action_->runWithFilePaths({"/p/a.tiff", "/p/b.tiff"}, dropped.block());
-  setTool(kTool, "exit 0\n");
+  setTool(kPicturesTool, "exit 0\n");
   run({"/p/c.tiff"});
   expectTerminated(0);
   expectTerminated(1);
@@ -392,7 +394,7 @@ TEST_F(TVConvertImageActionTest, ANewRunTerminatesEveryConversionOfTheEarlierOne
 }
 
 TEST_F(TVConvertImageActionTest, WhenTheFirstToolCannotBeStartedNoOtherIsTried) {
-  removeTool(kTool);
+  removeTool(kPicturesTool);
   const RecordedBlock end;
   EXPECT_THROW(action_->runWithFilePaths({"/p/a.tiff", "/p/b.tiff"}, end.block()),
                PlatformException);
@@ -422,9 +424,9 @@ class VanishingTool : public ForwardingProcesses {
 };
 
 TEST_F(TVConvertImageActionTest, ConversionsStartedBeforeALaunchFailureGoOnAndTheRunNeverEnds) {
-  VanishingTool processes(processes_, [this] { removeTool(kTool); });
+  VanishingTool processes(processes_, [this] { removeTool(kPicturesTool); });
   platform_.services().processes = &processes;
-  setTool(kTool, "printf converted > '" + home() + "/done'\n");
+  setTool(kPicturesTool, "printf converted > '" + home() + "/done'\n");
   const RecordedBlock end;
   EXPECT_THROW(action_->runWithFilePaths({"/p/a.tiff", "/p/b.tiff", "/p/c.tiff"}, end.block()),
                PlatformException);
@@ -446,7 +448,7 @@ TEST_F(TVConvertImageActionTest, TwoSourcesOfOneStemAskForOneOutputWhileItIsFree
 }
 
 TEST_F(TVConvertImageActionTest, HostileNamesReachTheToolTheUserAndTheFileViewerAsTheyAre) {
-  setTool(kTool, "printf '%s\\0' \"$@\" > '" + home() + "/seen'\n");
+  setTool(kPicturesTool, "printf '%s\\0' \"$@\" > '" + home() + "/seen'\n");
   for (const auto& name : hostileNames()) {
     const std::string stem = name.substr(0, 250);
     const std::string input = "/p/" + stem + ".tiff";
@@ -484,7 +486,7 @@ TEST_F(TVConvertImageActionTest, AHostileFormatIsOneArgument) {
 TEST_F(TVConvertImageActionTest, TwoHundredFilesAreConvertedAtOnceAndEndOnce) {
   constexpr std::size_t kPaths = 200;
   const Descriptor gate = makeGate("gate");
-  setTool(kTool, "read line < '" + home() + "/gate'\n");
+  setTool(kPicturesTool, "read line < '" + home() + "/gate'\n");
   TVAction::FilePaths paths;
   for (std::size_t i = 0; i < kPaths; ++i) paths.push_back("/p/" + std::to_string(i) + ".tiff");
   const RecordedBlock end;

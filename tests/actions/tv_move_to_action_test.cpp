@@ -32,7 +32,7 @@ struct Outcome {
 };
 
 // The real file manager; a test sees each move and removal before it is done, and may refuse it.
-class WatchedFileManager : public ForwardingFileManager {
+class WatchedMoves : public ForwardingFileManager {
  public:
   using ForwardingFileManager::ForwardingFileManager;
   using Watch = std::function<std::optional<Error>(const std::string& path)>;
@@ -98,7 +98,7 @@ class TVMoveToActionTest : public ActionTest {
   }
   static Error diskError() { return {"POSIX", EIO, "the disk is on fire"}; }
 
-  WatchedFileManager files_;
+  WatchedMoves files_;
   std::string destination_;
   std::shared_ptr<TVMoveToAction> action_;
 };

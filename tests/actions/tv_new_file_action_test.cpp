@@ -29,7 +29,7 @@ constexpr std::int64_t kNanosecondsInSecond = 1'000'000'000;
 
 // The real file manager; a test sees each copy before it is done, and may refuse it, and what
 // attributes are set.
-class WatchedFileManager : public ForwardingFileManager {
+class WatchedCopies : public ForwardingFileManager {
  public:
   using ForwardingFileManager::ForwardingFileManager;
 
@@ -131,7 +131,7 @@ class TVNewFileActionTest : public ActionTest {
   }
   static Error diskError() { return {"POSIX", EIO, "the disk is on fire"}; }
 
-  WatchedFileManager files_;
+  WatchedCopies files_;
   std::string template_;
   std::shared_ptr<TVNewFileAction> action_;
 };

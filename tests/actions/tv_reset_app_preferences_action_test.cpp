@@ -13,11 +13,11 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr char kTool[] = "/usr/bin/defaults";
+constexpr char kDefaultsTool[] = "/usr/bin/defaults";
 
 class TVResetAppPreferencesActionTest : public ToolActionTest {
  protected:
-  TVResetAppPreferencesActionTest() { setTool(kTool, "exit 0\n"); }
+  TVResetAppPreferencesActionTest() { setTool(kDefaultsTool, "exit 0\n"); }
 
   // An application of that identifier; answers its path.
   std::string makeApplication(const std::string& name, const std::string& identifier) {
@@ -73,7 +73,7 @@ TEST_F(TVResetAppPreferencesActionTest, TheToolDeletesTheDomainOfTheBundleIdenti
   const auto path = makeApplication("Example.app", "com.example.app");
   run({path});
   ASSERT_THAT(processes_.made(), SizeIs(1));
-  EXPECT_THAT(commandOf(0), ElementsAre(kTool, "delete", "com.example.app"));
+  EXPECT_THAT(commandOf(0), ElementsAre(kDefaultsTool, "delete", "com.example.app"));
 }
 
 TEST_F(TVResetAppPreferencesActionTest, TheIdentifierIsLoggedBeforeThePath) {
@@ -97,7 +97,7 @@ TEST_F(TVResetAppPreferencesActionTest, OfTwoApplicationsOnlyTheFirstIsReset) {
   run({first, second});
   waitForAllTools();
   ASSERT_THAT(processes_.made(), SizeIs(1));
-  EXPECT_THAT(commandOf(0), ElementsAre(kTool, "delete", "com.example.first"));
+  EXPECT_THAT(commandOf(0), ElementsAre(kDefaultsTool, "delete", "com.example.first"));
   EXPECT_THAT(applications_.asked, ElementsAre(first));
   EXPECT_THAT(informativeTexts(), ElementsAre("Preferences for First.app have been reset."));
 }
@@ -114,7 +114,7 @@ TEST_F(TVResetAppPreferencesActionTest, ASuccessIsToldWithTheFileName) {
 }
 
 TEST_F(TVResetAppPreferencesActionTest, ErrorOutputTurnsTheVerdict) {
-  setTool(kTool, "echo 'Domain (com.example.app) not found.' >&2; exit 1\n");
+  setTool(kDefaultsTool, "echo 'Domain (com.example.app) not found.' >&2; exit 1\n");
   const auto path = makeApplication("Example.app", "com.example.app");
   const RecordedBlock end = run({path});
   EXPECT_TRUE(end.success());
@@ -126,26 +126,26 @@ TEST_F(TVResetAppPreferencesActionTest, ErrorOutputTurnsTheVerdict) {
 }
 
 TEST_F(TVResetAppPreferencesActionTest, WhiteSpaceAsErrorOutputDoesNotTurnTheVerdict) {
-  setTool(kTool, "printf ' \\n\\n' >&2; exit 1\n");
+  setTool(kDefaultsTool, "printf ' \\n\\n' >&2; exit 1\n");
   run({makeApplication("Example.app", "com.example.app")});
   EXPECT_THAT(informativeTexts(), ElementsAre("Preferences for Example.app have been reset."));
 }
 
 TEST_F(TVResetAppPreferencesActionTest, AfterOneFailureEveryLaterRunIsReportedAsFailed) {
-  setTool(kTool, "echo broken >&2\n");
+  setTool(kDefaultsTool, "echo broken >&2\n");
   const auto path = makeApplication("Example.app", "com.example.app");
   run({path});
-  setTool(kTool, "exit 0\n");
+  setTool(kDefaultsTool, "exit 0\n");
   run({path});
   EXPECT_THAT(informativeTexts(), ElementsAre("Preferences for Example.app could not be reset.",
                                               "Preferences for Example.app could not be reset."));
 }
 
 TEST_F(TVResetAppPreferencesActionTest, AnotherObjectOfTheClassIsNotAffectedByAFailure) {
-  setTool(kTool, "echo broken >&2\n");
+  setTool(kDefaultsTool, "echo broken >&2\n");
   const auto path = makeApplication("Example.app", "com.example.app");
   run({path});
-  setTool(kTool, "exit 0\n");
+  setTool(kDefaultsTool, "exit 0\n");
   runToEnd(*action_->copy(), {path});
   EXPECT_EQ(informativeTexts().back(), "Preferences for Example.app have been reset.");
 }
@@ -164,7 +164,7 @@ TEST_F(TVResetAppPreferencesActionTest, TheSecondPathIsNoSubstituteForTheFirst) 
 
 TEST_F(TVResetAppPreferencesActionTest, ASelectionWithoutBundleStillTerminatesTheEarlierRun) {
   const Descriptor gate = makeGate("gate");
-  setTool(kTool, "read line < '" + home() + "/gate'\n");
+  setTool(kDefaultsTool, "read line < '" + home() + "/gate'\n");
   const RecordedBlock first;
   const RecordedBlock second;
   action_->runWithFilePaths({makeApplication("Example.app", "com.example.app")}, first.block());
@@ -178,7 +178,7 @@ TEST_F(TVResetAppPreferencesActionTest, ASelectionWithoutBundleStillTerminatesTh
 }
 
 TEST_F(TVResetAppPreferencesActionTest, AToolThatCannotBeStartedIsLeftPending) {
-  removeTool(kTool);
+  removeTool(kDefaultsTool);
   const auto path = makeApplication("Example.app", "com.example.app");
   const RecordedBlock end;
   EXPECT_THROW(action_->runWithFilePaths({path}, end.block()), PlatformException);
@@ -201,7 +201,7 @@ TEST_F(TVResetAppPreferencesActionTest, HostileNamesAreToldAsTheyAre) {
 }
 
 TEST_F(TVResetAppPreferencesActionTest, HostileIdentifiersReachTheToolAsOneArgument) {
-  setTool(kTool, "printf '%s\\0' \"$@\" > '" + home() + "/seen'\n");
+  setTool(kDefaultsTool, "printf '%s\\0' \"$@\" > '" + home() + "/seen'\n");
   for (const auto& identifier : hostileNames()) {
     run({makeApplication("Example.app", identifier)});
     EXPECT_EQ(contentsOf(home() + "/seen"), std::string("delete") + '\0' + identifier + '\0');

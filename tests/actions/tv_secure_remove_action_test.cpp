@@ -12,15 +12,15 @@ using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr char kTool[] = "/bin/rm";
+constexpr char kRemoveTool[] = "/bin/rm";
 
 class TVSecureRemoveActionTest : public ToolActionTest {
  protected:
-  TVSecureRemoveActionTest() { setTool(kTool, "exit 0\n"); }
+  TVSecureRemoveActionTest() { setTool(kRemoveTool, "exit 0\n"); }
 
   RecordedBlock run(const TVAction::FilePaths& paths) { return runToEnd(*action_, paths); }
   // From now on each removal waits at the gate of its file's name.
-  void setGatedTool() { setTool(kTool, "read line < '" + home() + "/gate-'\"${5##*/}\"\n"); }
+  void setGatedTool() { setTool(kRemoveTool, "read line < '" + home() + "/gate-'\"${5##*/}\"\n"); }
 
   std::shared_ptr<TVSecureRemoveAction> action_ = action<TVSecureRemoveAction>();
 };
@@ -63,9 +63,9 @@ TEST_F(TVSecureRemoveActionTest, BeforeRunAsksNothingAndNeverCallsItsBlock) {
 TEST_F(TVSecureRemoveActionTest, EachPathGetsAToolOfItsOwn) {
   run({"/p/a.txt", "/p/folder", "/p/c.txt"});
   ASSERT_THAT(processes_.made(), SizeIs(3));
-  EXPECT_THAT(commandOf(0), ElementsAre(kTool, "-v", "-f", "-r", "-P", "/p/a.txt"));
-  EXPECT_THAT(commandOf(1), ElementsAre(kTool, "-v", "-f", "-r", "-P", "/p/folder"));
-  EXPECT_THAT(commandOf(2), ElementsAre(kTool, "-v", "-f", "-r", "-P", "/p/c.txt"));
+  EXPECT_THAT(commandOf(0), ElementsAre(kRemoveTool, "-v", "-f", "-r", "-P", "/p/a.txt"));
+  EXPECT_THAT(commandOf(1), ElementsAre(kRemoveTool, "-v", "-f", "-r", "-P", "/p/folder"));
+  EXPECT_THAT(commandOf(2), ElementsAre(kRemoveTool, "-v", "-f", "-r", "-P", "/p/c.txt"));
 }
 
 TEST_F(TVSecureRemoveActionTest, AllToolsRunAtOnceAndEachHelperCarriesItsPath) {
@@ -120,7 +120,7 @@ TEST_F(TVSecureRemoveActionTest, ASuccessIsToldWithABlankAtTheEnd) {
 }
 
 TEST_F(TVSecureRemoveActionTest, ErrorOutputIsToldAsAFailureAndTheBlockStillGetsTrue) {
-  setTool(kTool, "echo 'a.txt: Operation not permitted' >&2; exit 1\n");
+  setTool(kRemoveTool, "echo 'a.txt: Operation not permitted' >&2; exit 1\n");
   const RecordedBlock end = run({"/p/a.txt"});
   EXPECT_TRUE(end.success());
   EXPECT_EQ(end.error(), std::nullopt);
@@ -131,7 +131,7 @@ TEST_F(TVSecureRemoveActionTest, ErrorOutputIsToldAsAFailureAndTheBlockStillGets
 
 TEST_F(TVSecureRemoveActionTest, AFailureOfOnePathIsToldWithTheNameOfTheLast) {
   const Descriptor gate = makeGate("gate");
-  setTool(kTool,
+  setTool(kRemoveTool,
           "case $5 in */bad) echo broken >&2;; *) read line < '" + home() + "/gate';; esac\n");
   const RecordedBlock end;
   action_->runWithFilePaths({"/p/bad", "/p/good"}, end.block());
@@ -142,16 +142,16 @@ TEST_F(TVSecureRemoveActionTest, AFailureOfOnePathIsToldWithTheNameOfTheLast) {
 }
 
 TEST_F(TVSecureRemoveActionTest, AfterOneFailureALaterSuccessIsStillToldAsAFailure) {
-  setTool(kTool, "echo broken >&2\n");
+  setTool(kRemoveTool, "echo broken >&2\n");
   run({"/p/a.txt"});
-  setTool(kTool, "exit 0\n");
+  setTool(kRemoveTool, "exit 0\n");
   run({"/p/b.txt"});
   EXPECT_THAT(informativeTexts(),
               ElementsAre("Could not remove 'a.txt' ", "Could not remove 'b.txt' "));
 }
 
 TEST_F(TVSecureRemoveActionTest, TheListOfRemovedNamesIsDiscarded) {
-  setTool(kTool, "echo \"$5\"\n");
+  setTool(kRemoveTool, "echo \"$5\"\n");
   run({"/p/a.txt"});
   EXPECT_THAT(log_.lines(), IsEmpty());
   EXPECT_THAT(informativeTexts(), ElementsAre("Successfully removed 'a.txt' "));
@@ -163,7 +163,7 @@ TEST_F(TVSecureRemoveActionTest, ANewRunTerminatesEveryToolOfTheEarlierOne) {
   setGatedTool();
   const RecordedBlock dropped;
   action_->runWithFilePaths({"/p/a.txt", "/p/b.txt"}, dropped.block());
-  setTool(kTool, "exit 0\n");
+  setTool(kRemoveTool, "exit 0\n");
   run({"/p/c.txt"});
   expectTerminated(0);
   expectTerminated(1);
@@ -180,7 +180,7 @@ TEST_F(TVSecureRemoveActionTest, ToolsThatHaveEndedAreNoHindranceToANewRun) {
   action_->runWithFilePaths({"/p/a.txt", "/p/b.txt"}, dropped.block());
   openGate(a);
   EXPECT_TRUE(waitUntil([&] { return action_->pendingTasks()->size() == 1; }));
-  setTool(kTool, "exit 0\n");
+  setTool(kRemoveTool, "exit 0\n");
   run({"/p/c.txt"});
   EXPECT_EQ(processes_.made()[0]->terminationReason(), TerminationReason::exit);
   expectTerminated(1);
@@ -188,7 +188,7 @@ TEST_F(TVSecureRemoveActionTest, ToolsThatHaveEndedAreNoHindranceToANewRun) {
 }
 
 TEST_F(TVSecureRemoveActionTest, WhenTheFirstToolCannotBeStartedNoOtherIsTried) {
-  removeTool(kTool);
+  removeTool(kRemoveTool);
   const RecordedBlock end;
   EXPECT_THROW(action_->runWithFilePaths({"/p/a.txt", "/p/b.txt"}, end.block()), PlatformException);
   runPendingMainItems();
@@ -214,7 +214,7 @@ TEST_F(TVSecureRemoveActionTest, NothingIsRevealed) {
 }
 
 TEST_F(TVSecureRemoveActionTest, HostileNamesReachTheToolAndTheUserAsTheyAre) {
-  setTool(kTool, "printf '%s\\0' \"$@\" > '" + home() + "/seen'\n");
+  setTool(kRemoveTool, "printf '%s\\0' \"$@\" > '" + home() + "/seen'\n");
   for (const auto& name : hostileNames()) {
     const std::string path = "/p/" + name;
     run({path});
@@ -228,7 +228,7 @@ TEST_F(TVSecureRemoveActionTest, HostileNamesReachTheToolAndTheUserAsTheyAre) {
 
 TEST_F(TVSecureRemoveActionTest, ATrailingSlashOfThePathIsNoName) {
   run({"/p/folder/"});
-  EXPECT_THAT(commandOf(0), ElementsAre(kTool, "-v", "-f", "-r", "-P", "/p/folder/"));
+  EXPECT_THAT(commandOf(0), ElementsAre(kRemoveTool, "-v", "-f", "-r", "-P", "/p/folder/"));
   EXPECT_THAT(informativeTexts(), ElementsAre("Successfully removed 'folder' "));
 }
 
@@ -241,7 +241,7 @@ TEST_F(TVSecureRemoveActionTest, TheSamePathTwiceGetsTwoTools) {
 TEST_F(TVSecureRemoveActionTest, TwoHundredPathsRunAtOnceAndEndOnce) {
   constexpr std::size_t kPaths = 200;
   const Descriptor gate = makeGate("gate");
-  setTool(kTool, "read line < '" + home() + "/gate'\n");
+  setTool(kRemoveTool, "read line < '" + home() + "/gate'\n");
   TVAction::FilePaths paths;
   for (std::size_t i = 0; i < kPaths; ++i) paths.push_back("/p/" + std::to_string(i));
   const RecordedBlock end;

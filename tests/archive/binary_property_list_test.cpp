@@ -32,7 +32,7 @@ Value readObjects(const std::vector<std::string>& digits) {
   return read(list.bytes());
 }
 
-Value roundTrip(const Value& value) {
+Value binaryRoundTrip(const Value& value) {
   return read(binaryDataWithPropertyList(value));
 }
 
@@ -293,7 +293,7 @@ TEST(BinaryPropertyListTest, NestingUpToTheLimitIsReadAndWritten) {
     }
     value = std::move(outer);
   }
-  EXPECT_EQ(roundTrip(value), value);
+  EXPECT_EQ(binaryRoundTrip(value), value);
   EXPECT_THROW(binaryDataWithPropertyList(Value::Array{value}), PlatformException);
 }
 
@@ -359,7 +359,7 @@ TEST(BinaryPropertyListTest, EveryKindSurvivesWritingAndReading) {
         Value(Value::Dictionary{{"", 1}, {"\xC3\xA9", Value::Array{Value::Dictionary{{"x", 2}}}}}),
         Value(Value::Array(300, "same")),
         Value(Value::Array{Value::Array{1, 2}, 3, Value::Array{4, Value::Array{5}}})}) {
-    EXPECT_EQ(roundTrip(value), value);
+    EXPECT_EQ(binaryRoundTrip(value), value);
   }
 }
 
@@ -367,12 +367,12 @@ TEST(BinaryPropertyListTest, ManyObjectsWidenReferencesAndOffsets) {
   for (const int count : {250, 300, 65530, 70000}) {
     Value::Array array;
     for (int i = 0; i < count; ++i) array.push_back(i);
-    EXPECT_EQ(roundTrip(array), Value(array)) << count;
+    EXPECT_EQ(binaryRoundTrip(array), Value(array)) << count;
   }
 }
 
 TEST(BinaryPropertyListTest, NegativeZeroKeepsItsSign) {
-  const Value read = roundTrip(-0.0);
+  const Value read = binaryRoundTrip(-0.0);
   EXPECT_TRUE(std::signbit(*read.getIf<double>()));
 }
 
@@ -385,7 +385,7 @@ TEST(BinaryPropertyListTest, EqualScalarsAreStoredOnce) {
 
 TEST(BinaryPropertyListTest, EqualNumbersOfDifferentKindsStayApart) {
   const Value value(Value::Array{1, 1.0, true, Uid{1}, Date{1}, "1"});
-  EXPECT_EQ(roundTrip(value), value);
+  EXPECT_EQ(binaryRoundTrip(value), value);
 }
 
 TEST(BinaryPropertyListTest, DataOfEqualEndsStaysApart) {
@@ -393,7 +393,7 @@ TEST(BinaryPropertyListTest, DataOfEqualEndsStaysApart) {
   Data right = left;
   right[250] = 8;
   const Value value(Value::Array{left, right});
-  EXPECT_EQ(roundTrip(value), value);
+  EXPECT_EQ(binaryRoundTrip(value), value);
 }
 
 TEST(BinaryPropertyListTest, SharedDataIsReadAsOneBlock) {
@@ -411,7 +411,7 @@ TEST(BinaryPropertyListTest, WhatNoPropertyListHoldsIsNotWritten) {
 }
 
 TEST(BinaryPropertyListTest, TextThatIsNoUtf8IsWrittenWithReplacementCharacters) {
-  EXPECT_EQ(roundTrip("a\xFFz"), Value("a\xEF\xBF\xBDz"));
+  EXPECT_EQ(binaryRoundTrip("a\xFFz"), Value("a\xEF\xBF\xBDz"));
 }
 
 TEST(BinaryPropertyListTest, AKeyThatIsNoUtf8IsNotWritten) {

@@ -55,7 +55,7 @@ ChildResult runProgram(const std::vector<std::string>& arguments) {
   std::string output;
   std::array<char, 65536> block{};
   ssize_t got = 0;
-  while ((got = read(ends[0], block.data(), block.size())) != 0) {
+  while ((got = ::read(ends[0], block.data(), block.size())) != 0) {
     if (got > 0) {
       output.append(block.data(), static_cast<std::size_t>(got));
     } else if (errno != EINTR) {

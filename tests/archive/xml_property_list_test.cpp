@@ -21,7 +21,7 @@ Value read(const std::string& element) {
                       element + "</plist>");
 }
 
-Value roundTrip(const Value& value) {
+Value xmlRoundTrip(const Value& value) {
   return XMLPropertyListWithData(XMLDataWithPropertyList(value));
 }
 
@@ -191,7 +191,7 @@ TEST(XMLPropertyListTest, WhatIsReadFromTheDeepestListCanBeWrittenAgain) {
     outer.getIf<Value::Array>()->push_back(std::move(value));
     value = std::move(outer);
   }
-  EXPECT_EQ(roundTrip(value), value);
+  EXPECT_EQ(xmlRoundTrip(value), value);
   EXPECT_THROW(XMLDataWithPropertyList(Value::Array{value}), PlatformException);
 }
 
@@ -246,13 +246,13 @@ TEST(XMLPropertyListTest, EveryKindSurvivesWritingAndReading) {
         Value(Value::Dictionary()),
         Value(Value::Array{Value::Array{}, Value::Dictionary{{"a", Value::Array{Uid{1}}}}}),
         Value(Value::Dictionary{{"", 1}, {"<k>", Value::Dictionary{{"\r\n", bytes}}}})}) {
-    EXPECT_EQ(roundTrip(value), value);
+    EXPECT_EQ(xmlRoundTrip(value), value);
   }
 }
 
 TEST(XMLPropertyListTest, DatesAreRoundedDownToSeconds) {
-  EXPECT_EQ(roundTrip(Date{1.75}), Value(Date{1}));
-  EXPECT_EQ(roundTrip(Date{-0.25}), Value(Date{-1}));
+  EXPECT_EQ(xmlRoundTrip(Date{1.75}), Value(Date{1}));
+  EXPECT_EQ(xmlRoundTrip(Date{-0.25}), Value(Date{-1}));
 }
 
 TEST(XMLPropertyListTest, DatesOutsideTheCalendarAreNotWritten) {
@@ -271,8 +271,8 @@ TEST(XMLPropertyListTest, CharactersThatXMLCannotHoldAreNotWritten) {
 }
 
 TEST(XMLPropertyListTest, TextThatIsNoUtf8IsWrittenWithReplacementCharacters) {
-  EXPECT_EQ(roundTrip("a\xFFz"), Value("a\xEF\xBF\xBDz"));
-  EXPECT_EQ(roundTrip("a\xEF"), Value("a\xEF\xBF\xBD"));
+  EXPECT_EQ(xmlRoundTrip("a\xFFz"), Value("a\xEF\xBF\xBDz"));
+  EXPECT_EQ(xmlRoundTrip("a\xEF"), Value("a\xEF\xBF\xBD"));
 }
 
 TEST(XMLPropertyListTest, WhatNoPropertyListHoldsIsNotWritten) {

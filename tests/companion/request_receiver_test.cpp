@@ -30,7 +30,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using Result = RequestReceiver::Result;
 
-constexpr char kUid[] = "0123456789ABCDEF0123456789ABCDEF";
+constexpr char kRequestedUid[] = "0123456789ABCDEF0123456789ABCDEF";
 constexpr char kFile[] = "01234567-89AB-CDEF-0123-456789ABCDEF";
 
 struct Answer {
@@ -207,7 +207,8 @@ TEST_F(RequestReceiverTest, RefusedUrlIsLoggedInOneLineWithoutItsControlCharacte
 TEST_F(RequestReceiverTest, UnknownUidIsToldAndTheHandOffFileRemoved) {
   saveMove();
   handOver({userFile("a.txt")});
-  expectTold(open(url(kUid)), "no longer in the list (" + std::string(kUid) + ")");
+  expectTold(open(url(kRequestedUid)),
+             "no longer in the list (" + std::string(kRequestedUid) + ")");
   EXPECT_TRUE(exists(home() + "/a.txt"));
   EXPECT_FALSE(exists(handOffPath()));
 }

@@ -13,23 +13,23 @@ namespace tervano::test {
 
 namespace {
 
-constexpr char kUid[] = "0123456789ABCDEF0123456789ABCDEF";
+constexpr char kUnreadableUid[] = "0123456789ABCDEF0123456789ABCDEF";
 
 // Every command that needs the list.
 const std::vector<std::vector<std::string>>& commands() {
   static const std::vector<std::vector<std::string>> all = {
       {"list"},
       {"list", "--json"},
-      {"show", kUid},
+      {"show", kUnreadableUid},
       {"add", "move", "--title", "x"},
-      {"enable", kUid},
-      {"disable", kUid},
-      {"remove", kUid},
-      {"set", kUid, "--title", "x"},
+      {"enable", kUnreadableUid},
+      {"disable", kUnreadableUid},
+      {"remove", kUnreadableUid},
+      {"set", kUnreadableUid, "--title", "x"},
       {"menu", "--json"},
       {"menu", "--print", "--kind", "toolbar"},
-      {"reorder", kUid, "--first"},
-      {"run", kUid},
+      {"reorder", kUnreadableUid, "--first"},
+      {"run", kUnreadableUid},
   };
   return all;
 }

@@ -22,7 +22,7 @@ using test::ChildProcess;
 using test::ScopedPlatform;
 using test::waitUntil;
 
-constexpr char kIdentifier[] = "TVTestMessage";
+constexpr char kSharedIdentifier[] = "TVTestMessage";
 constexpr char kFinish[] = "TVTestFinish";
 
 std::string asObject(const Value& object) {
@@ -69,7 +69,7 @@ class TwoProcessesTest : public testing::TestWithParam<std::uint64_t> {
   // Shared with the listeners, of which a scheduled call may come late.
   std::shared_ptr<std::vector<Value>> heard_ = std::make_shared<std::vector<Value>>();
 
-  void listenHere(const std::string& identifier = kIdentifier) {
+  void listenHere(const std::string& identifier = kSharedIdentifier) {
     wormhole_->listenForMessageWithIdentifier(
         identifier, [heard = heard_](const Value& object) { heard->push_back(object); });
   }
@@ -104,9 +104,9 @@ TEST_P(TwoProcessesTest, ANilMessageReachesTheOtherProcessOnce) {
 
 TEST_P(TwoProcessesTest, AnObjectReachesTheOtherProcess) {
   Peer peer(GetParam());
-  peer.listen(kIdentifier);
-  wormhole_->passMessageObject("gr\xc3\xbc\xc3\x9f dich", kIdentifier);
-  EXPECT_EQ(peer.hear(), Peer::heard(kIdentifier, "gr\xc3\xbc\xc3\x9f dich"));
+  peer.listen(kSharedIdentifier);
+  wormhole_->passMessageObject("gr\xc3\xbc\xc3\x9f dich", kSharedIdentifier);
+  EXPECT_EQ(peer.hear(), Peer::heard(kSharedIdentifier, "gr\xc3\xbc\xc3\x9f dich"));
 }
 
 TEST_P(TwoProcessesTest, MessagesGoBothWays) {
@@ -121,66 +121,67 @@ TEST_P(TwoProcessesTest, MessagesGoBothWays) {
 }
 
 TEST_P(TwoProcessesTest, AMessageStaysForAProcessThatComesLater) {
-  wormhole_->passMessageObject("waiting", kIdentifier);
+  wormhole_->passMessageObject("waiting", kSharedIdentifier);
   Peer peer(GetParam());
-  peer.tell("read", kIdentifier);
+  peer.tell("read", kSharedIdentifier);
   EXPECT_EQ(peer.hear(), "stored " + asObject("waiting"));
 }
 
 TEST_P(TwoProcessesTest, AMessageStaysAfterItsSenderEnded) {
   {
     Peer peer(GetParam());
-    peer.pass("left behind", kIdentifier);
+    peer.pass("left behind", kSharedIdentifier);
   }
-  EXPECT_EQ(wormhole_->messageWithIdentifier(kIdentifier), Value("left behind"));
+  EXPECT_EQ(wormhole_->messageWithIdentifier(kSharedIdentifier), Value("left behind"));
 }
 
 TEST_P(TwoProcessesTest, ClearingInTheOtherProcessClearsHere) {
-  wormhole_->passMessageObject("gone", kIdentifier);
+  wormhole_->passMessageObject("gone", kSharedIdentifier);
   Peer peer(GetParam());
-  peer.tell("clear", kIdentifier);
+  peer.tell("clear", kSharedIdentifier);
   EXPECT_EQ(peer.hear(), "cleared");
-  EXPECT_TRUE(wormhole_->messageWithIdentifier(kIdentifier).isNull());
+  EXPECT_TRUE(wormhole_->messageWithIdentifier(kSharedIdentifier).isNull());
 }
 
 TEST_P(TwoProcessesTest, AfterStoppingTheOtherProcessHearsNothing) {
   Peer peer(GetParam());
-  peer.listen(kIdentifier);
+  peer.listen(kSharedIdentifier);
   peer.listen(kFinish);
-  peer.tell("stop", kIdentifier);
+  peer.tell("stop", kSharedIdentifier);
   EXPECT_EQ(peer.hear(), "stopped");
-  wormhole_->passMessageObject("unheard", kIdentifier);
+  wormhole_->passMessageObject("unheard", kSharedIdentifier);
   EXPECT_TRUE(everythingHeardBy(peer).empty());
 }
 
 TEST_P(TwoProcessesTest, ListeningTwiceInTheOtherProcessMakesOneCall) {
   Peer peer(GetParam());
-  peer.listen(kIdentifier);
-  peer.listen(kIdentifier);
+  peer.listen(kSharedIdentifier);
+  peer.listen(kSharedIdentifier);
   peer.listen(kFinish);
-  wormhole_->passMessageObject("once", kIdentifier);
-  EXPECT_EQ(everythingHeardBy(peer), std::vector<std::string>{Peer::heard(kIdentifier, "once")});
+  wormhole_->passMessageObject("once", kSharedIdentifier);
+  EXPECT_EQ(everythingHeardBy(peer),
+            std::vector<std::string>{Peer::heard(kSharedIdentifier, "once")});
 }
 
 TEST_P(TwoProcessesTest, ADroppedMessengerOfTheOtherProcessHearsNothingAndSendersGoOn) {
   Peer peer(GetParam());
-  peer.listen(kIdentifier);
-  peer.tell("drop", kIdentifier);
+  peer.listen(kSharedIdentifier);
+  peer.tell("drop", kSharedIdentifier);
   EXPECT_EQ(peer.hear(), "dropped");
-  wormhole_->passMessageObject("unheard", kIdentifier);
-  EXPECT_EQ(wormhole_->messageWithIdentifier(kIdentifier), Value("unheard"));
+  wormhole_->passMessageObject("unheard", kSharedIdentifier);
+  EXPECT_EQ(wormhole_->messageWithIdentifier(kSharedIdentifier), Value("unheard"));
   EXPECT_EQ(peer.process().hear(0.2), std::nullopt);
 }
 
 TEST_P(TwoProcessesTest, AKilledListenerDisturbsNeitherSenderNorOtherListeners) {
   Peer killed(GetParam());
   Peer living(GetParam());
-  killed.listen(kIdentifier);
-  living.listen(kIdentifier);
+  killed.listen(kSharedIdentifier);
+  living.listen(kSharedIdentifier);
   killed.process().kill(SIGKILL);
   ASSERT_EQ(killed.process().waitForExit(), -SIGKILL);
-  wormhole_->passMessageObject("still here", kIdentifier);
-  EXPECT_EQ(living.hear(), Peer::heard(kIdentifier, "still here"));
+  wormhole_->passMessageObject("still here", kSharedIdentifier);
+  EXPECT_EQ(living.hear(), Peer::heard(kSharedIdentifier, "still here"));
 }
 
 TEST_P(TwoProcessesTest, ASenderKilledInTheMiddleLeavesAWholeMessageAndAWorkingChannel) {
@@ -188,30 +189,30 @@ TEST_P(TwoProcessesTest, ASenderKilledInTheMiddleLeavesAWholeMessageAndAWorkingC
   const Value::Array large{std::string(300'000, 'b'), std::string(300'000, 'b')};
   for (int round = 0; round < 5; ++round) {
     Peer sender(GetParam());
-    sender.tell("hammer", kIdentifier, "300000");
+    sender.tell("hammer", kSharedIdentifier, "300000");
     ASSERT_EQ(sender.hear(), "hammering");
     sender.process().kill(SIGKILL);
     ASSERT_EQ(sender.process().waitForExit(), -SIGKILL);
-    const auto stored = wormhole_->messageWithIdentifier(kIdentifier);
+    const auto stored = wormhole_->messageWithIdentifier(kSharedIdentifier);
     EXPECT_TRUE(stored == Value(small) || stored == Value(large));
   }
   Peer listener(GetParam());
-  listener.listen(kIdentifier);
-  wormhole_->passMessageObject("after", kIdentifier);
-  EXPECT_EQ(listener.hear(), Peer::heard(kIdentifier, "after"));
+  listener.listen(kSharedIdentifier);
+  wormhole_->passMessageObject("after", kSharedIdentifier);
+  EXPECT_EQ(listener.hear(), Peer::heard(kSharedIdentifier, "after"));
 }
 
 TEST_P(TwoProcessesTest, AReaderNeverSeesHalfAMessageWhileAnotherProcessWrites) {
   const Value small(Value::Array{std::string(10, 'a'), std::string(10, 'a')});
   const Value large(Value::Array{std::string(300'000, 'b'), std::string(300'000, 'b')});
   Peer writer(GetParam());
-  writer.tell("hammer", kIdentifier, "300000");
+  writer.tell("hammer", kSharedIdentifier, "300000");
   ASSERT_EQ(writer.hear(), "hammering");
   bool sawSmall = false;
   bool sawLarge = false;
   for (int reading = 0; reading < 300 || (reading < 100'000 && !(sawSmall && sawLarge));
        ++reading) {
-    const auto message = wormhole_->messageWithIdentifier(kIdentifier);
+    const auto message = wormhole_->messageWithIdentifier(kSharedIdentifier);
     if (message == small) {
       sawSmall = true;
     } else {
@@ -228,11 +229,11 @@ TEST_P(TwoProcessesTest, TwoWritingProcessesNeverMixTheirMessages) {
   Peer first(GetParam());
   Peer second(GetParam());
   for (Peer* writer : {&first, &second}) {
-    writer->tell("hammer", kIdentifier, "50000");
+    writer->tell("hammer", kSharedIdentifier, "50000");
     ASSERT_EQ(writer->hear(), "hammering");
   }
   for (int reading = 0; reading < 200; ++reading) {
-    const auto message = wormhole_->messageWithIdentifier(kIdentifier);
+    const auto message = wormhole_->messageWithIdentifier(kSharedIdentifier);
     ASSERT_TRUE(message == small || message == large) << "reading " << reading;
   }
 }
@@ -240,7 +241,7 @@ TEST_P(TwoProcessesTest, TwoWritingProcessesNeverMixTheirMessages) {
 TEST_P(TwoProcessesTest, ABusyListenerLosesNothingButMergedSignalsAndGetsTheLastObject) {
   listenHere();
   Peer sender(GetParam());
-  sender.tell("flood", kIdentifier, "1000");
+  sender.tell("flood", kSharedIdentifier, "1000");
   // This process does not turn its main loop until all posts are out.
   ASSERT_EQ(sender.process().hear(60), "passed");
   ASSERT_TRUE(waitUntil([this] { return !heard_->empty() && heard_->back() == Value(1000); }));
@@ -252,17 +253,17 @@ TEST_P(TwoProcessesTest, ABusyListenerLosesNothingButMergedSignalsAndGetsTheLast
 
 TEST_P(TwoProcessesTest, AStoppedListenerNeverHoldsUpTheSender) {
   Peer listener(GetParam());
-  listener.listen(kIdentifier);
+  listener.listen(kSharedIdentifier);
   listener.process().kill(SIGSTOP);
   for (int number = 1; number <= 1000; ++number) {
-    wormhole_->passMessageObject(test::floodMessage(number, 1000), kIdentifier);
+    wormhole_->passMessageObject(test::floodMessage(number, 1000), kSharedIdentifier);
   }
   listener.process().kill(SIGCONT);
   std::optional<std::string> last;
   do {
     last = listener.hear();
-  } while (last && *last != Peer::heard(kIdentifier, 1000));
-  EXPECT_EQ(last, Peer::heard(kIdentifier, 1000));
+  } while (last && *last != Peer::heard(kSharedIdentifier, 1000));
+  EXPECT_EQ(last, Peer::heard(kSharedIdentifier, 1000));
 }
 
 TEST_P(TwoProcessesTest, ASlowListenerGetsTheLastOfAThousandMessages) {
@@ -270,14 +271,15 @@ TEST_P(TwoProcessesTest, ASlowListenerGetsTheLastOfAThousandMessages) {
   // Slow in terms of work, not of time.
   wormhole_->passMessageObject(std::string(100'000, 'x'), "work");
   wormhole_->listenForMessageWithIdentifier(
-      kIdentifier, [heard = heard_, wormhole = std::weak_ptr(wormhole_)](const Value& object) {
+      kSharedIdentifier,
+      [heard = heard_, wormhole = std::weak_ptr(wormhole_)](const Value& object) {
         heard->push_back(object);
         const auto reader = wormhole.lock();
         for (int again = 0; again < 20 && reader != nullptr; ++again) {
           reader->messageWithIdentifier("work");
         }
       });
-  sender.tell("flood", kIdentifier, "1000");
+  sender.tell("flood", kSharedIdentifier, "1000");
   ASSERT_TRUE(waitUntil([this] { return !heard_->empty() && heard_->back() == Value(1000); }, 60));
   EXPECT_EQ(sender.hear(), "passed");
 }
@@ -286,7 +288,7 @@ TEST_P(TwoProcessesTest, TheLastMessageIsNeverLost) {
   listenHere();
   Peer sender(GetParam());
   for (int round = 1; round <= 50; ++round) {
-    sender.tell("flood", kIdentifier, std::to_string(round));
+    sender.tell("flood", kSharedIdentifier, std::to_string(round));
     ASSERT_TRUE(waitUntil([&] { return !heard_->empty() && heard_->back() == Value(round); }))
         << "round " << round;
     ASSERT_EQ(sender.hear(), "passed");
@@ -297,11 +299,11 @@ TEST_P(TwoProcessesTest, TwentyListeningProcessesAllHearTheMessage) {
   std::vector<std::unique_ptr<Peer>> listeners;
   for (int number = 0; number < 20; ++number) {
     listeners.push_back(std::make_unique<Peer>(GetParam()));
-    listeners.back()->listen(kIdentifier);
+    listeners.back()->listen(kSharedIdentifier);
   }
-  wormhole_->passMessageObject("to all", kIdentifier);
+  wormhole_->passMessageObject("to all", kSharedIdentifier);
   for (const auto& listener : listeners) {
-    EXPECT_EQ(listener->hear(), Peer::heard(kIdentifier, "to all"));
+    EXPECT_EQ(listener->hear(), Peer::heard(kSharedIdentifier, "to all"));
   }
 }
 
@@ -352,22 +354,22 @@ TEST(MixedTransportsTest, ACoordinatedAndAPlainProcessUnderstandEachOther) {
 TEST(MixedTransportsTest, AWriterWaitsForAReaderThatHoldsTheFile) {
   const ScopedPlatform platform(&test::noteRegistry());
   VXWormholeCoordinatedFileTransiting transport(kApplicationGroupIdentifier, kWormholeDirectory);
-  ASSERT_TRUE(transport.writeMessageObject("before", kIdentifier));
-  const auto path = transport.filePathForIdentifier(kIdentifier);
+  ASSERT_TRUE(transport.writeMessageObject("before", kSharedIdentifier));
+  const auto path = transport.filePathForIdentifier(kSharedIdentifier);
   auto writer = [&] {
     std::optional<ChildProcess> child;
     tervano::platform().fileCoordinator->coordinateReading(*path, [&](const std::string&) {
       child.emplace(test::startProgram(MESSAGING_PEER, {"1", kWormholeDirectory}));
-      child->say("pass " + asWord(kIdentifier) + " int:5");
+      child->say("pass " + asWord(kSharedIdentifier) + " int:5");
       EXPECT_EQ(child->hear(0.3), std::nullopt) << "the writer did not wait";
       EXPECT_EQ(VXWormholeFileTransiting(kApplicationGroupIdentifier, kWormholeDirectory)
-                    .messageObjectForIdentifier(kIdentifier),
+                    .messageObjectForIdentifier(kSharedIdentifier),
                 Value("before"));
     });
     return std::move(*child);
   }();
   EXPECT_EQ(writer.hear(), "passed");
-  EXPECT_EQ(transport.messageObjectForIdentifier(kIdentifier), Value(5));
+  EXPECT_EQ(transport.messageObjectForIdentifier(kSharedIdentifier), Value(5));
 }
 
 }  // namespace

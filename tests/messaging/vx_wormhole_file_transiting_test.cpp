@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 using test::Note;
 using test::ScopedPlatform;
 
-constexpr char kIdentifier[] = "TVTestMessage";
+constexpr char kTransitIdentifier[] = "TVTestMessage";
 
 void putFile(const std::string& path, const std::string& contents) {
   std::ofstream(path, std::ios::binary) << contents;
@@ -46,7 +46,7 @@ class FileTransitingTest : public testing::Test {
   std::string folder_ = container_ + "/wormhole";
   Transport transport_{kApplicationGroupIdentifier, kWormholeDirectory};
 
-  std::string file(const std::string& identifier = kIdentifier) const {
+  std::string file(const std::string& identifier = kTransitIdentifier) const {
     return folder_ + "/" + identifier + ".archive";
   }
 };
@@ -72,26 +72,26 @@ TYPED_TEST(FileTransitingTest, TheFileLiesInTheDirectoryOfTheContainer) {
 
 TYPED_TEST(FileTransitingTest, ANilDirectoryStandsForTheContainer) {
   this->transport_.setDirectory(std::nullopt);
-  EXPECT_EQ(this->transport_.filePathForIdentifier(kIdentifier),
+  EXPECT_EQ(this->transport_.filePathForIdentifier(kTransitIdentifier),
             this->container_ + "/TVTestMessage.archive");
 }
 
 TYPED_TEST(FileTransitingTest, AskingForThePathCreatesTheDirectoryForItsUserOnly) {
-  this->transport_.filePathForIdentifier(kIdentifier);
+  this->transport_.filePathForIdentifier(kTransitIdentifier);
   struct stat status {};
   ASSERT_EQ(stat(this->folder_.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0700U);
 }
 
 TYPED_TEST(FileTransitingTest, WritingNilSucceedsAndWritesNoFile) {
-  EXPECT_TRUE(this->transport_.writeMessageObject(nullptr, kIdentifier));
+  EXPECT_TRUE(this->transport_.writeMessageObject(nullptr, kTransitIdentifier));
   EXPECT_FALSE(fs::exists(this->file()));
 }
 
 TYPED_TEST(FileTransitingTest, WritingNilLeavesWhatIsStored) {
-  ASSERT_TRUE(this->transport_.writeMessageObject("before", kIdentifier));
-  EXPECT_TRUE(this->transport_.writeMessageObject(nullptr, kIdentifier));
-  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kIdentifier), Value("before"));
+  ASSERT_TRUE(this->transport_.writeMessageObject("before", kTransitIdentifier));
+  EXPECT_TRUE(this->transport_.writeMessageObject(nullptr, kTransitIdentifier));
+  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kTransitIdentifier), Value("before"));
 }
 
 TYPED_TEST(FileTransitingTest, WritingUnderTheEmptyIdentifierFails) {
@@ -117,32 +117,32 @@ TYPED_TEST(FileTransitingTest, ReadingUnderANilOrEmptyIdentifierGivesNil) {
 }
 
 TYPED_TEST(FileTransitingTest, WritingTwiceLeavesOneFileWithTheSecondObject) {
-  ASSERT_TRUE(this->transport_.writeMessageObject("first", kIdentifier));
-  ASSERT_TRUE(this->transport_.writeMessageObject("second", kIdentifier));
+  ASSERT_TRUE(this->transport_.writeMessageObject("first", kTransitIdentifier));
+  ASSERT_TRUE(this->transport_.writeMessageObject("second", kTransitIdentifier));
   EXPECT_EQ(namesIn(this->folder_), std::vector<std::string>{"TVTestMessage.archive"});
-  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kIdentifier), Value("second"));
+  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kTransitIdentifier), Value("second"));
 }
 
 TYPED_TEST(FileTransitingTest, ReadingAnIdentifierNeverWrittenGivesNil) {
-  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kIdentifier).isNull());
+  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kTransitIdentifier).isNull());
 }
 
 TYPED_TEST(FileTransitingTest, ReadingDoesNotConsumeTheMessage) {
-  ASSERT_TRUE(this->transport_.writeMessageObject("stays", kIdentifier));
-  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kIdentifier), Value("stays"));
-  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kIdentifier), Value("stays"));
+  ASSERT_TRUE(this->transport_.writeMessageObject("stays", kTransitIdentifier));
+  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kTransitIdentifier), Value("stays"));
+  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kTransitIdentifier), Value("stays"));
 }
 
 TYPED_TEST(FileTransitingTest, ReadingAfterDeletingGivesNil) {
-  ASSERT_TRUE(this->transport_.writeMessageObject("gone soon", kIdentifier));
-  this->transport_.deleteContentForIdentifier(kIdentifier);
-  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kIdentifier).isNull());
+  ASSERT_TRUE(this->transport_.writeMessageObject("gone soon", kTransitIdentifier));
+  this->transport_.deleteContentForIdentifier(kTransitIdentifier);
+  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kTransitIdentifier).isNull());
   EXPECT_FALSE(fs::exists(this->file()));
 }
 
 TYPED_TEST(FileTransitingTest, DeletingWhatIsNotThereDoesNothing) {
   ASSERT_TRUE(this->transport_.writeMessageObject("other", "other"));
-  this->transport_.deleteContentForIdentifier(kIdentifier);
+  this->transport_.deleteContentForIdentifier(kTransitIdentifier);
   this->transport_.deleteContentForIdentifier("");
   this->transport_.deleteContentForIdentifier(std::nullopt);
   EXPECT_EQ(namesIn(this->folder_), std::vector<std::string>{"other.archive"});
@@ -150,14 +150,15 @@ TYPED_TEST(FileTransitingTest, DeletingWhatIsNotThereDoesNothing) {
 
 TYPED_TEST(FileTransitingTest, EveryKindOfObjectComesBackEqual) {
   for (const auto& [name, object] : test::messageSamples()) {
-    EXPECT_TRUE(this->transport_.writeMessageObject(object, kIdentifier)) << name;
-    EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kIdentifier) == object) << name;
+    EXPECT_TRUE(this->transport_.writeMessageObject(object, kTransitIdentifier)) << name;
+    EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kTransitIdentifier) == object) << name;
   }
 }
 
 TYPED_TEST(FileTransitingTest, AnObjectOfARegisteredClassComesBack) {
-  ASSERT_TRUE(this->transport_.writeMessageObject(std::make_shared<Note>("kept"), kIdentifier));
-  const auto read = this->transport_.messageObjectForIdentifier(kIdentifier);
+  ASSERT_TRUE(
+      this->transport_.writeMessageObject(std::make_shared<Note>("kept"), kTransitIdentifier));
+  const auto read = this->transport_.messageObjectForIdentifier(kTransitIdentifier);
   ASSERT_NE(read.template getIf<Value::Object>(), nullptr);
   const auto note = std::dynamic_pointer_cast<Note>(*read.template getIf<Value::Object>());
   ASSERT_NE(note, nullptr);
@@ -165,14 +166,14 @@ TYPED_TEST(FileTransitingTest, AnObjectOfARegisteredClassComesBack) {
 }
 
 TYPED_TEST(FileTransitingTest, AnObjectOfAnUnknownClassFailsAndKeepsWhatIsStored) {
-  ASSERT_TRUE(this->transport_.writeMessageObject("kept", kIdentifier));
+  ASSERT_TRUE(this->transport_.writeMessageObject("kept", kTransitIdentifier));
   EXPECT_FALSE(
-      this->transport_.writeMessageObject(std::make_shared<test::Stranger>(), kIdentifier));
-  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kIdentifier), Value("kept"));
+      this->transport_.writeMessageObject(std::make_shared<test::Stranger>(), kTransitIdentifier));
+  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kTransitIdentifier), Value("kept"));
 }
 
 TYPED_TEST(FileTransitingTest, TheFileIsAKeyedArchiveAndNothingElse) {
-  ASSERT_TRUE(this->transport_.writeMessageObject("hello", kIdentifier));
+  ASSERT_TRUE(this->transport_.writeMessageObject("hello", kTransitIdentifier));
   const auto bytes = this->platform_.fileManager().contentsAtPath(this->file());
   ASSERT_TRUE(bytes);
   const auto list = binaryPropertyListWithData(*bytes);
@@ -183,16 +184,16 @@ TYPED_TEST(FileTransitingTest, TheFileIsAKeyedArchiveAndNothingElse) {
 }
 
 TYPED_TEST(FileTransitingTest, TheOtherTransportReadsTheSameFile) {
-  ASSERT_TRUE(this->transport_.writeMessageObject("shared", kIdentifier));
+  ASSERT_TRUE(this->transport_.writeMessageObject("shared", kTransitIdentifier));
   VXWormholeFileTransiting plain(kApplicationGroupIdentifier, kWormholeDirectory);
   VXWormholeCoordinatedFileTransiting coordinated(kApplicationGroupIdentifier, kWormholeDirectory);
-  EXPECT_EQ(plain.messageObjectForIdentifier(kIdentifier), Value("shared"));
-  EXPECT_EQ(coordinated.messageObjectForIdentifier(kIdentifier), Value("shared"));
+  EXPECT_EQ(plain.messageObjectForIdentifier(kTransitIdentifier), Value("shared"));
+  EXPECT_EQ(coordinated.messageObjectForIdentifier(kTransitIdentifier), Value("shared"));
 }
 
 TYPED_TEST(FileTransitingTest, DeletingAllWithoutDirectoryDeletesNothing) {
   this->transport_.setDirectory(std::nullopt);
-  ASSERT_TRUE(this->transport_.writeMessageObject("kept", kIdentifier));
+  ASSERT_TRUE(this->transport_.writeMessageObject("kept", kTransitIdentifier));
   putFile(this->container_ + "/Actions.plist", "the list");
   this->transport_.deleteContentForAllMessages();
   EXPECT_EQ(namesIn(this->container_),
@@ -201,8 +202,8 @@ TYPED_TEST(FileTransitingTest, DeletingAllWithoutDirectoryDeletesNothing) {
 
 TYPED_TEST(FileTransitingTest, ASingleMessageIsDeletedAlsoWithoutDirectory) {
   this->transport_.setDirectory(std::nullopt);
-  ASSERT_TRUE(this->transport_.writeMessageObject("gone", kIdentifier));
-  this->transport_.deleteContentForIdentifier(kIdentifier);
+  ASSERT_TRUE(this->transport_.writeMessageObject("gone", kTransitIdentifier));
+  this->transport_.deleteContentForIdentifier(kTransitIdentifier);
   EXPECT_TRUE(namesIn(this->container_).empty());
 }
 
@@ -270,7 +271,7 @@ TYPED_TEST(FileTransitingTest, DeletingAllNeverReachesOutOfTheContainer) {
 
 TYPED_TEST(FileTransitingTest, DeletingAllWorksInADirectoryOfADirectory) {
   this->transport_.setDirectory("a/b");
-  ASSERT_TRUE(this->transport_.writeMessageObject("gone", kIdentifier));
+  ASSERT_TRUE(this->transport_.writeMessageObject("gone", kTransitIdentifier));
   this->transport_.deleteContentForAllMessages();
   EXPECT_TRUE(namesIn(this->container_ + "/a/b").empty());
 }
@@ -280,34 +281,34 @@ TYPED_TEST(FileTransitingTest, ATransportForNobodyFailsEveryWriteAndReadsNil) {
   EXPECT_EQ(nobody.applicationGroupIdentifier(), "dev.assertion.nonDesignatedInitializer");
   EXPECT_EQ(nobody.directory(), std::nullopt);
   EXPECT_EQ(nobody.messagePassingDirectoryPath(), std::nullopt);
-  EXPECT_EQ(nobody.filePathForIdentifier(kIdentifier), std::nullopt);
-  EXPECT_FALSE(nobody.writeMessageObject("object", kIdentifier));
-  EXPECT_TRUE(nobody.messageObjectForIdentifier(kIdentifier).isNull());
-  nobody.deleteContentForIdentifier(kIdentifier);
+  EXPECT_EQ(nobody.filePathForIdentifier(kTransitIdentifier), std::nullopt);
+  EXPECT_FALSE(nobody.writeMessageObject("object", kTransitIdentifier));
+  EXPECT_TRUE(nobody.messageObjectForIdentifier(kTransitIdentifier).isNull());
+  nobody.deleteContentForIdentifier(kTransitIdentifier);
   nobody.deleteContentForAllMessages();
   EXPECT_TRUE(namesIn(this->platform_.home().dataHome()).empty());
 }
 
 TYPED_TEST(FileTransitingTest, ATransportWithoutGroupFailsEveryWriteAndReadsNil) {
   TypeParam nobody(std::nullopt, kWormholeDirectory);
-  EXPECT_FALSE(nobody.writeMessageObject("object", kIdentifier));
-  EXPECT_TRUE(nobody.messageObjectForIdentifier(kIdentifier).isNull());
+  EXPECT_FALSE(nobody.writeMessageObject("object", kTransitIdentifier));
+  EXPECT_TRUE(nobody.messageObjectForIdentifier(kTransitIdentifier).isNull());
   nobody.deleteContentForAllMessages();
 }
 
 TYPED_TEST(FileTransitingTest, ATransportWithoutFileManagerFailsEveryWriteAndReadsNil) {
   this->transport_.setFileManager(nullptr);
-  EXPECT_FALSE(this->transport_.writeMessageObject("object", kIdentifier));
-  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kIdentifier).isNull());
-  this->transport_.deleteContentForIdentifier(kIdentifier);
+  EXPECT_FALSE(this->transport_.writeMessageObject("object", kTransitIdentifier));
+  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kTransitIdentifier).isNull());
+  this->transport_.deleteContentForIdentifier(kTransitIdentifier);
   this->transport_.deleteContentForAllMessages();
 }
 
 TYPED_TEST(FileTransitingTest, ADirectoryDeletedBetweenTwoWritesIsMadeAgain) {
-  ASSERT_TRUE(this->transport_.writeMessageObject("first", kIdentifier));
+  ASSERT_TRUE(this->transport_.writeMessageObject("first", kTransitIdentifier));
   fs::remove_all(this->container_);
-  EXPECT_TRUE(this->transport_.writeMessageObject("second", kIdentifier));
-  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kIdentifier), Value("second"));
+  EXPECT_TRUE(this->transport_.writeMessageObject("second", kTransitIdentifier));
+  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kTransitIdentifier), Value("second"));
 }
 
 TYPED_TEST(FileTransitingTest, AnIdentifierWithASlashNamesAFileInASubdirectory) {
@@ -361,7 +362,7 @@ TYPED_TEST(FileTransitingTest, ANameTooLongForAFileFails) {
 }
 
 TYPED_TEST(FileTransitingTest, AFileThatIsNoArchiveGivesNil) {
-  ASSERT_TRUE(this->transport_.writeMessageObject(Value::Array{1, "two"}, kIdentifier));
+  ASSERT_TRUE(this->transport_.writeMessageObject(Value::Array{1, "two"}, kTransitIdentifier));
   const auto good = *this->platform_.fileManager().contentsAtPath(this->file());
   const std::string archive(good.begin(), good.end());
   const auto list = binaryDataWithPropertyList(Value::Dictionary{{"a", 1}});
@@ -371,35 +372,35 @@ TYPED_TEST(FileTransitingTest, AFileThatIsNoArchiveGivesNil) {
         std::string(list.begin(), list.end()), std::string(100, '\0'),
         std::string("<?xml version=\"1.0\"?><plist>")}) {
     putFile(this->file(), bytes);
-    EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kIdentifier).isNull())
+    EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kTransitIdentifier).isNull())
         << bytes.size() << " bytes";
   }
 }
 
 TYPED_TEST(FileTransitingTest, AFolderInPlaceOfAMessageReadsNilAndCannotBeWritten) {
   fs::create_directories(this->file() + "/inside");
-  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kIdentifier).isNull());
-  EXPECT_FALSE(this->transport_.writeMessageObject("object", kIdentifier));
+  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kTransitIdentifier).isNull());
+  EXPECT_FALSE(this->transport_.writeMessageObject("object", kTransitIdentifier));
   EXPECT_TRUE(fs::exists(this->file() + "/inside"));
 }
 
 TYPED_TEST(FileTransitingTest, AFifoInPlaceOfAMessageReadsNil) {
   this->transport_.messagePassingDirectoryPath();
   ASSERT_EQ(mkfifo(this->file().c_str(), 0600), 0);
-  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kIdentifier).isNull());
+  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kTransitIdentifier).isNull());
 }
 
 TYPED_TEST(FileTransitingTest, AFileInPlaceOfTheDirectoryMakesWritesFail) {
   fs::create_directories(this->container_);
   putFile(this->folder_, "a file");
-  EXPECT_FALSE(this->transport_.writeMessageObject("object", kIdentifier));
-  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kIdentifier).isNull());
+  EXPECT_FALSE(this->transport_.writeMessageObject("object", kTransitIdentifier));
+  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kTransitIdentifier).isNull());
   this->transport_.deleteContentForAllMessages();
   EXPECT_TRUE(fs::is_regular_file(this->folder_));
 }
 
 TYPED_TEST(FileTransitingTest, ADirectoryThatMayNotBeWrittenMakesWritesFailAndKeepsTheMessage) {
-  ASSERT_TRUE(this->transport_.writeMessageObject("kept", kIdentifier));
+  ASSERT_TRUE(this->transport_.writeMessageObject("kept", kTransitIdentifier));
   for (auto path = fs::path(this->folder_); path != "/tmp" && path != "/";
        path = path.parent_path()) {
     chmod(path.c_str(), 0755);
@@ -407,26 +408,27 @@ TYPED_TEST(FileTransitingTest, ADirectoryThatMayNotBeWrittenMakesWritesFailAndKe
   chmod(this->file().c_str(), 0644);
   auto child = test::forkChild([this](test::ParentLink&) {
     if (getuid() == 0 && setuid(65534) != 0) return 3;
-    if (this->transport_.writeMessageObject("other", kIdentifier)) return 1;
+    if (this->transport_.writeMessageObject("other", kTransitIdentifier)) return 1;
     this->transport_.deleteContentForAllMessages();
     return fs::exists(this->file()) ? 0 : 2;
   });
   if (getuid() != 0) chmod(this->folder_.c_str(), 0555);
   EXPECT_EQ(child.waitForExit(), 0);
   chmod(this->folder_.c_str(), 0755);
-  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kIdentifier), Value("kept"));
+  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kTransitIdentifier), Value("kept"));
 }
 
 TYPED_TEST(FileTransitingTest, AFullDiskMakesAWriteFailAndKeepsTheMessage) {
-  ASSERT_TRUE(this->transport_.writeMessageObject("kept", kIdentifier));
+  ASSERT_TRUE(this->transport_.writeMessageObject("kept", kTransitIdentifier));
   auto child = test::forkChild([this](test::ParentLink&) {
     signal(SIGXFSZ, SIG_IGN);
     const rlimit limit{4096, 4096};
     setrlimit(RLIMIT_FSIZE, &limit);
-    return this->transport_.writeMessageObject(std::string(100'000, 'x'), kIdentifier) ? 1 : 0;
+    return this->transport_.writeMessageObject(std::string(100'000, 'x'), kTransitIdentifier) ? 1
+                                                                                              : 0;
   });
   EXPECT_EQ(child.waitForExit(), 0);
-  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kIdentifier), Value("kept"));
+  EXPECT_EQ(this->transport_.messageObjectForIdentifier(kTransitIdentifier), Value("kept"));
   EXPECT_EQ(namesIn(this->folder_), std::vector<std::string>{"TVTestMessage.archive"});
 }
 
@@ -444,19 +446,19 @@ class MovingContainer : public ForwardingFileManager {
 TYPED_TEST(FileTransitingTest, ThePathIsComputedAfreshOnEveryCall) {
   auto moving = std::make_shared<MovingContainer>(this->platform_.fileManager());
   this->transport_.setFileManager(moving);
-  EXPECT_FALSE(this->transport_.writeMessageObject("nowhere", kIdentifier));
+  EXPECT_FALSE(this->transport_.writeMessageObject("nowhere", kTransitIdentifier));
   moving->container = this->platform_.home().path() + "/a";
-  EXPECT_TRUE(this->transport_.writeMessageObject("a", kIdentifier));
+  EXPECT_TRUE(this->transport_.writeMessageObject("a", kTransitIdentifier));
   moving->container = this->platform_.home().path() + "/b";
-  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kIdentifier).isNull());
+  EXPECT_TRUE(this->transport_.messageObjectForIdentifier(kTransitIdentifier).isNull());
   EXPECT_TRUE(fs::exists(this->platform_.home().path() + "/a/wormhole/TVTestMessage.archive"));
 }
 
 TYPED_TEST(FileTransitingTest, SettingTheGroupMovesTheMessages) {
   this->transport_.setApplicationGroupIdentifier("no.such.group");
-  EXPECT_FALSE(this->transport_.writeMessageObject("object", kIdentifier));
+  EXPECT_FALSE(this->transport_.writeMessageObject("object", kTransitIdentifier));
   this->transport_.setApplicationGroupIdentifier(kApplicationGroupIdentifier);
-  EXPECT_TRUE(this->transport_.writeMessageObject("object", kIdentifier));
+  EXPECT_TRUE(this->transport_.writeMessageObject("object", kTransitIdentifier));
 }
 
 // A coordinator that refuses, or that leads to another path.
@@ -495,24 +497,24 @@ class CoordinatedFileTransitingTest : public testing::Test {
 };
 
 TEST_F(CoordinatedFileTransitingTest, EachWriteAndReadIsCoordinatedOnce) {
-  transport_.writeMessageObject("object", kIdentifier);
+  transport_.writeMessageObject("object", kTransitIdentifier);
   EXPECT_EQ(coordinator_.writings, 1);
   EXPECT_EQ(coordinator_.readings, 0);
-  transport_.messageObjectForIdentifier(kIdentifier);
+  transport_.messageObjectForIdentifier(kTransitIdentifier);
   EXPECT_EQ(coordinator_.writings, 1);
   EXPECT_EQ(coordinator_.readings, 1);
 }
 
 TEST_F(CoordinatedFileTransitingTest, DeletingIsNotCoordinated) {
-  transport_.writeMessageObject("object", kIdentifier);
-  transport_.deleteContentForIdentifier(kIdentifier);
+  transport_.writeMessageObject("object", kTransitIdentifier);
+  transport_.deleteContentForIdentifier(kTransitIdentifier);
   transport_.deleteContentForAllMessages();
   EXPECT_EQ(coordinator_.writings, 1);
   EXPECT_EQ(coordinator_.readings, 0);
 }
 
 TEST_F(CoordinatedFileTransitingTest, NilObjectsAndNilIdentifiersAreNotCoordinated) {
-  EXPECT_TRUE(transport_.writeMessageObject(nullptr, kIdentifier));
+  EXPECT_TRUE(transport_.writeMessageObject(nullptr, kTransitIdentifier));
   EXPECT_FALSE(transport_.writeMessageObject("object", std::nullopt));
   EXPECT_FALSE(transport_.writeMessageObject("object", ""));
   EXPECT_TRUE(transport_.messageObjectForIdentifier(std::nullopt).isNull());
@@ -522,54 +524,54 @@ TEST_F(CoordinatedFileTransitingTest, NilObjectsAndNilIdentifiersAreNotCoordinat
 
 TEST_F(CoordinatedFileTransitingTest, ThePlainTransportIsNotCoordinated) {
   VXWormholeFileTransiting plain(kApplicationGroupIdentifier, kWormholeDirectory);
-  plain.writeMessageObject("object", kIdentifier);
-  plain.messageObjectForIdentifier(kIdentifier);
+  plain.writeMessageObject("object", kTransitIdentifier);
+  plain.messageObjectForIdentifier(kTransitIdentifier);
   EXPECT_EQ(coordinator_.writings, 0);
   EXPECT_EQ(coordinator_.readings, 0);
 }
 
 TEST_F(CoordinatedFileTransitingTest, AnAccessorThatDoesNotRunFailsTheWriteAndReadsNil) {
-  ASSERT_TRUE(transport_.writeMessageObject("stored", kIdentifier));
+  ASSERT_TRUE(transport_.writeMessageObject("stored", kTransitIdentifier));
   coordinator_.refuses = true;
-  EXPECT_FALSE(transport_.writeMessageObject("object", kIdentifier));
-  EXPECT_TRUE(transport_.messageObjectForIdentifier(kIdentifier).isNull());
+  EXPECT_FALSE(transport_.writeMessageObject("object", kTransitIdentifier));
+  EXPECT_TRUE(transport_.messageObjectForIdentifier(kTransitIdentifier).isNull());
   coordinator_.refuses = false;
-  EXPECT_EQ(transport_.messageObjectForIdentifier(kIdentifier), Value("stored"));
+  EXPECT_EQ(transport_.messageObjectForIdentifier(kTransitIdentifier), Value("stored"));
 }
 
 TEST_F(CoordinatedFileTransitingTest, ThePathThatTheCoordinatorPassesIsUsed) {
   coordinator_.otherPath = platform_.home().path() + "/elsewhere";
-  EXPECT_TRUE(transport_.writeMessageObject("object", kIdentifier));
+  EXPECT_TRUE(transport_.writeMessageObject("object", kTransitIdentifier));
   EXPECT_TRUE(fs::exists(*coordinator_.otherPath));
-  EXPECT_EQ(transport_.messageObjectForIdentifier(kIdentifier), Value("object"));
+  EXPECT_EQ(transport_.messageObjectForIdentifier(kTransitIdentifier), Value("object"));
   coordinator_.otherPath = std::nullopt;
-  EXPECT_TRUE(transport_.messageObjectForIdentifier(kIdentifier).isNull());
+  EXPECT_TRUE(transport_.messageObjectForIdentifier(kTransitIdentifier).isNull());
 }
 
 TEST_F(CoordinatedFileTransitingTest, AWriteThatFailsInsideTheAccessorFails) {
   coordinator_.otherPath = platform_.home().path() + "/no/such/folder";
-  EXPECT_FALSE(transport_.writeMessageObject("object", kIdentifier));
+  EXPECT_FALSE(transport_.writeMessageObject("object", kTransitIdentifier));
 }
 
 TEST_F(CoordinatedFileTransitingTest, TheAdditionalOptionsStartAsNone) {
   EXPECT_EQ(transport_.additionalFileWritingOptions(), 0U);
-  ASSERT_TRUE(transport_.writeMessageObject("first", kIdentifier));
-  EXPECT_TRUE(transport_.writeMessageObject("second", kIdentifier));
+  ASSERT_TRUE(transport_.writeMessageObject("first", kTransitIdentifier));
+  EXPECT_TRUE(transport_.writeMessageObject("second", kTransitIdentifier));
 }
 
 TEST_F(CoordinatedFileTransitingTest, WithoutOverwritingAStoredMessageStays) {
   transport_.setAdditionalFileWritingOptions(kDataWritingWithoutOverwriting);
   EXPECT_EQ(transport_.additionalFileWritingOptions(), 2U);
-  EXPECT_TRUE(transport_.writeMessageObject("first", kIdentifier));
-  EXPECT_FALSE(transport_.writeMessageObject("second", kIdentifier));
-  EXPECT_EQ(transport_.messageObjectForIdentifier(kIdentifier), Value("first"));
+  EXPECT_TRUE(transport_.writeMessageObject("first", kTransitIdentifier));
+  EXPECT_FALSE(transport_.writeMessageObject("second", kTransitIdentifier));
+  EXPECT_EQ(transport_.messageObjectForIdentifier(kTransitIdentifier), Value("first"));
 }
 
 TEST_F(CoordinatedFileTransitingTest, OptionsWithoutMeaningHereChangeNothing) {
   transport_.setAdditionalFileWritingOptions(0xF0000000);
-  EXPECT_TRUE(transport_.writeMessageObject("first", kIdentifier));
-  EXPECT_TRUE(transport_.writeMessageObject("second", kIdentifier));
-  EXPECT_EQ(transport_.messageObjectForIdentifier(kIdentifier), Value("second"));
+  EXPECT_TRUE(transport_.writeMessageObject("first", kTransitIdentifier));
+  EXPECT_TRUE(transport_.writeMessageObject("second", kTransitIdentifier));
+  EXPECT_EQ(transport_.messageObjectForIdentifier(kTransitIdentifier), Value("second"));
 }
 
 }  // namespace

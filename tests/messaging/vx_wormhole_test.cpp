@@ -20,7 +20,7 @@ using test::runPendingMainItems;
 using test::ScopedPlatform;
 using test::waitUntil;
 
-constexpr char kIdentifier[] = "TVTestMessage";
+constexpr char kMessageIdentifier[] = "TVTestMessage";
 constexpr char kAfterwards[] = "TVTestAfterwards";
 
 class NoGroupContainers : public ForwardingFileManager {
@@ -152,27 +152,27 @@ TEST_F(WormholeTest, AMessengerCreatesNothingBeforeTheFirstMessage) {
 }
 
 TEST_F(WormholeTest, PassingAnObjectPostsItsIdentifierAndStoresIt) {
-  wormhole_->passMessageObject("hello", kIdentifier);
-  EXPECT_EQ(channel_.posts, std::vector<std::string>{kIdentifier});
+  wormhole_->passMessageObject("hello", kMessageIdentifier);
+  EXPECT_EQ(channel_.posts, std::vector<std::string>{kMessageIdentifier});
   EXPECT_TRUE(std::filesystem::exists(folder_ + "/TVTestMessage.archive"));
 }
 
 TEST_F(WormholeTest, TheListenerGetsAnEqualObject) {
   for (const auto& [name, object] : test::messageSamples()) {
     std::vector<Value> heard;
-    wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(heard));
-    wormhole_->passMessageObject(object, kIdentifier);
+    wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(heard));
+    wormhole_->passMessageObject(object, kMessageIdentifier);
     ASSERT_TRUE(waitUntil([&] { return !heard.empty(); })) << name;
     EXPECT_TRUE(heard[0] == object) << name;
   }
 }
 
 TEST_F(WormholeTest, AMessageIsReadAgainUntilItIsCleared) {
-  wormhole_->passMessageObject("hello", kIdentifier);
-  EXPECT_EQ(wormhole_->messageWithIdentifier(kIdentifier), Value("hello"));
-  EXPECT_EQ(wormhole_->messageWithIdentifier(kIdentifier), Value("hello"));
-  wormhole_->clearMessageContentsForIdentifier(kIdentifier);
-  EXPECT_TRUE(wormhole_->messageWithIdentifier(kIdentifier).isNull());
+  wormhole_->passMessageObject("hello", kMessageIdentifier);
+  EXPECT_EQ(wormhole_->messageWithIdentifier(kMessageIdentifier), Value("hello"));
+  EXPECT_EQ(wormhole_->messageWithIdentifier(kMessageIdentifier), Value("hello"));
+  wormhole_->clearMessageContentsForIdentifier(kMessageIdentifier);
+  EXPECT_TRUE(wormhole_->messageWithIdentifier(kMessageIdentifier).isNull());
 }
 
 TEST_F(WormholeTest, PassingNilPostsTheNotificationAndWritesNoFile) {
@@ -187,10 +187,10 @@ TEST_F(WormholeTest, PassingNilPostsTheNotificationAndWritesNoFile) {
 }
 
 TEST_F(WormholeTest, PassingNilDeliversWhatWasStoredBefore) {
-  wormhole_->passMessageObject("stored", kIdentifier);
+  wormhole_->passMessageObject("stored", kMessageIdentifier);
   std::vector<Value> heard;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(heard));
-  wormhole_->passMessageObject(nullptr, kIdentifier);
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(heard));
+  wormhole_->passMessageObject(nullptr, kMessageIdentifier);
   ASSERT_TRUE(waitUntil([&] { return !heard.empty(); }));
   EXPECT_EQ(heard[0], Value("stored"));
 }
@@ -198,7 +198,7 @@ TEST_F(WormholeTest, PassingNilDeliversWhatWasStoredBefore) {
 TEST_F(WormholeTest, AFailedWriteAnnouncesNothing) {
   wormhole_->passMessageObject("object", "");
   wormhole_->passMessageObject("object", "no/such/folder");
-  wormhole_->passMessageObject(std::make_shared<test::Stranger>(), kIdentifier);
+  wormhole_->passMessageObject(std::make_shared<test::Stranger>(), kMessageIdentifier);
   EXPECT_TRUE(channel_.posts.empty());
 }
 
@@ -206,11 +206,11 @@ TEST_F(WormholeTest, TheTransportDecidesWhetherToAnnounce) {
   const auto transport = std::make_shared<ScriptedTransport>();
   wormhole_->setWormholeMessenger(transport);
   EXPECT_EQ(wormhole_->wormholeMessenger(), transport);
-  wormhole_->passMessageObject("object", kIdentifier);
+  wormhole_->passMessageObject("object", kMessageIdentifier);
   EXPECT_EQ(channel_.posts.size(), 1U);
   transport->succeeds = false;
-  wormhole_->passMessageObject("object", kIdentifier);
-  wormhole_->passMessageObject(nullptr, kIdentifier);
+  wormhole_->passMessageObject("object", kMessageIdentifier);
+  wormhole_->passMessageObject(nullptr, kMessageIdentifier);
   EXPECT_EQ(channel_.posts.size(), 1U);
 }
 
@@ -226,9 +226,9 @@ TEST_F(WormholeTest, ReadingAndClearingGoToTheTransport) {
 
 TEST_F(WormholeTest, AMessengerWithoutTransportDoesNothing) {
   wormhole_->setWormholeMessenger(nullptr);
-  wormhole_->passMessageObject(nullptr, kIdentifier);
-  EXPECT_TRUE(wormhole_->messageWithIdentifier(kIdentifier).isNull());
-  wormhole_->clearMessageContentsForIdentifier(kIdentifier);
+  wormhole_->passMessageObject(nullptr, kMessageIdentifier);
+  EXPECT_TRUE(wormhole_->messageWithIdentifier(kMessageIdentifier).isNull());
+  wormhole_->clearMessageContentsForIdentifier(kMessageIdentifier);
   wormhole_->clearAllMessageContents();
   EXPECT_TRUE(channel_.posts.empty());
 }
@@ -271,11 +271,11 @@ TEST_F(WormholeTest, OddAndLongIdentifiersCarrySignals) {
 TEST_F(WormholeTest, ListeningTwiceLeavesTheSecondListenerAndOneObservation) {
   std::vector<Value> first;
   std::vector<Value> second;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(first));
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(second));
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(first));
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(second));
   EXPECT_EQ(wormhole_->listenerBlocks().size(), 1U);
   EXPECT_EQ(platform_.notifyChannel().observationCount(), 1U);
-  wormhole_->passMessageObject("once", kIdentifier);
+  wormhole_->passMessageObject("once", kMessageIdentifier);
   ASSERT_TRUE(waitUntil([&] { return !second.empty(); }));
   settle();
   EXPECT_TRUE(first.empty());
@@ -291,22 +291,22 @@ TEST_F(WormholeTest, RegisteringRemovesAnEarlierObservationFirst) {
 
 TEST_F(WormholeTest, AnEmptyListenerRemovesTheEntryAndKeepsTheObservation) {
   std::vector<Value> heard;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(heard));
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, nullptr);
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(heard));
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, nullptr);
   EXPECT_TRUE(wormhole_->listenerBlocks().empty());
   EXPECT_EQ(platform_.notifyChannel().observationCount(), 1U);
-  wormhole_->passMessageObject("unheard", kIdentifier);
+  wormhole_->passMessageObject("unheard", kMessageIdentifier);
   settle();
   EXPECT_TRUE(heard.empty());
 }
 
 TEST_F(WormholeTest, AfterStoppingANotificationCallsNothing) {
   std::vector<Value> heard;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(heard));
-  wormhole_->stopListeningForMessageWithIdentifier(kIdentifier);
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(heard));
+  wormhole_->stopListeningForMessageWithIdentifier(kMessageIdentifier);
   EXPECT_TRUE(wormhole_->listenerBlocks().empty());
   EXPECT_EQ(platform_.notifyChannel().observationCount(), 0U);
-  wormhole_->passMessageObject("unheard", kIdentifier);
+  wormhole_->passMessageObject("unheard", kMessageIdentifier);
   settle();
   EXPECT_TRUE(heard.empty());
 }
@@ -324,23 +324,23 @@ TEST_F(WormholeTest, StoppingOneIdentifierLeavesTheOthers) {
 }
 
 TEST_F(WormholeTest, StoppingWhatWasNeverListenedToDoesNothing) {
-  wormhole_->stopListeningForMessageWithIdentifier(kIdentifier);
+  wormhole_->stopListeningForMessageWithIdentifier(kMessageIdentifier);
   EXPECT_TRUE(wormhole_->listenerBlocks().empty());
 }
 
 TEST_F(WormholeTest, ACallScheduledBeforeStoppingStillComes) {
   std::vector<Value> heard;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(heard));
-  wormhole_->notifyListenerForMessageWithIdentifier(kIdentifier, "scheduled");
-  wormhole_->stopListeningForMessageWithIdentifier(kIdentifier);
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(heard));
+  wormhole_->notifyListenerForMessageWithIdentifier(kMessageIdentifier, "scheduled");
+  wormhole_->stopListeningForMessageWithIdentifier(kMessageIdentifier);
   runPendingMainItems();
   EXPECT_EQ(heard, std::vector<Value>{"scheduled"});
 }
 
 TEST_F(WormholeTest, ACallScheduledBeforeTheMessengerIsGoneStillComes) {
   std::vector<Value> heard;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(heard));
-  wormhole_->notifyListenerForMessageWithIdentifier(kIdentifier, "scheduled");
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(heard));
+  wormhole_->notifyListenerForMessageWithIdentifier(kMessageIdentifier, "scheduled");
   wormhole_ = nullptr;
   runPendingMainItems();
   EXPECT_EQ(heard, std::vector<Value>{"scheduled"});
@@ -348,8 +348,8 @@ TEST_F(WormholeTest, ACallScheduledBeforeTheMessengerIsGoneStillComes) {
 
 TEST_F(WormholeTest, AMessengerThatIsGoneHearsNothing) {
   std::vector<Value> heard;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(heard));
-  wormhole_->passMessageObject("unheard", kIdentifier);
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(heard));
+  wormhole_->passMessageObject("unheard", kMessageIdentifier);
   wormhole_ = nullptr;
   EXPECT_EQ(platform_.notifyChannel().observationCount(), 0U);
   EXPECT_EQ(platform_.notificationCenter().observerCount(), 0U);
@@ -362,31 +362,32 @@ TEST_F(WormholeTest, AListenerAndWhatItHoldsLiveUntilReplacedOrRemoved) {
   auto second = std::make_shared<int>(2);
   const std::weak_ptr<int> firstAlive = first;
   const std::weak_ptr<int> secondAlive = second;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier,
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier,
                                             [held = std::move(first)](const Value&) {});
   EXPECT_FALSE(firstAlive.expired());
-  wormhole_->listenForMessageWithIdentifier(kIdentifier,
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier,
                                             [held = std::move(second)](const Value&) {});
   EXPECT_TRUE(firstAlive.expired());
   EXPECT_FALSE(secondAlive.expired());
-  wormhole_->stopListeningForMessageWithIdentifier(kIdentifier);
+  wormhole_->stopListeningForMessageWithIdentifier(kMessageIdentifier);
   EXPECT_TRUE(secondAlive.expired());
 }
 
 TEST_F(WormholeTest, TheListenerOfAnIdentifierIsAnswered) {
   int calls = 0;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, [&calls](const Value&) { ++calls; });
-  ASSERT_TRUE(wormhole_->listenerBlockForIdentifier(kIdentifier));
-  wormhole_->listenerBlockForIdentifier(kIdentifier)(nullptr);
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier,
+                                            [&calls](const Value&) { ++calls; });
+  ASSERT_TRUE(wormhole_->listenerBlockForIdentifier(kMessageIdentifier));
+  wormhole_->listenerBlockForIdentifier(kMessageIdentifier)(nullptr);
   EXPECT_EQ(calls, 1);
   EXPECT_FALSE(wormhole_->listenerBlockForIdentifier("other"));
 }
 
 TEST_F(WormholeTest, TheListenersCanBeSetAsAWhole) {
   std::vector<Value> heard;
-  wormhole_->setListenerBlocks({{kIdentifier, appendTo(heard)}, {"empty", nullptr}});
+  wormhole_->setListenerBlocks({{kMessageIdentifier, appendTo(heard)}, {"empty", nullptr}});
   EXPECT_EQ(wormhole_->listenerBlocks().size(), 2U);
-  wormhole_->notifyListenerForMessageWithIdentifier(kIdentifier, 1);
+  wormhole_->notifyListenerForMessageWithIdentifier(kMessageIdentifier, 1);
   wormhole_->notifyListenerForMessageWithIdentifier("empty", 2);
   runPendingMainItems();
   EXPECT_EQ(heard, std::vector<Value>{1});
@@ -394,8 +395,8 @@ TEST_F(WormholeTest, TheListenersCanBeSetAsAWhole) {
 
 TEST_F(WormholeTest, AListenerNeverRunsInsideTheDelivery) {
   std::vector<Value> heard;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(heard));
-  wormholeNotificationCallback(wormhole_.get(), kIdentifier);
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(heard));
+  wormholeNotificationCallback(wormhole_.get(), kMessageIdentifier);
   EXPECT_TRUE(heard.empty());
   runPendingMainItems();
   EXPECT_EQ(heard.size(), 1U);
@@ -404,7 +405,7 @@ TEST_F(WormholeTest, AListenerNeverRunsInsideTheDelivery) {
 TEST_F(WormholeTest, ReceivingReadsTheMessageAtOnceAndDropsItWithoutAListener) {
   const auto transport = std::make_shared<ScriptedTransport>();
   wormhole_->setWormholeMessenger(transport);
-  wormholeNotificationCallback(wormhole_.get(), kIdentifier);
+  wormholeNotificationCallback(wormhole_.get(), kMessageIdentifier);
   EXPECT_EQ(transport->calls, std::vector<std::string>{"read TVTestMessage"});
   EXPECT_EQ(transport->readThread, std::this_thread::get_id());
   runPendingMainItems();
@@ -415,19 +416,19 @@ TEST_F(WormholeTest, TheCallbackPostsTheLocalNotificationWithTheMessengerAsSende
   const auto observation = platform_.notificationCenter().addObserver(
       "VXWormholeNotificationName", nullptr,
       [&](const Notification& notification) { posted.push_back(notification); });
-  wormholeNotificationCallback(wormhole_.get(), kIdentifier);
+  wormholeNotificationCallback(wormhole_.get(), kMessageIdentifier);
   ASSERT_EQ(posted.size(), 1U);
   EXPECT_EQ(posted[0].sender, wormhole_.get());
-  EXPECT_EQ(posted[0].userInfo, (Value::Dictionary{{"identifier", kIdentifier}}));
+  EXPECT_EQ(posted[0].userInfo, (Value::Dictionary{{"identifier", kMessageIdentifier}}));
 }
 
 TEST_F(WormholeTest, ALocalNotificationOfAnotherSenderIsIgnored) {
   std::vector<Value> heard;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(heard));
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(heard));
   platform_.notificationCenter().post(
-      {kWormholeNotificationName, &heard, {{"identifier", kIdentifier}}});
+      {kWormholeNotificationName, &heard, {{"identifier", kMessageIdentifier}}});
   platform_.notificationCenter().post(
-      {kWormholeNotificationName, nullptr, {{"identifier", kIdentifier}}});
+      {kWormholeNotificationName, nullptr, {{"identifier", kMessageIdentifier}}});
   runPendingMainItems();
   EXPECT_TRUE(heard.empty());
 }
@@ -447,10 +448,10 @@ TEST_F(WormholeTest, EachReceivedNotificationMakesOneCallInOrder) {
   const auto transport = std::make_shared<ScriptedTransport>();
   wormhole_->setWormholeMessenger(transport);
   std::vector<Value> heard;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(heard));
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(heard));
   for (int number = 0; number < 5; ++number) {
     transport->object = number;
-    wormholeNotificationCallback(wormhole_.get(), kIdentifier);
+    wormholeNotificationCallback(wormhole_.get(), kMessageIdentifier);
   }
   runPendingMainItems();
   EXPECT_EQ(heard, (std::vector<Value>{0, 1, 2, 3, 4}));
@@ -466,9 +467,9 @@ TEST_F(WormholeTest, TwoMessengersOfOneProcessEachReadAndCallTheirOwnListener) {
   other->setWormholeMessenger(otherTransport);
   std::vector<Value> mine;
   std::vector<Value> yours;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(mine));
-  other->listenForMessageWithIdentifier(kIdentifier, appendTo(yours));
-  wormhole_->passMessageObject(nullptr, kIdentifier);
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(mine));
+  other->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(yours));
+  wormhole_->passMessageObject(nullptr, kMessageIdentifier);
   ASSERT_TRUE(waitUntil([&] { return !mine.empty() && !yours.empty(); }));
   settle();
   EXPECT_EQ(mine, std::vector<Value>{"mine"});
@@ -479,46 +480,46 @@ TEST_F(WormholeTest, TwoMessengersOfOneProcessEachReadAndCallTheirOwnListener) {
 
 TEST_F(WormholeTest, AListenerGetsNilWhenTheStoredMessageCannotBeRead) {
   std::vector<Value> heard;
-  wormhole_->passMessageObject("good", kIdentifier);
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, appendTo(heard));
+  wormhole_->passMessageObject("good", kMessageIdentifier);
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, appendTo(heard));
   const Data damaged{'n', 'o'};
   platform_.fileManager().writeDataToFile(damaged, folder_ + "/TVTestMessage.archive", false);
-  wormhole_->sendNotificationForMessageWithIdentifier(kIdentifier);
+  wormhole_->sendNotificationForMessageWithIdentifier(kMessageIdentifier);
   ASSERT_TRUE(waitUntil([&] { return !heard.empty(); }));
   EXPECT_EQ(heard, std::vector<Value>{nullptr});
 }
 
 TEST_F(WormholeTest, AListenerMayStopItself) {
   int calls = 0;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, [&](const Value&) {
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, [&](const Value&) {
     ++calls;
-    wormhole_->stopListeningForMessageWithIdentifier(kIdentifier);
+    wormhole_->stopListeningForMessageWithIdentifier(kMessageIdentifier);
   });
-  wormhole_->passMessageObject(nullptr, kIdentifier);
+  wormhole_->passMessageObject(nullptr, kMessageIdentifier);
   ASSERT_TRUE(waitUntil([&] { return calls > 0; }));
-  wormhole_->passMessageObject(nullptr, kIdentifier);
+  wormhole_->passMessageObject(nullptr, kMessageIdentifier);
   settle();
   EXPECT_EQ(calls, 1);
 }
 
 TEST_F(WormholeTest, AListenerMayDropTheMessenger) {
   bool called = false;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, [&](const Value&) {
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, [&](const Value&) {
     wormhole_ = nullptr;
     called = true;
   });
-  wormhole_->passMessageObject(nullptr, kIdentifier);
+  wormhole_->passMessageObject(nullptr, kMessageIdentifier);
   ASSERT_TRUE(waitUntil([&] { return called; }));
   EXPECT_EQ(wormhole_, nullptr);
 }
 
 TEST_F(WormholeTest, AListenerMayPassAMessageOfTheSameIdentifier) {
   std::vector<Value> heard;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, [&](const Value& object) {
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, [&](const Value& object) {
     heard.push_back(object);
-    if (heard.size() == 1) wormhole_->passMessageObject("answer", kIdentifier);
+    if (heard.size() == 1) wormhole_->passMessageObject("answer", kMessageIdentifier);
   });
-  wormhole_->passMessageObject("question", kIdentifier);
+  wormhole_->passMessageObject("question", kMessageIdentifier);
   ASSERT_TRUE(waitUntil([&] { return heard.size() == 2; }));
   EXPECT_EQ(heard, (std::vector<Value>{"question", "answer"}));
 }
@@ -526,7 +527,7 @@ TEST_F(WormholeTest, AListenerMayPassAMessageOfTheSameIdentifier) {
 TEST_F(WormholeTest, AnyThreadMaySend) {
   std::vector<Value> heard;
   std::thread::id listenerThread;
-  wormhole_->listenForMessageWithIdentifier(kIdentifier, [&](const Value& object) {
+  wormhole_->listenForMessageWithIdentifier(kMessageIdentifier, [&](const Value& object) {
     heard.push_back(object);
     listenerThread = std::this_thread::get_id();
   });
@@ -535,7 +536,7 @@ TEST_F(WormholeTest, AnyThreadMaySend) {
   for (int number = 0; number < 4; ++number) {
     senders.emplace_back([] {
       const auto sender = make();
-      for (int sent = 0; sent < 50; ++sent) sender->passMessageObject(sent, kIdentifier);
+      for (int sent = 0; sent < 50; ++sent) sender->passMessageObject(sent, kMessageIdentifier);
     });
   }
   for (auto& sender : senders) sender.join();
@@ -556,18 +557,18 @@ TEST_F(WormholeTest, ClearingAllEmptiesTheMessageDirectory) {
 TEST_F(WormholeTest, ClearingAllWithAnEmptyDirectoryNameKeepsTheContainer) {
   const auto wormhole =
       VXWormhole::initWithApplicationGroupIdentifier(kApplicationGroupIdentifier, "");
-  wormhole->passMessageObject("kept", kIdentifier);
+  wormhole->passMessageObject("kept", kMessageIdentifier);
   wormhole->clearAllMessageContents();
-  EXPECT_EQ(wormhole->messageWithIdentifier(kIdentifier), Value("kept"));
+  EXPECT_EQ(wormhole->messageWithIdentifier(kMessageIdentifier), Value("kept"));
 }
 
 TEST_F(WormholeTest, AnUnknownGroupStoresNothingAndStillCarriesSignals) {
   const auto unknown = VXWormhole::initWithApplicationGroupIdentifier("no.such.group", "wormhole");
   ASSERT_NE(unknown, nullptr);
-  unknown->passMessageObject("object", kIdentifier);
+  unknown->passMessageObject("object", kMessageIdentifier);
   EXPECT_TRUE(channel_.posts.empty());
-  unknown->passMessageObject(nullptr, kIdentifier);
-  EXPECT_EQ(channel_.posts, std::vector<std::string>{kIdentifier});
+  unknown->passMessageObject(nullptr, kMessageIdentifier);
+  EXPECT_EQ(channel_.posts, std::vector<std::string>{kMessageIdentifier});
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ using testing::Optional;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
-constexpr char kFileManagerXML[] = R"(<node><interface name="org.freedesktop.FileManager1">
+constexpr char kItemsOnlyXML[] = R"(<node><interface name="org.freedesktop.FileManager1">
   <method name="ShowItems"><arg type="as" direction="in"/><arg type="s" direction="in"/></method>
   </interface></node>)";
 // Every kind of byte that a rewriting of the URL would change.
@@ -171,7 +171,7 @@ TEST_F(GioWorkspaceTest, FilesAreShownSelectedInTheFileManager) {
   const PrivateBus bus;
   FakeBusService fileManager(bus.address(), "org.freedesktop.FileManager1",
                              "/org/freedesktop/FileManager1", "org.freedesktop.FileManager1",
-                             kFileManagerXML, [](const auto&) { return g_variant_new("()"); });
+                             kItemsOnlyXML, [](const auto&) { return g_variant_new("()"); });
   GioWorkspace workspace;
   workspace.activateFileViewerSelectingURLs(
       {Url::fileURLWithPath("/tmp/a b"), Url::fileURLWithPath("/tmp/\xff")});
@@ -184,7 +184,7 @@ TEST_F(GioWorkspaceTest, AnEmptyListAsksForNothing) {
   const PrivateBus bus;
   FakeBusService fileManager(bus.address(), "org.freedesktop.FileManager1",
                              "/org/freedesktop/FileManager1", "org.freedesktop.FileManager1",
-                             kFileManagerXML, [](const auto&) { return g_variant_new("()"); });
+                             kItemsOnlyXML, [](const auto&) { return g_variant_new("()"); });
   GioWorkspace workspace;
   workspace.activateFileViewerSelectingURLs({});
   EXPECT_EQ(workspace.pendingRequests(), 0);

@@ -24,7 +24,7 @@ using test::runPendingMainItems;
 using test::ScopedPlatform;
 using test::waitUntil;
 
-class RecordingLog : public Log {
+class RunLoopLog : public Log {
  public:
   void write(std::string_view line) override { lines.emplace_back(line); }
   std::vector<std::string> lines;
@@ -108,7 +108,7 @@ TEST(GlibRunLoopTest, ItemsOfManyThreadsAllRunOnTheMainThreadEachThreadsInOrder)
 
 TEST(GlibRunLoopTest, AnExceptionOfAnItemIsLoggedAndTheNextItemRuns) {
   ScopedPlatform platform;
-  RecordingLog log;
+  RunLoopLog log;
   platform.services().log = &log;
   platform.runLoop().dispatchAsyncOnMainQueue(
       [] { throw PlatformException(kInvalidArgumentException, "no such tool"); });
@@ -192,7 +192,7 @@ TEST(GlibRunLoopTest, ARepeatingTimerFiresUntilItInvalidatesItselfFromItsHandler
 
 TEST(GlibRunLoopTest, ATimersExceptionIsLoggedAndARepeatingTimerGoesOn) {
   ScopedPlatform platform;
-  RecordingLog log;
+  RunLoopLog log;
   platform.services().log = &log;
   int fired = 0;
   const auto timer = platform.runLoop().scheduleTimer(0.001, true, [&] {
@@ -318,7 +318,7 @@ TEST(GlibRunLoopTest, AnItemMayHoldTheLastHandleOfItsOwnQueue) {
 
 TEST(GlibRunLoopTest, AnExceptionOnASerialQueueIsLoggedAndTheNextItemRuns) {
   ScopedPlatform platform;
-  RecordingLog log;
+  RunLoopLog log;
   platform.services().log = &log;
   std::atomic<bool> ran{false};
   const auto queue = platform.runLoop().createSerialQueue("queue");

@@ -55,7 +55,7 @@ class FolderBundle : public ForwardingBundle {
   std::string folder_;
 };
 
-Bitmap filled(int width, int height, std::array<std::uint8_t, 4> colour) {
+Bitmap bitmapOf(int width, int height, std::array<std::uint8_t, 4> colour) {
   Bitmap bitmap = Bitmap::blank(width, height);
   for (std::size_t i = 0; i < bitmap.pixels.size(); ++i) bitmap.pixels[i] = colour[i % 4];
   return bitmap;
@@ -118,7 +118,7 @@ TEST_F(ImageTest, ANamedImageIsReadWhenItIsFirstDrawn) {
   EXPECT_EQ(image->name(), "icon-red");
   EXPECT_EQ(image->size(), (Size{16, 16}));
   EXPECT_EQ(codec_.headers, 0);
-  EXPECT_EQ(image->draw(32, 32), filled(32, 32, kRed));
+  EXPECT_EQ(image->draw(32, 32), bitmapOf(32, 32, kRed));
 }
 
 TEST_F(ImageTest, AnUnknownNameIsDrawnBlank) {
@@ -133,17 +133,17 @@ TEST_F(ImageTest, BytesThatAreNoPictureAreNoImage) {
 }
 
 TEST_F(ImageTest, AnImageOfAFileHasTheSizeOfItsPixels) {
-  const auto image = Image::imageWithData(tiffOf(filled(48, 24, kRed)));
+  const auto image = Image::imageWithData(tiffOf(bitmapOf(48, 24, kRed)));
   ASSERT_THAT(image, NotNull());
   EXPECT_EQ(image->size(), (Size{48, 24}));
 }
 
 TEST_F(ImageTest, AMenuIconOfALargePictureIs16By16Points) {
-  const auto source = Image::imageWithData(tiffOf(filled(512, 512, kRed)));
+  const auto source = Image::imageWithData(tiffOf(bitmapOf(512, 512, kRed)));
   const auto icon = Image::menuIconFrom(source);
   EXPECT_EQ(icon->size(), (Size{16, 16}));
   EXPECT_NE(icon, source);
-  EXPECT_EQ(icon->draw(16, 16), filled(16, 16, kRed));
+  EXPECT_EQ(icon->draw(16, 16), bitmapOf(16, 16, kRed));
 }
 
 TEST_F(ImageTest, AMenuIconOfNothingIsABlankOfItsOwn) {
@@ -160,11 +160,11 @@ TEST_F(ImageTest, AMenuIconKeepsItsName) {
 }
 
 TEST_F(ImageTest, AMenuIconOfAMenuIconDrawsTheFirstSourceItself) {
-  auto icon = Image::menuIconFrom(Image::imageWithData(tiffOf(filled(64, 64, kGreen))));
+  auto icon = Image::menuIconFrom(Image::imageWithData(tiffOf(bitmapOf(64, 64, kGreen))));
   const auto representation = icon->bestRepresentationForSize(32, 32);
   for (int i = 0; i < 10'000; ++i) icon = Image::menuIconFrom(icon);
   EXPECT_EQ(icon->bestRepresentationForSize(32, 32), representation);
-  EXPECT_EQ(icon->draw(32, 32), filled(32, 32, kGreen));
+  EXPECT_EQ(icon->draw(32, 32), bitmapOf(32, 32, kGreen));
 }
 
 TEST_F(ImageTest, MakingAMenuIconDecodesNothing) {
@@ -175,16 +175,16 @@ TEST_F(ImageTest, MakingAMenuIconDecodesNothing) {
 }
 
 TEST_F(ImageTest, AMenuIconIsDrawnLargeFromIts32Pixels) {
-  Bitmap checkers = filled(64, 64, kRed);
+  Bitmap checkers = bitmapOf(64, 64, kRed);
   for (std::size_t i = 0; i < checkers.pixels.size(); i += 8) checkers.pixels[i] = 0;
   const auto icon = Image::menuIconFrom(Image::imageWithBitmap(checkers, {64, 64}));
   EXPECT_EQ(icon->draw(64, 64), scaledBitmap(scaledBitmap(checkers, 32, 32), 64, 64));
 }
 
 TEST_F(ImageTest, ABitmapIsDrawnAtAnySize) {
-  const auto image = Image::imageWithBitmap(filled(4, 4, kRed), {4, 4});
-  EXPECT_EQ(image->draw(4, 4), filled(4, 4, kRed));
-  EXPECT_EQ(image->draw(9, 3), filled(9, 3, kRed));
+  const auto image = Image::imageWithBitmap(bitmapOf(4, 4, kRed), {4, 4});
+  EXPECT_EQ(image->draw(4, 4), bitmapOf(4, 4, kRed));
+  EXPECT_EQ(image->draw(9, 3), bitmapOf(9, 3, kRed));
 }
 
 TEST_F(ImageTest, AnArchivedImageIsA32PixelTiffOf16Points) {
@@ -209,7 +209,7 @@ TEST_F(ImageTest, AnArchivedImageIsA32PixelTiffOf16Points) {
   const auto* tiff = at(representation.find("NSTIFFRepresentation")).getIf<DataPtr>();
   ASSERT_THAT(tiff, NotNull());
   EXPECT_THAT(realCodec_.pixelSize(**tiff), Optional(Pair(32, 32)));
-  EXPECT_THAT(realCodec_.draw(**tiff, 32, 32), Optional(filled(32, 32, kRed)));
+  EXPECT_THAT(realCodec_.draw(**tiff, 32, 32), Optional(bitmapOf(32, 32, kRed)));
   const Value& colour = at(image.find("NSColor"));
   EXPECT_EQ(*colour.find("NSColorSpace"), Value(3));
   EXPECT_EQ(*colour.find("NSWhite"), Value(Data{'0', ' ', '0', 0}));
@@ -226,14 +226,14 @@ TEST_F(ImageTest, ABlankIconIsArchivedAsABlankTiff) {
 
 TEST_F(ImageTest, AnArchivedImageComesBackAsItWas) {
   const auto image = unarchived(
-      archived(Image::imageWithBitmap(filled(32, 32, {10, 20, 30, 40}), Size{16, 16.5})));
+      archived(Image::imageWithBitmap(bitmapOf(32, 32, {10, 20, 30, 40}), Size{16, 16.5})));
   ASSERT_THAT(image, NotNull());
   EXPECT_EQ(image->size(), (Size{16, 16.5}));
-  EXPECT_EQ(image->draw(32, 32), filled(32, 32, {10, 20, 30, 40}));
+  EXPECT_EQ(image->draw(32, 32), bitmapOf(32, 32, {10, 20, 30, 40}));
 }
 
 TEST_F(ImageTest, ATiffOf32PixelsKeepsItsVeryBytesWhenSavedAgain) {
-  const auto bytes = tiffOf(filled(32, 32, kRed));
+  const auto bytes = tiffOf(bitmapOf(32, 32, kRed));
   EXPECT_EQ(Image::menuIconFrom(Image::imageWithData(bytes))->TIFFRepresentation(), bytes);
   const auto again = Image::menuIconFrom(unarchived(archived(Image::imageWithData(bytes))));
   EXPECT_EQ(*again->TIFFRepresentation(), *bytes);
@@ -241,16 +241,17 @@ TEST_F(ImageTest, ATiffOf32PixelsKeepsItsVeryBytesWhenSavedAgain) {
 }
 
 TEST_F(ImageTest, ATiffOfAnotherSizeIsRenderedAt32WhenSavedAgain) {
-  const auto bytes = tiffOf(filled(48, 48, kRed));
+  const auto bytes = tiffOf(bitmapOf(48, 48, kRed));
   const auto saved = Image::menuIconFrom(Image::imageWithData(bytes))->TIFFRepresentation();
   EXPECT_NE(*saved, *bytes);
   EXPECT_THAT(realCodec_.pixelSize(*saved), Optional(Pair(32, 32)));
 }
 
 TEST_F(ImageTest, APngOf32PixelsIsRenderedAsATiff) {
-  const auto png = std::make_shared<const Data>(realCodec_.PNGRepresentation(filled(32, 32, kRed)));
+  const auto png =
+      std::make_shared<const Data>(realCodec_.PNGRepresentation(bitmapOf(32, 32, kRed)));
   const auto saved = Image::imageWithData(png)->TIFFRepresentation();
-  EXPECT_THAT(realCodec_.draw(*saved, 32, 32), Optional(filled(32, 32, kRed)));
+  EXPECT_THAT(realCodec_.draw(*saved, 32, 32), Optional(bitmapOf(32, 32, kRed)));
 }
 
 TEST_F(ImageTest, OneApplicationImageIsRenderedOnceForAllActionsThatCarryIt) {
@@ -264,7 +265,7 @@ TEST_F(ImageTest, DecodingManyIconsDecodesNoPicture) {
   Value::Array icons;
   for (int i = 0; i < 500; ++i) {
     icons.emplace_back(std::const_pointer_cast<Image>(
-        Image::imageWithData(tiffOf(filled(32, 32, {static_cast<std::uint8_t>(i), 0, 0, 255})))));
+        Image::imageWithData(tiffOf(bitmapOf(32, 32, {static_cast<std::uint8_t>(i), 0, 0, 255})))));
   }
   const Data archive = Archiver::archivedDataWithRootObject(Value(icons), registry_);
   codec_.headers = 0;
@@ -277,12 +278,12 @@ TEST_F(ImageTest, DecodingManyIconsDecodesNoPicture) {
   }
   EXPECT_EQ(codec_.headers, 0);
   EXPECT_EQ(codec_.drawings, 0);
-  EXPECT_EQ(decoded[499]->draw(32, 32), filled(32, 32, {243, 0, 0, 255}));
+  EXPECT_EQ(decoded[499]->draw(32, 32), bitmapOf(32, 32, {243, 0, 0, 255}));
 }
 
 TEST_F(ImageTest, OfSeveralRepresentationsTheSmallestThatIsNotSmallerIsTaken) {
   const auto tiff = [&](int size, std::array<std::uint8_t, 4> colour) {
-    return Value(tiffOf(filled(size, size, colour)));
+    return Value(tiffOf(bitmapOf(size, size, colour)));
   };
   const Data bytes = archiveOf(
       {{"$class", Value(Uid{2})}, {"NSSize", Value(Uid{3})}, {"NSReps", Value(Uid{4})}},
@@ -301,9 +302,9 @@ TEST_F(ImageTest, OfSeveralRepresentationsTheSmallestThatIsNotSmallerIsTaken) {
   const auto decoded = unarchived(bytes);
   ASSERT_THAT(decoded, NotNull());
   EXPECT_EQ(decoded->size(), (Size{128, 128}));
-  EXPECT_EQ(decoded->draw(32, 32), filled(32, 32, {3, 3, 3, 255}));
-  EXPECT_EQ(decoded->draw(16, 16), filled(16, 16, {1, 1, 1, 255}));
-  EXPECT_EQ(decoded->draw(256, 256), filled(256, 256, {2, 2, 2, 255}));
+  EXPECT_EQ(decoded->draw(32, 32), bitmapOf(32, 32, {3, 3, 3, 255}));
+  EXPECT_EQ(decoded->draw(16, 16), bitmapOf(16, 16, {1, 1, 1, 255}));
+  EXPECT_EQ(decoded->draw(256, 256), bitmapOf(256, 256, {2, 2, 2, 255}));
 }
 
 TEST_F(ImageTest, AnImageWithoutRepresentationsIsBlank) {
@@ -375,7 +376,7 @@ TEST_F(ImageTest, AnyNumberOfThreadsMayDrawOneImage) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([&] {
-      EXPECT_EQ(icon->draw(32, 32), filled(32, 32, kRed));
+      EXPECT_EQ(icon->draw(32, 32), bitmapOf(32, 32, kRed));
       EXPECT_THAT(icon->TIFFRepresentation(), NotNull());
     });
   }

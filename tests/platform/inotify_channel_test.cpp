@@ -33,7 +33,7 @@ using test::runPendingMainItems;
 using test::ScopedPlatform;
 using test::waitUntil;
 
-class RecordingLog : public Log {
+class ChannelLog : public Log {
  public:
   void write(std::string_view line) override { lines.emplace_back(line); }
   std::vector<std::string> lines;
@@ -205,7 +205,7 @@ TEST_F(InotifyChannelTest, ACallbackMayObserveItsNameAnew) {
 }
 
 TEST_F(InotifyChannelTest, ACallbackThatThrowsIsLoggedAndTheNextOneIsCalled) {
-  RecordingLog log;
+  ChannelLog log;
   platform.services().log = &log;
   channel.addObserver(this, "x", [](const std::string&) { throw std::runtime_error("broken"); });
   channel.addObserver(&other, "x", record());
@@ -367,7 +367,7 @@ TEST_F(InotifyChannelTest, AForkedChildListensForItselfAndTakesNothingFromItsPar
 
 TEST_F(InotifyChannelTest, WithoutInstancesOneLineIsLoggedAndListeningBeginsLater) {
   ChildProcess child = forkChild([this](ParentLink&) {
-    RecordingLog log;
+    ChannelLog log;
     platform.services().log = &log;
     InotifyChannel own;
     int calls = 0;
@@ -487,7 +487,7 @@ TEST_F(FallbackFolderTest, AFolderInTmpThatBelongsToSomebodyElseIsNotUsed) {
   ASSERT_EQ(chmod(fallback.c_str(), 0777), 0);
   ChildProcess child = forkChild([this](ParentLink&) {
     if (!becomeUser()) return 2;
-    RecordingLog log;
+    ChannelLog log;
     platform.services().log = &log;
     InotifyChannel().post("x");
     return fs::is_empty(fallback) && log.lines.size() == 1 ? 0 : 1;
@@ -503,7 +503,7 @@ TEST_F(FallbackFolderTest, ASymbolicLinkInTmpIsNotFollowed) {
   fs::create_directory_symlink(target, fallback);
   ChildProcess child = forkChild([&, this](ParentLink&) {
     if (!becomeUser()) return 2;
-    RecordingLog log;
+    ChannelLog log;
     platform.services().log = &log;
     InotifyChannel().post("x");
     return fs::is_empty(target) && log.lines.size() == 1 ? 0 : 1;

@@ -31,7 +31,7 @@ using test::ScopedPlatform;
 
 constexpr char kSuite[] = "com.vessok.tervano.preferences";
 
-class RecordingLog : public Log {
+class StoresLog : public Log {
  public:
   void write(std::string_view line) override { lines.emplace_back(line); }
   std::vector<std::string> lines;
@@ -60,7 +60,7 @@ class PlistDefaultsStoresTest : public testing::Test {
     std::ofstream(file, std::ios::binary) << text;
   }
 
-  RecordingLog log;
+  StoresLog log;
   ScopedPlatform platform;
   PlistDefaultsStores& stores = platform.defaultsStores();
   const std::string file = platform.home().configHome() + "/tervano/" + kSuite + ".plist";

@@ -31,7 +31,7 @@ using test::runPendingMainItems;
 using test::ScopedPlatform;
 using test::waitUntil;
 
-class RecordingLog : public Log {
+class ProcessesLog : public Log {
  public:
   void write(std::string_view line) override {
     const std::lock_guard lock(mutex);
@@ -379,7 +379,7 @@ TEST_F(PosixProcessesTest, TheHostsChildSignalHandlerStaysAsItWas) {
 }
 
 TEST_F(PosixProcessesTest, AHostThatReapsEveryChildOnlyCostsTheStatus) {
-  RecordingLog log;
+  ProcessesLog log;
   platform.services().log = &log;
   struct sigaction before {};
   struct sigaction reap {};
@@ -527,7 +527,7 @@ TEST_F(PosixProcessesTest, AfterTheEndOfAPipeItsHandlerIsNotCalledAgain) {
 }
 
 TEST_F(PosixProcessesTest, AHandlerThatThrowsIsLoggedOnceAndRemoved) {
-  RecordingLog log;
+  ProcessesLog log;
   platform.services().log = &log;
   ToolRun run(platform);
   run.process->setStandardOutput(platform.processes().createPipe());

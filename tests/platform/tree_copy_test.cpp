@@ -33,7 +33,7 @@ namespace fs = std::filesystem;
 using test::forkChild;
 using test::ParentLink;
 
-constexpr uid_t kNobody = 65534;
+constexpr uid_t kOtherUser = 65534;
 
 // Each test runs in a child with a mount namespace of its own, in which "far" is another file
 // system.
@@ -128,11 +128,11 @@ TEST_F(MoveAcrossFileSystemsTest, AUserWhoCannotGiveAwayFilesLosesTheSetUserIdBi
         ASSERT_EQ(chmod(home.path().c_str(), 0777), 0);
         make(at("file"));
         ASSERT_EQ(chmod(at("file").c_str(), 06755), 0);
-        ASSERT_EQ(setgid(kNobody), 0);
-        ASSERT_EQ(setuid(kNobody), 0);
+        ASSERT_EQ(setgid(kOtherUser), 0);
+        ASSERT_EQ(setuid(kOtherUser), 0);
         EXPECT_EQ(files.moveItemAtPath(at("file"), far + "/file"), std::nullopt);
         EXPECT_EQ(statusOf(far + "/file").st_mode & 07777, 0755u);
-        EXPECT_EQ(statusOf(far + "/file").st_uid, kNobody);
+        EXPECT_EQ(statusOf(far + "/file").st_uid, kOtherUser);
       },
       "size=64m,mode=0777");
 }
@@ -141,8 +141,8 @@ TEST_F(MoveAcrossFileSystemsTest, AReadOnlyFileIsMoved) {
   withFar(
       [&] {
         ASSERT_EQ(chmod(home.path().c_str(), 0777), 0);
-        ASSERT_EQ(setgid(kNobody), 0);
-        ASSERT_EQ(setuid(kNobody), 0);
+        ASSERT_EQ(setgid(kOtherUser), 0);
+        ASSERT_EQ(setuid(kOtherUser), 0);
         make(at("file"));
         ASSERT_EQ(chmod(at("file").c_str(), 0400), 0);
         EXPECT_EQ(files.moveItemAtPath(at("file"), far + "/file"), std::nullopt);
@@ -242,8 +242,8 @@ TEST_F(MoveAcrossFileSystemsTest, ADeviceThatMayNotBeMadeIsAnErrorAndTheSourceSt
         fs::create_directory(at("tree"));
         ASSERT_EQ(mknod(at("tree/device").c_str(), S_IFCHR | 0666, makedev(1, 3)), 0);
         for (const char* const path : {"", "tree"}) ASSERT_EQ(chmod(at(path).c_str(), 0777), 0);
-        ASSERT_EQ(setgid(kNobody), 0);
-        ASSERT_EQ(setuid(kNobody), 0);
+        ASSERT_EQ(setgid(kOtherUser), 0);
+        ASSERT_EQ(setuid(kOtherUser), 0);
         const auto error = files.moveItemAtPath(at("tree"), far + "/tree");
         ASSERT_TRUE(error);
         EXPECT_EQ(error->code, EPERM);
@@ -332,8 +332,8 @@ TEST_F(MoveAcrossFileSystemsTest, AnUnreadableFileInATreeStopsTheMoveAndNothingS
         make(at("tree/secret"));
         ASSERT_EQ(chmod(at("tree/secret").c_str(), 0600), 0);
         for (const char* const path : {"", "tree"}) ASSERT_EQ(chmod(at(path).c_str(), 0777), 0);
-        ASSERT_EQ(setgid(kNobody), 0);
-        ASSERT_EQ(setuid(kNobody), 0);
+        ASSERT_EQ(setgid(kOtherUser), 0);
+        ASSERT_EQ(setuid(kOtherUser), 0);
         const auto error = files.moveItemAtPath(at("tree"), far + "/tree");
         ASSERT_TRUE(error);
         EXPECT_EQ(error->code, EACCES);
@@ -353,8 +353,8 @@ TEST_F(MoveAcrossFileSystemsTest, ASourceFolderThatMayNotBeChangedIsFoundOutBefo
         ASSERT_EQ(chmod(at("closed/file").c_str(), 0644), 0);
         ASSERT_EQ(chmod(at("closed").c_str(), 0555), 0);
         ASSERT_EQ(chmod(home.path().c_str(), 0755), 0);
-        ASSERT_EQ(setgid(kNobody), 0);
-        ASSERT_EQ(setuid(kNobody), 0);
+        ASSERT_EQ(setgid(kOtherUser), 0);
+        ASSERT_EQ(setuid(kOtherUser), 0);
         EXPECT_EQ(files.moveItemAtPath(at("closed/file"), far + "/file")->code, EACCES);
         EXPECT_TRUE(fs::exists(at("closed/file")));
         EXPECT_EQ(itemsIn(far), 0u);
@@ -370,8 +370,8 @@ TEST_F(MoveAcrossFileSystemsTest, WhenTheSourceCannotBeRemovedTheErrorSaysSoAndB
         ASSERT_EQ(chmod(at("tree/closed/file").c_str(), 0644), 0);
         ASSERT_EQ(chmod(at("tree/closed").c_str(), 0555), 0);
         for (const char* const path : {"", "tree"}) ASSERT_EQ(chmod(at(path).c_str(), 0777), 0);
-        ASSERT_EQ(setgid(kNobody), 0);
-        ASSERT_EQ(setuid(kNobody), 0);
+        ASSERT_EQ(setgid(kOtherUser), 0);
+        ASSERT_EQ(setuid(kOtherUser), 0);
         const auto error = files.moveItemAtPath(at("tree"), far + "/tree");
         ASSERT_TRUE(error);
         EXPECT_EQ(error->code, EACCES);

@@ -21,7 +21,7 @@ using test::ChildProcess;
 using test::ScopedPlatform;
 using test::waitUntil;
 
-constexpr char kSuite[] = "com.vessok.tervano.preferences";
+constexpr char kPreferencesSuite[] = "com.vessok.tervano.preferences";
 const std::vector<std::string> kNames = {"suppressActionDeletionAlert",
                                          "didCreateDefaultTemplates",
                                          "didCreateDefaultActions",
@@ -63,8 +63,9 @@ class PreferencesTest : public testing::Test {
 
   void SetUp() override { platform_.services().notifyChannel = &channel_; }
   Value stored(const std::string& name) {
-    return platform_.defaultsStores().initWithSuiteName(kSuite)->objectForKey(std::string(kSuite) +
-                                                                              "." + name);
+    return platform_.defaultsStores()
+        .initWithSuiteName(kPreferencesSuite)
+        ->objectForKey(std::string(kPreferencesSuite) + "." + name);
   }
 };
 
@@ -98,8 +99,8 @@ TEST_F(PreferencesTest, FourDefaultsAreRegisteredByBareNames) {
 
 TEST_F(PreferencesTest, TheSuiteAndItsNameInEveryKey) {
   const auto defaults = TVUserDefaults::create();
-  EXPECT_EQ(defaults->suiteName(), kSuite);
-  EXPECT_EQ(defaults->prefix(), kSuite);
+  EXPECT_EQ(defaults->suiteName(), kPreferencesSuite);
+  EXPECT_EQ(defaults->prefix(), kPreferencesSuite);
   EXPECT_EQ(defaults->defaultsKeyForSelector("useSubmenu"),
             "com.vessok.tervano.preferences.useSubmenu");
   EXPECT_EQ(defaults->defaultsKeyForSelector("setUseSubmenu:"),
@@ -203,7 +204,7 @@ TEST_F(PreferencesTest, AKeyValueObserverHearsNothing) {
   int calls = 0;
   std::vector<Subscription> observations;
   for (const auto& name : kNames) {
-    for (const auto& key : {name, std::string(kSuite) + "." + name}) {
+    for (const auto& key : {name, std::string(kPreferencesSuite) + "." + name}) {
       observations.push_back(defaults->addObserver(
           key, [&](const std::string&, VXUserDefaults::ValueChange) { ++calls; }));
     }
@@ -257,7 +258,7 @@ TEST_F(PreferencesTest, ADamagedStoreReadsTheDefaults) {
   int damaged = 0;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(platform_.home().path())) {
     if (!entry.is_regular_file() ||
-        entry.path().filename().string().find(kSuite) == std::string::npos) {
+        entry.path().filename().string().find(kPreferencesSuite) == std::string::npos) {
       continue;
     }
     std::ofstream(entry.path()) << "not a property list";

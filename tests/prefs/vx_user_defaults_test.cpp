@@ -16,7 +16,7 @@ namespace {
 
 using test::ScopedPlatform;
 
-constexpr char kSuite[] = "com.vessok.test.suite";
+constexpr char kTestSuite[] = "com.vessok.test.suite";
 
 // One property of every type character.
 class Everything : public VXUserDefaults {
@@ -52,7 +52,7 @@ class Everything : public VXUserDefaults {
     };
     return kRows;
   }
-  std::optional<std::string> suiteName() const { return kSuite; }
+  std::optional<std::string> suiteName() const { return kTestSuite; }
 
   template <typename T>
   T getter(std::string_view name) const {
@@ -107,7 +107,7 @@ class WithDefaults : public VXUserDefaults {
     static constexpr Property kRows[] = {{"flag", 'c'}, {"object", '@'}, {"number", 'i'}};
     return kRows;
   }
-  std::optional<std::string> suiteName() const { return kSuite; }
+  std::optional<std::string> suiteName() const { return kTestSuite; }
   Value::Dictionary setupDefaults() const {
     return {{"flag", true}, {"object", "fallback"}, {"number", 7}, {"undeclared", 1}};
   }
@@ -167,16 +167,16 @@ class UserDefaultsTest : public testing::Test {
  protected:
   ScopedPlatform platform_;
 
-  std::shared_ptr<DefaultsStore> suite(const std::string& name = kSuite) {
+  std::shared_ptr<DefaultsStore> suite(const std::string& name = kTestSuite) {
     return platform_.defaultsStores().initWithSuiteName(name);
   }
 };
 
 TEST_F(UserDefaultsTest, WithASuiteTheKeyIsTheSuiteADotAndTheName) {
   const auto defaults = VXUserDefaults::make<Everything>();
-  EXPECT_EQ(defaults->prefix(), kSuite);
+  EXPECT_EQ(defaults->prefix(), kTestSuite);
   EXPECT_EQ(defaults->defaultsKeyForPropertyNamed("abc"), "com.vessok.test.suite.abc");
-  EXPECT_EQ(defaults->_suiteName(), kSuite);
+  EXPECT_EQ(defaults->_suiteName(), kTestSuite);
 }
 
 TEST_F(UserDefaultsTest, WithoutASuiteTheKeyIsTheNameInTheStandardStore) {
@@ -322,7 +322,7 @@ TEST_F(UserDefaultsTest, APropertyOfAnUnsupportedTypeIsMappedAndDoesNothing) {
   const auto defaults = VXUserDefaults::make<Everything>();
   int notified = 0;
   for (const char* name : {"selector", "structure", "pointer", "text", "longDouble", "type"}) {
-    const std::string key = std::string(kSuite) + "." + name;
+    const std::string key = std::string(kTestSuite) + "." + name;
     EXPECT_EQ(defaults->defaultsKeyForSelector(name), key);
     EXPECT_TRUE(defaults->typesOfAccessor(name)) << name;
     const auto observation = defaults->addObserver(
@@ -376,10 +376,10 @@ TEST_F(UserDefaultsTest, BothBooleanTypesKeepYesAndNo) {
     EXPECT_FALSE(defaults->getter<bool>(name));
     defaults->setter(setter, true);
     EXPECT_TRUE(defaults->getter<bool>(name));
-    EXPECT_EQ(suite()->objectForKey(std::string(kSuite) + "." + name), Value(true));
+    EXPECT_EQ(suite()->objectForKey(std::string(kTestSuite) + "." + name), Value(true));
     defaults->setter(setter, false);
     EXPECT_FALSE(defaults->getter<bool>(name));
-    EXPECT_EQ(suite()->objectForKey(std::string(kSuite) + "." + name), Value(false));
+    EXPECT_EQ(suite()->objectForKey(std::string(kTestSuite) + "." + name), Value(false));
   }
 }
 
@@ -659,7 +659,7 @@ TEST_F(UserDefaultsTest, WithoutAStoreEverythingReadsAsNothing) {
   ASSERT_NE(defaults, nullptr);
   defaults->setFlag(true);
   EXPECT_FALSE(defaults->flag());
-  EXPECT_EQ(defaults->prefix(), kSuite);
+  EXPECT_EQ(defaults->prefix(), kTestSuite);
 }
 
 TEST_F(UserDefaultsTest, AnInitThatFailsGivesNil) {

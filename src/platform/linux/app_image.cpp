@@ -104,7 +104,7 @@ std::optional<std::string> identifierOfAppImage(const std::string& path, Squashf
     return std::nullopt;
   }
   if (identification[kMagicOffset + 2] == kSquashfsType && entries != nullptr) {
-    const auto embedded = embeddedIdentifier(file.get(), static_cast<std::uint64_t>(status.st_size),
+    auto embedded = embeddedIdentifier(file.get(), static_cast<std::uint64_t>(status.st_size),
                                              identification[EI_CLASS], entries);
     if (embedded) return embedded;
   }

@@ -44,11 +44,11 @@ std::uint8_t rounded(float value) {
   return static_cast<std::uint8_t>(std::clamp(value + 0.5F, 0.0F, 255.0F));
 }
 
-constexpr std::size_t kChannels = 4;
+constexpr std::size_t kScaledChannels = 4;
 
 // Adds a source row to `sum`, with colours multiplied by alpha.
 void addRow(const std::uint8_t* row, float weight, std::vector<float>& sum) {
-  for (std::size_t i = 0; i < sum.size(); i += kChannels) {
+  for (std::size_t i = 0; i < sum.size(); i += kScaledChannels) {
     const float alpha = weight * static_cast<float>(row[i + 3]);
     for (std::size_t channel = 0; channel < 3; ++channel) {
       sum[i + channel] += alpha * static_cast<float>(row[i + channel]);
@@ -61,17 +61,17 @@ void stretchAcross(const std::vector<float>& row, const std::vector<Span>& colum
                    std::vector<float>& out) {
   auto* pixel = out.data();
   for (const auto& column : columns) {
-    float sum[kChannels] = {};
-    const float* source = row.data() + static_cast<std::size_t>(column.first) * kChannels;
+    float sum[kScaledChannels] = {};
+    const float* source = row.data() + static_cast<std::size_t>(column.first) * kScaledChannels;
     for (const float weight : column.weights) {
       for (float& channel : sum) channel += weight * *source++;
     }
-    pixel = std::copy_n(sum, kChannels, pixel);
+    pixel = std::copy_n(sum, kScaledChannels, pixel);
   }
 }
 
 void storeRow(const std::vector<float>& row, std::uint8_t* out) {
-  for (std::size_t i = 0; i < row.size(); i += kChannels) {
+  for (std::size_t i = 0; i < row.size(); i += kScaledChannels) {
     const float alpha = row[i + 3];
     if (alpha < 0.5F) continue;
     for (std::size_t channel = 0; channel < 3; ++channel) {
@@ -89,8 +89,8 @@ Bitmap scaledBitmap(const Bitmap& source, int width, int height) {
   if (source.width <= 0 || source.height <= 0 || width <= 0 || height <= 0) return result;
   const auto columns = spansFor(source.width, width);
   const auto rows = spansFor(source.height, height);
-  const auto sourceRow = static_cast<std::size_t>(source.width) * kChannels;
-  const auto resultRow = static_cast<std::size_t>(width) * kChannels;
+  const auto sourceRow = static_cast<std::size_t>(source.width) * kScaledChannels;
+  const auto resultRow = static_cast<std::size_t>(width) * kScaledChannels;
   const auto sourceRowAt = [&](int y) {
     return source.pixels.data() + static_cast<std::size_t>(y) * sourceRow;
   };

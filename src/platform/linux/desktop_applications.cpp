@@ -15,7 +15,7 @@ namespace tervano {
 
 namespace {
 
-constexpr char kModuleName[] = "appimages.so";
+constexpr char kAppImagesModule[] = "appimages.so";
 // What readers of property lists put in the place of text that they cannot decode.
 constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
 
@@ -49,7 +49,7 @@ bool isIdentifier(const std::string& text) {
          text.find(kReplacementCharacter) == std::string::npos;
 }
 
-std::string withoutTrailingSlashes(std::string path) {
+std::string withoutLastSlashes(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
   return path;
 }
@@ -59,7 +59,7 @@ std::string withoutTrailingSlashes(std::string path) {
 SquashfsEntries* DesktopApplications::squashfsEntries() const {
   std::call_once(loaded_, [this] {
     const std::string path = modulePath_.empty()
-                                 ? InstalledBundle().pathForAuxiliaryExecutable(kModuleName)
+                                 ? InstalledBundle().pathForAuxiliaryExecutable(kAppImagesModule)
                                  : modulePath_;
     void* const module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     void* const entry = module == nullptr ? nullptr : dlsym(module, kSquashfsEntriesName);
@@ -76,7 +76,7 @@ SquashfsEntries* DesktopApplications::squashfsEntries() const {
 std::optional<std::string> DesktopApplications::bundleIdentifierAtPath(
     const std::string& path) const {
   if (path.find('\0') != std::string::npos) return std::nullopt;
-  const std::string bundle = withoutTrailingSlashes(path);
+  const std::string bundle = withoutLastSlashes(path);
   std::optional<std::string> identifier;
   switch (kindOf(bundle)) {
     case Kind::kDesktopEntry:
@@ -97,7 +97,7 @@ std::optional<std::string> DesktopApplications::bundleIdentifierAtPath(
 
 std::optional<std::string> DesktopApplications::displayNameAtPath(const std::string& path) const {
   if (path.find('\0') != std::string::npos) return std::nullopt;
-  const std::string bundle = withoutTrailingSlashes(path);
+  const std::string bundle = withoutLastSlashes(path);
   if (kindOf(bundle) == Kind::kDesktopEntry) {
     const auto entry = DesktopEntry::atPath(bundle);
     if (!entry) return std::nullopt;

@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr off_t kLargestFile = off_t{1} << 20;
+constexpr off_t kLargestEntry = off_t{1} << 20;
 constexpr std::string_view kExtension = ".desktop";
 
 std::string withoutExtension(std::string name) {
@@ -38,7 +38,7 @@ std::vector<fs::path> spellingsOf(const fs::path& path) {
 }  // namespace
 
 std::optional<DesktopEntry> DesktopEntry::atPath(const std::string& path) {
-  const auto bytes = contentsOfRegularFile(path, kLargestFile);
+  const auto bytes = contentsOfRegularFile(path, kLargestEntry);
   if (!bytes) return std::nullopt;
   GKeyFilePtr file(g_key_file_new());
   if (!g_key_file_load_from_data(file.get(), reinterpret_cast<const gchar*>(bytes->data()),

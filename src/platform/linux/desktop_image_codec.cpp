@@ -9,7 +9,7 @@ namespace tervano {
 
 namespace {
 
-constexpr char kModuleName[] = "pictures.so";
+constexpr char kPicturesModule[] = "pictures.so";
 constexpr char kEntryPoint[] = "tervanoPictureCodec";
 
 }  // namespace
@@ -17,7 +17,7 @@ constexpr char kEntryPoint[] = "tervanoPictureCodec";
 const ImageCodec* DesktopImageCodec::library() const {
   std::call_once(loaded_, [this] {
     const std::string path = modulePath_.empty()
-                                 ? InstalledBundle().pathForAuxiliaryExecutable(kModuleName)
+                                 ? InstalledBundle().pathForAuxiliaryExecutable(kPicturesModule)
                                  : modulePath_;
     // Never unloaded: the libraries behind it register types that must stay.
     void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);

@@ -13,11 +13,11 @@ namespace {
 
 constexpr std::string_view kMimeIdentifierPrefix = "org.freedesktop.mime.";
 // More than any real database; a larger file is left alone.
-constexpr std::streamoff kLargestFile = std::streamoff{32} << 20;
+constexpr std::streamoff kLargestTypesFile = std::streamoff{32} << 20;
 
 std::string textOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary | std::ios::ate);
-  if (!file || file.tellg() > kLargestFile) return {};
+  if (!file || file.tellg() > kLargestTypesFile) return {};
   file.seekg(0);
   std::ostringstream text;
   text << file.rdbuf();
@@ -54,7 +54,7 @@ std::string_view extensionOf(std::string_view glob, bool isCaseSensitive) {
   return glob;
 }
 
-std::string lowerCase(std::string_view text) {
+std::string inLowerCase(std::string_view text) {
   std::string result(text);
   for (char& letter : result) {
     if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
@@ -112,7 +112,7 @@ struct DesktopTypes::Reader {
       }
       const auto extension = extensionOf(glob, takeField(line, ':') == "cs");
       if (extension.empty()) return;
-      auto& known = globs[lowerCase(extension)];
+      auto& known = globs[inLowerCase(extension)];
       if (known.mimeType.empty() || weight > known.weight) known = {weight, std::string(mimeType)};
     });
     forEachLine(textOf(folder + "/aliases"), [&](std::string_view line) {

@@ -15,8 +15,8 @@ namespace tervano {
 
 namespace {
 
-constexpr char kName[] = "org.freedesktop.FileManager1";
-constexpr char kPath[] = "/org/freedesktop/FileManager1";
+constexpr char kFileManagerName[] = "org.freedesktop.FileManager1";
+constexpr char kFileManagerPath[] = "/org/freedesktop/FileManager1";
 constexpr char kFolderType[] = "inode/directory";
 
 // Why nobody can be shown this; nil when somebody can.
@@ -48,7 +48,7 @@ bool FileViewer::showFolder(const std::string& folder, const std::optional<std::
   if (!problem && selected) problem = problemWith(*selected, false);
   if (!problem) {
     const std::string shown = hasFolder ? folder : deletingLastPathComponent(*selected);
-    if (sessionBusAddress() && isReachable(bus_, kName, reachableTimeoutMilliseconds_)) {
+    if (sessionBusAddress() && isReachable(bus_, kFileManagerName, reachableTimeoutMilliseconds_)) {
       if (selected) {
         call("ShowItems", {Url::fileURLWithPath(*selected)}, shown);
       } else {
@@ -81,7 +81,7 @@ void FileViewer::call(const char* method, const std::vector<Url>& urls,
         g_variant_builder_add(&uris, "s", text.c_str());
       }
     }
-    bus_.call(kName, kPath, kName, method,
+    bus_.call(kFileManagerName, kFileManagerPath, kFileManagerName, method,
               g_variant_new("(@ass)", g_variant_builder_end(&uris), ""),
               ApplicationLauncher::kReplyTimeoutMilliseconds,
               [this, fallbackFolder](GVariant* /*reply*/, const GError* error) {

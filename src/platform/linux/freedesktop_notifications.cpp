@@ -11,8 +11,8 @@ namespace tervano {
 
 namespace {
 
-constexpr char kName[] = "org.freedesktop.Notifications";
-constexpr char kPath[] = "/org/freedesktop/Notifications";
+constexpr char kNotificationsName[] = "org.freedesktop.Notifications";
+constexpr char kNotificationsPath[] = "/org/freedesktop/Notifications";
 constexpr char kProductName[] = "Tervano";
 constexpr char kIconName[] = "tervano";
 constexpr char kShowAction[] = "show";
@@ -130,7 +130,8 @@ void FreedesktopNotifications::dropWaiting() {
 
 void FreedesktopNotifications::askForCapabilities() {
   if (std::exchange(askingForCapabilities_, true)) return;
-  bus_.call(kName, kPath, kName, "GetCapabilities", g_variant_new("()"), replyTimeoutMilliseconds_,
+  bus_.call(kNotificationsName, kNotificationsPath, kNotificationsName, "GetCapabilities",
+            g_variant_new("()"), replyTimeoutMilliseconds_,
             [this](GVariant* reply, const GError* error) {
               askingForCapabilities_ = false;
               if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(as)"))) {
@@ -168,7 +169,7 @@ void FreedesktopNotifications::notify(const std::shared_ptr<const UserNotificati
     }
   }
   ++callsUnderWay_;
-  bus_.call(kName, kPath, kName, "Notify",
+  bus_.call(kNotificationsName, kNotificationsPath, kNotificationsName, "Notify",
             g_variant_new("(susss@as@a{sv}i)", kProductName, 0U, kIconName, title.c_str(),
                           body.c_str(), g_variant_builder_end(&actions),
                           hintsFor(*notification, applicationIdentifier_), kDefaultExpiry),
@@ -199,11 +200,13 @@ void FreedesktopNotifications::didNotify(const std::shared_ptr<const UserNotific
 
 void FreedesktopNotifications::subscribe(GDBusConnection* connection) {
   forgetDaemon();
-  g_dbus_connection_signal_subscribe(connection, kName, kName, nullptr, kPath, nullptr,
-                                     G_DBUS_SIGNAL_FLAGS_NONE, didReceiveSignal, this, nullptr);
+  g_dbus_connection_signal_subscribe(connection, kNotificationsName, kNotificationsName, nullptr,
+                                     kNotificationsPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+                                     didReceiveSignal, this, nullptr);
   g_dbus_connection_signal_subscribe(connection, "org.freedesktop.DBus", "org.freedesktop.DBus",
-                                     "NameOwnerChanged", "/org/freedesktop/DBus", kName,
-                                     G_DBUS_SIGNAL_FLAGS_NONE, didReceiveSignal, this, nullptr);
+                                     "NameOwnerChanged", "/org/freedesktop/DBus",
+                                     kNotificationsName, G_DBUS_SIGNAL_FLAGS_NONE, didReceiveSignal,
+                                     this, nullptr);
 }
 
 void FreedesktopNotifications::didReceiveSignal(GDBusConnection* /*connection*/,

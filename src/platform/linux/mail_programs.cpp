@@ -115,7 +115,7 @@ const MailProgram* mailProgramOf(const ApplicationEntry& entry) {
   return line->isProgramAlone() ? mailProgram(entry.identifier) : nullptr;
 }
 
-bool hasControlCharacter(const std::string& text) {
+bool hasOddCharacter(const std::string& text) {
   return std::any_of(text.begin(), text.end(), [](char character) {
     return static_cast<unsigned char>(character) < ' ' || character == '\x7f';
   });
@@ -136,7 +136,7 @@ std::optional<MailCommand> mailCommandAttaching(const std::vector<std::string>& 
     return std::nullopt;
   }
   if (known->takesLines) {
-    const auto odd = std::find_if(paths.begin(), paths.end(), hasControlCharacter);
+    const auto odd = std::find_if(paths.begin(), paths.end(), hasOddCharacter);
     if (odd != paths.end()) {
       error = workspaceError(subject + "\"" + *odd + "\", whose name has a control character");
       return std::nullopt;

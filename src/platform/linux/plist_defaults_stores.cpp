@@ -22,7 +22,7 @@ namespace {
 using Changes = std::map<std::string, std::optional<Value>>;
 
 // A preferences file of more than this is no preferences file.
-constexpr off_t kLargestFile = off_t{64} * 1024 * 1024;
+constexpr off_t kLargestStore = off_t{64} * 1024 * 1024;
 
 // Which file a path names, and which content of it.
 struct Identity {
@@ -155,7 +155,7 @@ class PlistDefaultsStores::SuiteFile {
 
   static std::optional<Value::Dictionary> parse(int file, const struct stat& status,
                                                 std::string& reason, int& readError) {
-    if (!S_ISREG(status.st_mode) || status.st_size > kLargestFile) {
+    if (!S_ISREG(status.st_mode) || status.st_size > kLargestStore) {
       reason = "not a preferences file";
       return std::nullopt;
     }
@@ -218,7 +218,7 @@ class PlistDefaultsStores::SuiteFile {
   bool replace(std::shared_ptr<const Value::Dictionary> merged) {
     const Data bytes = binaryDataWithPropertyList(*merged);
     // No reader would take it.
-    if (bytes.size() > static_cast<std::size_t>(kLargestFile)) {
+    if (bytes.size() > static_cast<std::size_t>(kLargestStore)) {
       errno = EFBIG;
       return complain("Could not write");
     }

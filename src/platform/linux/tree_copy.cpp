@@ -19,7 +19,7 @@ namespace tervano {
 
 namespace {
 
-constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
+constexpr std::size_t kCopyBufferSize = std::size_t{256} * 1024;
 constexpr int kMostAttempts = 3;
 constexpr char kAccessList[] = "system.posix_acl_access";
 constexpr char kDefaultAccessList[] = "system.posix_acl_default";
@@ -46,7 +46,7 @@ bool copyRange(int source, int target, off_t offset, off_t length, std::vector<c
     if (count <= 0) break;
     offset += count;
   }
-  if (offset < end && buffer.empty()) buffer.resize(kBufferSize);
+  if (offset < end && buffer.empty()) buffer.resize(kCopyBufferSize);
   while (offset < end) {
     const auto wanted =
         static_cast<std::size_t>(std::min<off_t>(end - offset, static_cast<off_t>(buffer.size())));

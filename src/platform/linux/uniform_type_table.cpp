@@ -14,7 +14,7 @@ constexpr std::string_view kDynamicPrefix = "dyn.a";
 constexpr std::string_view kDataType = "public.data";
 constexpr std::string_view kItemType = "public.item";
 
-constexpr char lowerCase(char letter) {
+constexpr char lowerCaseLetter(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
@@ -31,7 +31,7 @@ std::string dynamicIdentifierForExtension(std::string_view extension) {
   unsigned bits = 0;
   unsigned count = 0;
   for (const char character : extension) {
-    bits = bits << 8 | static_cast<unsigned char>(lowerCase(character));
+    bits = bits << 8 | static_cast<unsigned char>(lowerCaseLetter(character));
     count += 8;
     while (count >= kDigitBits) {
       count -= kDigitBits;
@@ -56,13 +56,13 @@ void UniformTypeTable::loadDesktopTypes() {
 std::string UniformTypeTable::preferredIdentifierForExtension(std::string_view extension) const {
   std::array<char, kLongestUniformTypeExtension> buffer;
   if (extension.size() <= buffer.size()) {
-    std::transform(extension.begin(), extension.end(), buffer.begin(), lowerCase);
+    std::transform(extension.begin(), extension.end(), buffer.begin(), lowerCaseLetter);
     const auto type = kUniformTypesByExtension.find({buffer.data(), extension.size()});
     if (type != kNoUniformType) return std::string(kUniformTypes[type].identifier);
   }
   if (const auto* desktop = desktopTypes_.load(std::memory_order_acquire)) {
     std::string lower(extension);
-    std::transform(lower.begin(), lower.end(), lower.begin(), lowerCase);
+    std::transform(lower.begin(), lower.end(), lower.begin(), lowerCaseLetter);
     if (const auto* identifier = desktop->identifierForExtension(lower)) return *identifier;
   }
   return dynamicIdentifierForExtension(extension);

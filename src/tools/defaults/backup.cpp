@@ -25,7 +25,7 @@ constexpr char kPreferencesFile[] = "preferences.plist";
 // Written last: a folder without it is no whole backup.
 constexpr char kDomainFile[] = "domain";
 constexpr std::array<const char*, 3> kFiles = {kSettingsFile, kPreferencesFile, kDomainFile};
-constexpr off_t kLargestFile = off_t{256} << 20;
+constexpr off_t kLargestBackup = off_t{256} << 20;
 constexpr int kMostBackupsInASecond = 1000;
 
 // A key of the database as the text form has it: a folder without its outer slashes, and a name.
@@ -61,7 +61,7 @@ std::string textOf(GKeyFile* file) {
   return {text.get(), length};
 }
 
-std::string takeMessage(GError* failure) {
+std::string messageOf(GError* failure) {
   const GErrorPtr error(failure);
   return error->message;
 }
@@ -72,7 +72,7 @@ std::optional<Settings> settingsOfText(const char* text, std::size_t length, std
   GError* failure = nullptr;
   if (!g_key_file_load_from_data(file.get(), text, length, G_KEY_FILE_KEEP_TRANSLATIONS,
                                  &failure)) {
-    reason = takeMessage(failure);
+    reason = messageOf(failure);
     return std::nullopt;
   }
   Settings settings;
@@ -83,12 +83,12 @@ std::optional<Settings> settingsOfText(const char* text, std::size_t length, std
       const std::string key = keyAt(*group, *name);
       const GCharPtr value(g_key_file_get_value(file.get(), *group, *name, nullptr));
       if (!dconf_is_key(key.c_str(), &failure)) {
-        reason = takeMessage(failure);
+        reason = messageOf(failure);
         break;
       }
       GVariantPtr parsed(g_variant_parse(nullptr, value.get(), nullptr, nullptr, &failure));
       if (parsed == nullptr) {
-        reason = key + ": " + takeMessage(failure);
+        reason = key + ": " + messageOf(failure);
         break;
       }
       settings.insert_or_assign(key, std::move(parsed));
@@ -206,7 +206,7 @@ std::optional<Backup> readBackup(const std::string& folder, std::string& reason)
     reason = "is damaged: it names no application";
     return std::nullopt;
   }
-  const auto settings = contentsOfRegularFile(kSettingsFile, kLargestFile, open.get());
+  const auto settings = contentsOfRegularFile(kSettingsFile, kLargestBackup, open.get());
   if (!settings && errno != ENOENT) {
     reason = "cannot be read: " + posixError(errno, kSettingsFile).message;
     return std::nullopt;
@@ -220,7 +220,7 @@ std::optional<Backup> readBackup(const std::string& folder, std::string& reason)
     }
     backup.settings = std::move(*read);
   }
-  backup.preferences = contentsOfRegularFile(kPreferencesFile, kLargestFile, open.get());
+  backup.preferences = contentsOfRegularFile(kPreferencesFile, kLargestBackup, open.get());
   if (!backup.preferences && errno != ENOENT) {
     reason = "cannot be read: " + posixError(errno, kPreferencesFile).message;
     return std::nullopt;

@@ -17,7 +17,7 @@ namespace tervano {
 namespace {
 
 // As large as the stores read.
-constexpr off_t kLargestFile = off_t{64} << 20;
+constexpr off_t kLargestPreferences = off_t{64} << 20;
 
 std::optional<Value::Dictionary> dictionaryOf(const Data& bytes) {
   try {
@@ -45,7 +45,7 @@ std::optional<Error> PreferencesFile::lock() {
 }
 
 std::optional<Error> PreferencesFile::read() {
-  contents_ = contentsOfRegularFile(path_, kLargestFile);
+  contents_ = contentsOfRegularFile(path_, kLargestPreferences);
   if (contents_ || errno == ENOENT || errno == ENOTDIR) return std::nullopt;
   return posixError(errno, "Could not read the preferences " + path_);
 }

@@ -17,7 +17,7 @@ struct ChangesetUnref {
   void operator()(DConfChangeset* changeset) const { dconf_changeset_unref(changeset); }
 };
 
-std::string takeMessage(GError* failure) {
+std::string takeBusMessage(GError* failure) {
   g_dbus_error_strip_remote_error(failure);
   const GErrorPtr error(failure);
   return error->message;
@@ -54,14 +54,14 @@ std::vector<std::string> SettingsDatabase::contentsOf(const std::string& folder)
 std::optional<std::string> SettingsDatabase::reachService() {
   GError* failure = nullptr;
   bus_.reset(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &failure));
-  if (bus_ == nullptr) return takeMessage(failure);
+  if (bus_ == nullptr) return takeBusMessage(failure);
   // The same connection is the client's; a bus that ends is an error, not the end of the process.
   g_dbus_connection_set_exit_on_close(bus_.get(), FALSE);
   // Starts it, or finds it running.
   const GVariantPtr answer(
       g_dbus_connection_call_sync(bus_.get(), kService, "/", "org.freedesktop.DBus.Peer", "Ping",
                                   nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &failure));
-  if (answer == nullptr) return takeMessage(failure);
+  if (answer == nullptr) return takeBusMessage(failure);
   return std::nullopt;
 }
 
@@ -85,7 +85,7 @@ std::optional<std::string> SettingsDatabase::change(const Settings& settings, bo
       dconf_client_change_sync(client_.get(), changes.get(), &tag, nullptr, &failure) != FALSE;
   const GCharPtr tagOwner(tag);
   if (!isDone) {
-    return failure == nullptr ? "the settings service gave no reason" : takeMessage(failure);
+    return failure == nullptr ? "the settings service gave no reason" : takeBusMessage(failure);
   }
   // A new client reads the file anew. A service that was started for other folders has changed
   // other settings.

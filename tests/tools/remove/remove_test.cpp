@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <grp.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -24,7 +23,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kNotPrepared = 98;
 constexpr double kSeconds = 60;
 
 std::string wholeText(int file) {
@@ -39,7 +37,7 @@ std::string wholeText(int file) {
   return text;
 }
 
-std::vector<std::string> linesOf(const std::string& text) {
+std::vector<std::string> outputLines(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
@@ -50,23 +48,7 @@ std::vector<std::string> linesOf(const std::string& text) {
 
 RemoveOutcome runRemove(const std::vector<std::string>& words,
                         const std::function<bool()>& prepare) {
-  const Descriptor output(memfd_create("output", MFD_CLOEXEC));
-  const Descriptor errors(memfd_create("errors", MFD_CLOEXEC));
-  auto child = forkChild([&](ParentLink&) {
-    // By descriptor: another user may have no way to the build folder.
-    const int program = open(TERVANO_REMOVE, O_RDONLY | O_CLOEXEC);
-    dup2(output.get(), STDOUT_FILENO);
-    dup2(errors.get(), STDERR_FILENO);
-    if (prepare && !prepare()) return kNotPrepared;
-    std::vector<char*> arguments{const_cast<char*>(TERVANO_REMOVE)};
-    for (const auto& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
-    fexecve(program, arguments.data(), environ);
-    return 97;
-  });
-  const auto status = child.waitForExit(kSeconds);
-  if (!status) ADD_FAILURE() << "the tool did not end";
-  return {status.value_or(-1), wholeText(output.get()), wholeText(errors.get())};
+  return runProgram({TERVANO_REMOVE, words, std::nullopt, prepare, kSeconds});
 }
 
 RemoveOutcome removeSecurely(const std::string& path, const std::function<bool()>& prepare) {
@@ -80,7 +62,7 @@ void expectSuccess(const RemoveOutcome& outcome) {
 
 void expectFailures(const RemoveOutcome& outcome, std::vector<std::string> lines) {
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(linesOf(outcome.errors), testing::UnorderedElementsAreArray(lines));
+  EXPECT_THAT(outputLines(outcome.errors), testing::UnorderedElementsAreArray(lines));
 }
 
 void inChild(const std::function<void()>& body) {
@@ -97,10 +79,6 @@ void inChild(const std::function<void()>& body) {
   EXPECT_EQ(child.waitForExit(kSeconds), 0);
 }
 
-bool becomeNobody() {
-  return setgroups(0, nullptr) == 0 && setgid(kNobody) == 0 && setuid(kNobody) == 0;
-}
-
 bool isolateMounts() {
   return unshare(CLONE_NEWNS) == 0 &&
          mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
@@ -111,29 +89,10 @@ void limitDescriptors(std::uint64_t count) {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-void giveToNobody(const std::string& folder) {
-  const auto give = [](const std::string& path) {
-    if (lchown(path.c_str(), kNobody, kNobody) != 0) throw std::runtime_error("chown " + path);
-  };
-  give(folder);
-  for (const auto& entry : fs::recursive_directory_iterator(folder)) give(entry.path());
-}
-
 void makeFile(const std::string& path, const std::string& content) {
   std::ofstream stream(path, std::ios::binary);
   stream << content;
   if (!stream.flush()) throw std::runtime_error("cannot write " + path);
-}
-
-std::string contentsOf(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  if (!stream) throw std::runtime_error("cannot read " + path);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-bool exists(const std::string& path) {
-  struct stat status {};
-  return lstat(path.c_str(), &status) == 0;
 }
 
 std::size_t countOf(const std::string& text, const std::string& part) {
@@ -168,19 +127,6 @@ std::string RemoveTest::file(const std::string& name, const std::string& content
 std::string RemoveTest::folder(const std::string& name) const {
   fs::create_directories(at(name));
   return at(name);
-}
-
-MemoryTemporaryFolder::MemoryTemporaryFolder() {
-  if (const char* const before = std::getenv("TMPDIR")) previous_ = before;
-  setenv("TMPDIR", "/dev/shm", 1);
-}
-
-MemoryTemporaryFolder::~MemoryTemporaryFolder() {
-  if (previous_) {
-    setenv("TMPDIR", previous_->c_str(), 1);
-  } else {
-    unsetenv("TMPDIR");
-  }
 }
 
 std::string marker(std::size_t times) {

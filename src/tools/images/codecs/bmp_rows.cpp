@@ -10,9 +10,9 @@ namespace {
 constexpr double kInchesPerMetre = 1 / 0.0254;
 constexpr std::uint32_t kHeaderSize = 54;
 constexpr std::uint32_t kPaletteColours = 256;
-constexpr std::size_t kBlock = std::size_t{256} << 10;
+constexpr std::size_t kBmpBlock = std::size_t{256} << 10;
 
-void append(Data& data, std::uint32_t value, int size) {
+void appendField(Data& data, std::uint32_t value, int size) {
   for (int index = 0; index < size; ++index) {
     data.push_back(static_cast<std::uint8_t>(value >> (8 * index)));
   }
@@ -28,27 +28,28 @@ class BmpWriter : public RowWriter {
     dataAt_ = kHeaderSize + (gray ? kPaletteColours * 4 : 0);
     const std::uint64_t size = dataAt_ + stride_ * std::uint64_t{shape.height};
     if (size > UINT32_MAX) throw CodecFailure("it is too large for the format bmp");
-    blockRows_ = std::clamp<std::size_t>(kBlock / stride_, 1, shape.height);
+    blockRows_ = std::clamp<std::size_t>(kBmpBlock / stride_, 1, shape.height);
     block_.resize(blockRows_ * stride_);
 
     Data header{'B', 'M'};
-    append(header, static_cast<std::uint32_t>(size), 4);
-    append(header, 0, 4);
-    append(header, dataAt_, 4);
-    append(header, kHeaderSize - 14, 4);
-    append(header, shape.width, 4);
-    append(header, shape.height, 4);
-    append(header, 1, 2);
-    append(header, static_cast<std::uint32_t>(shape.channels() * 8), 2);
-    append(header, 0, 4);
-    append(header, static_cast<std::uint32_t>(size - dataAt_), 4);
+    appendField(header, static_cast<std::uint32_t>(size), 4);
+    appendField(header, 0, 4);
+    appendField(header, dataAt_, 4);
+    appendField(header, kHeaderSize - 14, 4);
+    appendField(header, shape.width, 4);
+    appendField(header, shape.height, 4);
+    appendField(header, 1, 2);
+    appendField(header, static_cast<std::uint32_t>(shape.channels() * 8), 2);
+    appendField(header, 0, 4);
+    appendField(header, static_cast<std::uint32_t>(size - dataAt_), 4);
     const Density density = notes.density.value_or(Density{});
-    append(header, static_cast<std::uint32_t>(std::lround(density.across * kInchesPerMetre)), 4);
-    append(header, static_cast<std::uint32_t>(std::lround(density.down * kInchesPerMetre)), 4);
-    append(header, gray ? kPaletteColours : 0, 4);
-    append(header, 0, 4);
+    appendField(header, static_cast<std::uint32_t>(std::lround(density.across * kInchesPerMetre)),
+                4);
+    appendField(header, static_cast<std::uint32_t>(std::lround(density.down * kInchesPerMetre)), 4);
+    appendField(header, gray ? kPaletteColours : 0, 4);
+    appendField(header, 0, 4);
     for (std::uint32_t level = 0; gray && level < kPaletteColours; ++level) {
-      append(header, level * 0x010101, 4);
+      appendField(header, level * 0x010101, 4);
     }
     file_.writeOrFail(header.data(), header.size());
   }

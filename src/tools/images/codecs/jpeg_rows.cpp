@@ -18,18 +18,18 @@ namespace {
 using namespace std::string_view_literals;
 
 constexpr int kQuality = 90;
-constexpr std::size_t kBlock = std::size_t{64} << 10;
+constexpr std::size_t kJpegBlock = std::size_t{64} << 10;
 constexpr std::size_t kLargestMarker = 65533;
 
 constexpr int kExifMarker = JPEG_APP0 + 1;
 constexpr int kProfileMarker = JPEG_APP0 + 2;
 constexpr int kPhotoshopMarker = JPEG_APP0 + 13;
 constexpr auto kExifName = "Exif\0\0"sv;
-constexpr auto kXmpName = "http://ns.adobe.com/xap/1.0/\0"sv;
+constexpr auto kJpegXmpName = "http://ns.adobe.com/xap/1.0/\0"sv;
 constexpr auto kPhotoshopName = "Photoshop 3.0\0"sv;
 
 // libjpeg's errors: a jump out of the library, and the message.
-struct Errors {
+struct JpegErrors {
   jpeg_error_mgr manager{};
   std::jmp_buf out{};
   char message[JMSG_LENGTH_MAX] = "";
@@ -38,12 +38,12 @@ struct Errors {
   bool outOfMemory = false;
 };
 
-Errors& errorsOf(j_common_ptr codec) {
-  return *reinterpret_cast<Errors*>(codec->err);
+JpegErrors& errorsOf(j_common_ptr codec) {
+  return *reinterpret_cast<JpegErrors*>(codec->err);
 }
 
 void leave(j_common_ptr codec) {
-  Errors& errors = errorsOf(codec);
+  JpegErrors& errors = errorsOf(codec);
   (*codec->err->format_message)(codec, errors.message);
   errors.outOfMemory = codec->err->msg_code == JERR_OUT_OF_MEMORY;
   std::longjmp(errors.out, 1);
@@ -53,12 +53,12 @@ void noteWarning(j_common_ptr codec, int level) {
   if (level >= 0) return;
   const int code = codec->err->msg_code;
   if (code != JWRN_HIT_MARKER && code != JWRN_HUFF_BAD_CODE && code != JWRN_MUST_RESYNC) return;
-  Errors& errors = errorsOf(codec);
+  JpegErrors& errors = errorsOf(codec);
   (*codec->err->format_message)(codec, errors.message);
   errors.damaged = true;
 }
 
-jpeg_error_mgr* begin(Errors& errors) {
+jpeg_error_mgr* begin(JpegErrors& errors) {
   jpeg_error_mgr* const manager = jpeg_std_error(&errors.manager);
   manager->error_exit = leave;
   manager->emit_message = noteWarning;
@@ -68,7 +68,7 @@ jpeg_error_mgr* begin(Errors& errors) {
 // Calls the library; false when it gave up. Nothing that `call` has on its stack may need a
 // destructor.
 template <typename Call>
-bool succeeds(Errors& errors, const Call& call) {
+bool jpegSucceeds(JpegErrors& errors, const Call& call) {
   if (setjmp(errors.out) != 0) return false;
   call();
   return true;
@@ -79,14 +79,14 @@ struct Source {
   InputStream* file = nullptr;
   // Only the end marker may be missing: rows are read, and none of a later, better scan.
   bool mayLackEnd = false;
-  std::uint8_t block[kBlock];
+  std::uint8_t block[kJpegBlock];
 };
 
 void beginSource(j_decompress_ptr /*codec*/) {}
 
 boolean fillSource(j_decompress_ptr codec) {
   auto* source = reinterpret_cast<Source*>(codec->src);
-  std::int64_t count = source->file->read(source->block, kBlock);
+  std::int64_t count = source->file->read(source->block, kJpegBlock);
   if (count == 0 && source->mayLackEnd) {
     source->block[0] = 0xFF;
     source->block[1] = JPEG_EOI;
@@ -123,7 +123,7 @@ class JpegReader : public RowReader {
 
   // Whether this is a picture for it.
   bool open() {
-    const bool opened = succeeds(errors_, [this] {
+    const bool opened = jpegSucceeds(errors_, [this] {
       jpeg_create_decompress(&codec_);
       codec_.src = &source_.manager;
       for (const int marker : {kExifMarker, kProfileMarker, kPhotoshopMarker}) {
@@ -141,7 +141,7 @@ class JpegReader : public RowReader {
   }
 
   void read(std::uint8_t* row) override {
-    const bool read = succeeds(errors_, [this, row] {
+    const bool read = jpegSucceeds(errors_, [this, row] {
       if (!started_) {
         source_.mayLackEnd = codec_.progressive_mode == FALSE;
         started_ = true;
@@ -172,14 +172,14 @@ class JpegReader : public RowReader {
       };
       if (marker->marker == kExifMarker) {
         take(kExifName, notes_.exif);
-        take(kXmpName, notes_.xmp);
+        take(kJpegXmpName, notes_.xmp);
       } else if (marker->marker == kPhotoshopMarker) {
         take(kPhotoshopName, notes_.photoshop);
       }
     }
     JOCTET* profile = nullptr;
     unsigned length = 0;
-    if (!succeeds(errors_, [&] { jpeg_read_icc_profile(&codec_, &profile, &length); })) fail();
+    if (!jpegSucceeds(errors_, [&] { jpeg_read_icc_profile(&codec_, &profile, &length); })) fail();
     if (profile != nullptr) notes_.profile.assign(profile, profile + length);
     std::free(profile);
     constexpr double kCentimetres = 2.54;
@@ -191,7 +191,7 @@ class JpegReader : public RowReader {
     orientation_ = orientationOfExif(notes_.exif);
   }
 
-  Errors errors_;
+  JpegErrors errors_;
   Source source_;
   bool started_ = false;
   jpeg_decompress_struct codec_{};
@@ -200,25 +200,26 @@ class JpegReader : public RowReader {
 struct Destination {
   jpeg_destination_mgr manager{};
   OutputStream* file = nullptr;
-  std::uint8_t block[kBlock];
+  std::uint8_t block[kJpegBlock];
 };
 
 void beginDestination(j_compress_ptr codec) {
   auto* destination = reinterpret_cast<Destination*>(codec->dest);
   destination->manager.next_output_byte = destination->block;
-  destination->manager.free_in_buffer = kBlock;
+  destination->manager.free_in_buffer = kJpegBlock;
 }
 
 boolean emptyDestination(j_compress_ptr codec) {
   auto* destination = reinterpret_cast<Destination*>(codec->dest);
-  if (!destination->file->write(destination->block, kBlock)) ERREXIT(codec, JERR_FILE_WRITE);
+  if (!destination->file->write(destination->block, kJpegBlock)) ERREXIT(codec, JERR_FILE_WRITE);
   beginDestination(codec);
   return TRUE;
 }
 
 void endDestination(j_compress_ptr codec) {
   auto* destination = reinterpret_cast<Destination*>(codec->dest);
-  if (!destination->file->write(destination->block, kBlock - destination->manager.free_in_buffer) ||
+  if (!destination->file->write(destination->block,
+                                kJpegBlock - destination->manager.free_in_buffer) ||
       !destination->file->flush()) {
     ERREXIT(codec, JERR_FILE_WRITE);
   }
@@ -239,7 +240,7 @@ class JpegWriter : public RowWriter {
     destination_.manager.init_destination = beginDestination;
     destination_.manager.empty_output_buffer = emptyDestination;
     destination_.manager.term_destination = endDestination;
-    const bool begun = succeeds(errors_, [&] {
+    const bool begun = jpegSucceeds(errors_, [&] {
       jpeg_create_compress(&codec_);
       codec_.dest = &destination_.manager;
       codec_.image_width = shape.width;
@@ -259,9 +260,9 @@ class JpegWriter : public RowWriter {
     });
     if (!begun) fail();
     writeMarker(kExifMarker, kExifName, notes.exif);
-    writeMarker(kExifMarker, kXmpName, notes.xmp);
+    writeMarker(kExifMarker, kJpegXmpName, notes.xmp);
     writeMarker(kPhotoshopMarker, kPhotoshopName, notes.photoshop);
-    if (profileFits(notes.profile, colour_) && !succeeds(errors_, [&] {
+    if (profileFits(notes.profile, colour_) && !jpegSucceeds(errors_, [&] {
           jpeg_write_icc_profile(&codec_, notes.profile.data(),
                                  static_cast<unsigned>(notes.profile.size()));
         })) {
@@ -277,7 +278,7 @@ class JpegWriter : public RowWriter {
       for (std::size_t index = 0; index < row_.size(); ++index) row_[index] = 255 - row[index];
       source = row_.data();
     }
-    if (!succeeds(errors_, [this, source] {
+    if (!jpegSucceeds(errors_, [this, source] {
           JSAMPROW rows = source;
           jpeg_write_scanlines(&codec_, &rows, 1);
         })) {
@@ -286,7 +287,7 @@ class JpegWriter : public RowWriter {
   }
 
   void finish() override {
-    if (!succeeds(errors_, [this] { jpeg_finish_compress(&codec_); })) fail();
+    if (!jpegSucceeds(errors_, [this] { jpeg_finish_compress(&codec_); })) fail();
   }
 
  private:
@@ -305,7 +306,7 @@ class JpegWriter : public RowWriter {
   void writeMarker(int marker, std::string_view name, const Data& note) {
     if (note.empty() || name.size() + note.size() > kLargestMarker) return;
     const Data content = marked(name, note);
-    if (!succeeds(errors_, [&] {
+    if (!jpegSucceeds(errors_, [&] {
           jpeg_write_marker(&codec_, marker, content.data(), static_cast<unsigned>(content.size()));
         })) {
       fail();
@@ -314,7 +315,7 @@ class JpegWriter : public RowWriter {
 
   Colour colour_;
   Data row_;
-  Errors errors_;
+  JpegErrors errors_;
   Destination destination_;
   jpeg_compress_struct codec_{};
 };

@@ -12,8 +12,8 @@ namespace tervano {
 
 namespace {
 
-constexpr int kCompression = 3;
-constexpr std::size_t kBlock = std::size_t{64} << 10;
+constexpr int kPdfCompression = 3;
+constexpr std::size_t kPdfBlock = std::size_t{64} << 10;
 constexpr double kPointsPerInch = 72;
 // No page of a document may be longer.
 constexpr double kLongestSide = 14400;
@@ -34,7 +34,7 @@ std::string reference(int object) {
 class Deflater {
  public:
   Deflater() {
-    if (deflateInit(&stream_, kCompression) != Z_OK) throw CodecFailure(kTooLarge);
+    if (deflateInit(&stream_, kPdfCompression) != Z_OK) throw CodecFailure(kTooLarge);
   }
   Deflater(const Deflater&) = delete;
   Deflater& operator=(const Deflater&) = delete;
@@ -55,7 +55,7 @@ class Deflater {
 
  private:
   z_stream stream_{};
-  Data block_ = Data(kBlock);
+  Data block_ = Data(kPdfBlock);
 };
 
 // Rows as PNG's predictors take them, each by the difference to the one above.
@@ -264,7 +264,7 @@ void PdfDocument::addJpegPage(const PictureShape& shape, const PictureNotes& not
   beginObject(image);
   write("<< " + imageEntries(shape, space) + " /Filter /DCTDecode /Length " +
         std::to_string(jpeg.size()) + " >>\nstream\n");
-  Data block(kBlock);
+  Data block(kPdfBlock);
   jpeg.seek(0, SEEK_SET);
   std::uint64_t copied = 0;
   while (copied < jpeg.size()) {

@@ -20,20 +20,20 @@ namespace {
 using namespace std::string_view_literals;
 
 // Stronger compression takes far longer for a few percent.
-constexpr int kCompression = 3;
-constexpr std::size_t kBlock = std::size_t{64} << 10;
+constexpr int kPngCompression = 3;
+constexpr std::size_t kPngBlock = std::size_t{64} << 10;
 constexpr double kMetresPerInch = 0.0254;
-constexpr std::uint64_t kLargestNote = std::uint64_t{16} << 20;
-constexpr auto kXmpName = "XML:com.adobe.xmp\0"sv;
+constexpr std::uint64_t kLargestPngNote = std::uint64_t{16} << 20;
+constexpr auto kPngXmpName = "XML:com.adobe.xmp\0"sv;
 
 // libpng's errors: a jump out of the library, and the message.
-struct Errors {
+struct PngErrors {
   std::jmp_buf out{};
   char message[128] = "";
 };
 
 void leave(png_structp codec, png_const_charp message) {
-  auto* errors = static_cast<Errors*>(png_get_error_ptr(codec));
+  auto* errors = static_cast<PngErrors*>(png_get_error_ptr(codec));
   std::strncpy(errors->message, message, sizeof errors->message - 1);
   std::longjmp(errors->out, 1);
 }
@@ -43,7 +43,7 @@ void ignoreWarning(png_structp /*codec*/, png_const_charp /*message*/) {}
 // Calls the library; false when it gave up. Nothing that `call` has on its stack may need a
 // destructor.
 template <typename Call>
-bool succeeds(Errors& errors, const Call& call) {
+bool pngSucceeds(PngErrors& errors, const Call& call) {
   if (setjmp(errors.out) != 0) return false;
   call();
   return true;
@@ -72,7 +72,7 @@ class PngReader : public RowReader {
     codec_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, &errors_, leave, ignoreWarning);
     if (codec_ != nullptr) info_ = png_create_info_struct(codec_);
     if (info_ == nullptr) throw CodecFailure(kTooLarge);
-    const bool opened = succeeds(errors_, [this] {
+    const bool opened = pngSucceeds(errors_, [this] {
       png_set_read_fn(codec_, &file_, readFile);
       png_set_user_limits(codec_, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
       // Also the profiles that are known to be odd are the picture's own.
@@ -95,7 +95,7 @@ class PngReader : public RowReader {
   }
 
   void read(std::uint8_t* row) override {
-    if (!succeeds(errors_, [this, row] {
+    if (!pngSucceeds(errors_, [this, row] {
           png_read_row(codec_, row, nullptr);
           if (++rows_ == shape_.height) png_read_end(codec_, nullptr);
         })) {
@@ -125,7 +125,7 @@ class PngReader : public RowReader {
   }
 
   InputStream& file_;
-  Errors errors_;
+  PngErrors errors_;
   png_structp codec_ = nullptr;
   png_infop info_ = nullptr;
   bool interlaced_ = false;
@@ -143,13 +143,13 @@ class PngWriter : public RowWriter {
     if (shape.alpha) type |= PNG_COLOR_MASK_ALPHA;
     // The library rejects what does not fit its picture.
     const bool keepsProfile = profileFits(notes.profile, shape.colour);
-    check(succeeds(errors_, [&] {
+    check(pngSucceeds(errors_, [&] {
       png_set_write_fn(codec_, &file_, writeFile, flushFile);
       png_set_user_limits(codec_, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
       png_set_option(codec_, PNG_SKIP_sRGB_CHECK_PROFILE, PNG_OPTION_ON);
       png_set_benign_errors(codec_, 1);
-      png_set_compression_level(codec_, kCompression);
-      png_set_compression_buffer_size(codec_, kBlock);
+      png_set_compression_level(codec_, kPngCompression);
+      png_set_compression_buffer_size(codec_, kPngBlock);
       png_set_IHDR(codec_, info_, shape.width, shape.height, shape.bits, type, PNG_INTERLACE_NONE,
                    PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
       if (keepsProfile) {
@@ -174,11 +174,11 @@ class PngWriter : public RowWriter {
   ~PngWriter() override { png_destroy_write_struct(&codec_, &info_); }
 
   void write(const std::uint8_t* row) override {
-    check(succeeds(errors_, [this, row] { png_write_row(codec_, row); }));
+    check(pngSucceeds(errors_, [this, row] { png_write_row(codec_, row); }));
   }
 
   void finish() override {
-    check(succeeds(errors_, [this] { png_write_end(codec_, nullptr); }));
+    check(pngSucceeds(errors_, [this] { png_write_end(codec_, nullptr); }));
     file_.flushOrFail();
   }
 
@@ -192,30 +192,30 @@ class PngWriter : public RowWriter {
   // As the XMP specification, part 3, has it: international text, not compressed.
   void writeXmp(const Data& xmp) {
     constexpr auto kPlain = "\0\0\0\0"sv;
-    std::string chunk(kXmpName);
+    std::string chunk(kPngXmpName);
     chunk += kPlain;
     chunk.append(xmp.begin(), xmp.end());
     constexpr png_byte kName[] = {'i', 'T', 'X', 't', 0};
-    check(succeeds(errors_, [&] {
+    check(pngSucceeds(errors_, [&] {
       png_write_chunk(codec_, kName, reinterpret_cast<png_const_bytep>(chunk.data()), chunk.size());
     }));
   }
 
   OutputStream& file_;
-  Errors errors_;
+  PngErrors errors_;
   png_structp codec_ = nullptr;
   png_infop info_ = nullptr;
 };
 
 // What an iTXt chunk with XMP holds; nothing when it holds something else.
 Data xmpOf(const Data& chunk) {
-  if (chunk.size() < kXmpName.size() + 2 ||
-      std::memcmp(chunk.data(), kXmpName.data(), kXmpName.size()) != 0) {
+  if (chunk.size() < kPngXmpName.size() + 2 ||
+      std::memcmp(chunk.data(), kPngXmpName.data(), kPngXmpName.size()) != 0) {
     return {};
   }
-  const bool compressed = chunk[kXmpName.size()] != 0;
+  const bool compressed = chunk[kPngXmpName.size()] != 0;
   // Two texts follow, the language and the translated keyword.
-  auto at = chunk.begin() + static_cast<std::ptrdiff_t>(kXmpName.size()) + 2;
+  auto at = chunk.begin() + static_cast<std::ptrdiff_t>(kPngXmpName.size()) + 2;
   for (int text = 0; text < 2; ++text) {
     at = std::find(at, chunk.end(), 0);
     if (at == chunk.end()) return {};
@@ -246,9 +246,9 @@ void readPngNotes(InputStream& file, PictureNotes& notes) {
                                  std::uint64_t{head[2]} << 8 | head[3];
     const std::string_view name(reinterpret_cast<const char*>(head.data()) + 4, 4);
     if (name == "eXIf" && notes.exif.empty()) {
-      notes.exif = file.dataAt(at + head.size(), length, kLargestNote);
+      notes.exif = file.dataAt(at + head.size(), length, kLargestPngNote);
     } else if (name == "iTXt" && notes.xmp.empty()) {
-      notes.xmp = xmpOf(file.dataAt(at + head.size(), length, kLargestNote));
+      notes.xmp = xmpOf(file.dataAt(at + head.size(), length, kLargestPngNote));
     } else if (name == "IEND") {
       return;
     }

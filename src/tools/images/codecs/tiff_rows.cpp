@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t kStripSize = std::size_t{256} << 10;
 constexpr tmsize_t kLargestAllocation = tmsize_t{512} << 20;
-constexpr std::size_t kLargestNote = std::size_t{16} << 20;
+constexpr std::size_t kLargestTiffNote = std::size_t{16} << 20;
 constexpr int kMostPages = 10000;
 constexpr double kCentimetresPerInch = 2.54;
 
@@ -107,7 +107,8 @@ Number number(TIFF* tiff, std::uint32_t tag, Number otherwise) {
 Data bytes(TIFF* tiff, std::uint32_t tag) {
   std::uint32_t count = 0;
   const void* first = nullptr;
-  if (TIFFGetField(tiff, tag, &count, &first) != 1 || first == nullptr || count > kLargestNote) {
+  if (TIFFGetField(tiff, tag, &count, &first) != 1 || first == nullptr ||
+      count > kLargestTiffNote) {
     return {};
   }
   const auto* begin = static_cast<const std::uint8_t*>(first);
