@@ -456,6 +456,20 @@ TEST_F(ConversionTest, WithoutAnExtensionItEndsWithASentence) {
   EXPECT_THAT(outcome.message, HasSubstr("without an output extension"));
 }
 
+TEST_F(ConversionTest, WithAnExtensionThatLeadsToAnotherFolderItEndsWithASentence) {
+  convert_->setOutputExtension("d/jpg");
+  const auto outcome = outcomeOf(*convert_, {picture("a.png"), picture("a.tiff")});
+  EXPECT_FALSE(outcome.success);
+  EXPECT_EQ(outcome.message, "\"JPEG\" could not be run: \"d/jpg\" is no file name extension");
+}
+
+TEST_F(ConversionTest, AnEmptyExtensionGivesNamesWithoutOne) {
+  convert_->setOutputExtension("");
+  EXPECT_TRUE(outcomeOf(*convert_, {picture("a.png"), picture("a.tiff")}).success);
+  EXPECT_EQ(sourceOf("a"), "a.png");
+  EXPECT_EQ(sourceOf("a 2"), "a.tiff");
+}
+
 // What removes files for good.
 class ConsentTest : public ActionDriverTest {
  protected:
