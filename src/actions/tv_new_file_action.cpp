@@ -30,7 +30,7 @@ class NewFileRun {
       return;
     }
     if (!isFileName(name_)) {
-      error_ = Error{kErrorDomain, 3, "A new file cannot have the name \"" + name_ + "\""};
+      error_ = Error{kNewFileErrorDomain, 3, "A new file cannot have the name \"" + name_ + "\""};
       return;
     }
     for (const std::string& path : filePaths) {
