@@ -27,6 +27,7 @@ struct CajaHost {
   static constexpr auto kIcons = HostExtension::Icons::files;
 
   static GFile* location(FileInfo* file) { return caja_file_info_get_location(file); }
+  static char* targetURI(FileInfo* file) { return caja_file_info_get_activation_uri(file); }
   static bool isDirectory(FileInfo* file) { return caja_file_info_is_directory(file) != FALSE; }
   static Item* newItem(const char* name, const char* label, const char* iconPath) {
     return caja_menu_item_new(name, label, "", iconPath);

@@ -13,9 +13,7 @@
 
 namespace tervano {
 
-namespace {
-
-// File managers give the selection with each request; what is watched is decided by them.
+// File managers give the selection with each request.
 class HostController : public FIFinderSyncController {
  public:
   SelectedItemsPtr selectedItemURLs() const override { return nullptr; }
@@ -26,6 +24,8 @@ class HostController : public FIFinderSyncController {
  private:
   UrlSet directoryURLs_;
 };
+
+namespace {
 
 void installServices() {
   static auto& registry = *new ClassRegistry;
@@ -59,7 +59,8 @@ HostExtension* HostExtension::shared(Icons icons) {
 }
 
 HostExtension::HostExtension(Icons icons)
-    : finderSync_(FinderSync::create(std::make_shared<HostController>())),
+    : controller_(std::make_shared<HostController>()),
+      finderSync_(FinderSync::create(controller_)),
       wormhole_(VXWormhole::initWithApplicationGroupIdentifier(kApplicationGroupIdentifier,
                                                                kWormholeDirectory)) {
   if (icons == Icons::files) {
@@ -98,6 +99,10 @@ void HostExtension::choose(const MenuItem& item) const {
 
 bool HostExtension::showsToolbarItem() const {
   return finderSync_->userDefaults()->showIconInToolbar();
+}
+
+const UrlSet& HostExtension::watchedDirectories() const {
+  return controller_->directoryURLs();
 }
 
 std::string HostExtension::iconPathOf(const ImagePtr& image) const {

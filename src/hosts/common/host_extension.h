@@ -11,6 +11,8 @@
 
 namespace tervano {
 
+class HostController;
+
 // The one extension of a file manager's process, started at the first use and never ended. Main
 // thread.
 class HostExtension {
@@ -38,6 +40,9 @@ class HostExtension {
   // Whether the user wants a button in the toolbar.
   bool showsToolbarItem() const;
   const FinderSync& finderSync() const { return *finderSync_; }
+  // Every visible volume, kept up to date while volumes come and go. File managers have no such
+  // setting: whatever they show of this machine lies below one of these.
+  const UrlSet& watchedDirectories() const;
   // Empty for none, and where the file manager draws no icons.
   std::string iconPathOf(const ImagePtr& image) const;
 
@@ -49,6 +54,7 @@ class HostExtension {
   void listDidChange();
   void notify() const;
 
+  std::shared_ptr<HostController> controller_;
   std::shared_ptr<FinderSync> finderSync_;
   std::shared_ptr<VXWormhole> wormhole_;
   // Null where no icons are drawn.

@@ -19,6 +19,7 @@ namespace tervano {
 //   struct Host {
 //     using FileInfo, Item, Submenu;                         // GObject types
 //     static GFile* location(FileInfo*);                     // a new reference, or null
+//     static char* targetURI(FileInfo*);                     // what it stands for, or null
 //     static bool isDirectory(FileInfo*);
 //     static Item* newItem(const char* name, const char* label, const char* iconPath);
 //     static void disable(Item*);
@@ -36,12 +37,25 @@ inline GCharPtr localPathOf(GFile* location) {
   return GCharPtr(g_file_get_path(location));
 }
 
+// The same for a file that may be an entry of a list of files, which stands for one elsewhere.
+template <typename Host>
+GCharPtr localPathOf(typename Host::FileInfo* file, GFile* location) {
+  if (g_file_has_uri_scheme(location, "recent") == FALSE &&
+      g_file_has_uri_scheme(location, "favorites") == FALSE) {
+    return localPathOf(location);
+  }
+  const GCharPtr target(Host::targetURI(file));
+  if (target == nullptr) return nullptr;
+  const GObjectPtr<GFile> targetFile(g_file_new_for_uri(target.get()));
+  return localPathOf(targetFile.get());
+}
+
 // The item of a file; what has no path on this machine keeps its own URL, which no menu acts on.
 template <typename Host>
 SelectedItem selectedItemOf(typename Host::FileInfo* file) {
   const GObjectPtr<GFile> location(Host::location(file));
   if (location == nullptr) return {Url("about:blank"), std::nullopt};
-  const GCharPtr path = localPathOf(location.get());
+  const GCharPtr path = localPathOf<Host>(file, location.get());
   const bool isDirectory = Host::isDirectory(file);
   if (path != nullptr) return {Url::fileURLWithPath(path.get(), isDirectory), isDirectory};
   const GCharPtr uri(g_file_get_uri(location.get()));

@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "hosts/common/host_menu.h"
 #include "hosts/common/menu_text.h"
 #include "platform/linux/glib_handles.h"
 #include "platform/linux/guard.h"
@@ -209,7 +210,7 @@ GtkWidget* newToolbarButton(HostExtension& extension, const char* uri, GtkWidget
     gtk_button_set_always_show_image(GTK_BUTTON(button), TRUE);
   }
   const GObjectPtr<GFile> location(g_file_new_for_uri(uri == nullptr ? "" : uri));
-  const GCharPtr path(g_file_get_path(location.get()));
+  const GCharPtr path = localPathOf(location.get());
   SelectedItem folder{path == nullptr ? Url("about:blank") : Url::fileURLWithPath(path.get(), true),
                       true};
   g_signal_connect_data(button, "clicked", G_CALLBACK(buttonClicked),

@@ -23,6 +23,7 @@ struct NautilusHost {
   static constexpr auto kIcons = HostExtension::Icons::none;
 
   static GFile* location(FileInfo* file) { return nautilus_file_info_get_location(file); }
+  static char* targetURI(FileInfo* file) { return nautilus_file_info_get_activation_uri(file); }
   static bool isDirectory(FileInfo* file) { return nautilus_file_info_is_directory(file) != FALSE; }
   static Item* newItem(const char* name, const char* label, const char* iconPath) {
     return nautilus_menu_item_new(name, label, nullptr, iconPath);

@@ -28,6 +28,7 @@ struct NemoHost {
   static constexpr auto kIcons = HostExtension::Icons::files;
 
   static GFile* location(FileInfo* file) { return nemo_file_info_get_location(file); }
+  static char* targetURI(FileInfo* file) { return nemo_file_info_get_activation_uri(file); }
   static bool isDirectory(FileInfo* file) { return nemo_file_info_is_directory(file) != FALSE; }
   static Item* newItem(const char* name, const char* label, const char* iconPath) {
     return nemo_menu_item_new(name, label, "", iconPath);

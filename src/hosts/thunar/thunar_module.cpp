@@ -21,6 +21,12 @@ struct ThunarHost {
   static constexpr auto kIcons = HostExtension::Icons::files;
 
   static GFile* location(FileInfo* file) { return thunarx_file_info_get_location(file); }
+  static char* targetURI(FileInfo* file) {
+    const GObjectPtr<GFileInfo> information(thunarx_file_info_get_file_info(file));
+    return information == nullptr ? nullptr
+                                  : g_strdup(g_file_info_get_attribute_string(
+                                        information.get(), G_FILE_ATTRIBUTE_STANDARD_TARGET_URI));
+  }
   static bool isDirectory(FileInfo* file) { return thunarx_file_info_is_directory(file) != FALSE; }
   static Item* newItem(const char* name, const char* label, const char* iconPath) {
     return thunarx_menu_item_new(name, label, nullptr, iconPath);

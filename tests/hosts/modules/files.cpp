@@ -10,6 +10,7 @@ struct File {
   GObject parent;
   GFile* location;
   gboolean isDirectory;
+  char* targetURI;
 };
 struct FileClass {
   GObjectClass parent;
@@ -25,6 +26,7 @@ char* uriOf(const File* file) {
 
 void finalizeFile(GObject* object) {
   g_clear_object(&of(object)->location);
+  g_free(of(object)->targetURI);
   static_cast<GObjectClass*>(g_type_class_peek(G_TYPE_OBJECT))->finalize(object);
 }
 
@@ -36,6 +38,19 @@ void initFileInfo(gpointer data, gpointer /*data*/) {
   };
   interface->is_directory = [](Manager::FileInfo* file) { return of(file)->isDirectory; };
   interface->get_uri = [](Manager::FileInfo* file) { return uriOf(of(file)); };
+#ifdef THUNARX_TYPE_FILE_INFO
+  interface->get_file_info = [](Manager::FileInfo* file) -> GFileInfo* {
+    if (of(file)->targetURI == nullptr) return nullptr;
+    GFileInfo* const information = g_file_info_new();
+    g_file_info_set_attribute_string(information, G_FILE_ATTRIBUTE_STANDARD_TARGET_URI,
+                                     of(file)->targetURI);
+    return information;
+  };
+#else
+  interface->get_activation_uri = [](Manager::FileInfo* file) {
+    return of(file)->targetURI == nullptr ? uriOf(of(file)) : g_strdup(of(file)->targetURI);
+  };
+#endif
 }
 
 GType fileType() {
@@ -97,6 +112,12 @@ GObject* newFile(GFile* location, bool isDirectory) {
   auto* const file = static_cast<GObject*>(g_object_new(fileType(), nullptr));
   of(file)->location = location;
   of(file)->isDirectory = isDirectory ? TRUE : FALSE;
+  return file;
+}
+
+GObject* newRecentFile(const std::string& targetURI) {
+  GObject* const file = newFile(g_file_new_for_uri("recent:///one"), false);
+  of(file)->targetURI = g_strdup(targetURI.c_str());
   return file;
 }
 

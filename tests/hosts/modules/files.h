@@ -13,6 +13,8 @@ GObject* newFile(GFile* location, bool isDirectory);
 inline GObject* newLocalFile(const std::string& path, bool isDirectory = false) {
   return newFile(g_file_new_for_path(path.c_str()), isDirectory);
 }
+// An entry of the list of files that were used lately, which stands for that URL.
+GObject* newRecentFile(const std::string& targetURI);
 
 // What lies in the trash below that name and has a path on this machine nevertheless.
 GFile* newTrashed(const std::string& name, const std::string& path);

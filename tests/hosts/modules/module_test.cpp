@@ -235,6 +235,17 @@ TEST_F(ModuleTest, OnlyTheLocalItemsOfASelectionAreActedOn) {
   EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{{home_.path() + "/one.txt"}}));
 }
 
+TEST_F(ModuleTest, AFileInTheListOfRecentOnesIsUsedByItsPath) {
+  addMove("Away");
+  Files recent;
+  recent.add(newRecentFile("file://" + home_.path() + "/b%20%231.txt"))
+      .add(newRecentFile("sftp://host/two.txt"))
+      .add(newRecentFile("not a URL"));
+  ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]"), recent), drawn("Tervano@[Away@]"));
+  ASSERT_TRUE(Items(request(recent)).choose("Away"));
+  EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{{home_.path() + "/b #1.txt"}}));
+}
+
 TEST_F(ModuleTest, EntriesOfTwoWindowsKeepTheirSelections) {
   addMove("Away");
   ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
