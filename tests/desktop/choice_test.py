@@ -89,27 +89,6 @@ class ChoiceTest(DesktopTest):
         wait_for("the move", lambda: sorted(os.listdir(self.desktop.target)) == sorted(names))
         self.assertEqual(os.listdir(folder), [])
 
-    def test_a_name_that_is_not_utf_8_is_refused_and_nothing_happens(self):
-        folder = os.fsencode(self.desktop.home / "odd")
-        os.mkdir(folder)
-        names = [b"bad \xff\xfe.txt", b"good.txt"]
-        for name in names:
-            with open(os.path.join(folder, name), "w", encoding="utf-8"):
-                pass
-        self.add_move("Move away")
-        self.manager.open(os.fsdecode(folder))
-        self.manager.select_all(2)
-        self.manager.open_menu()
-        self.manager.choose("Tervano", "Move away")
-        wait_for("the refusal", lambda: "Could not convert to JSON" in
-                 self.desktop.log_of(self.manager.name))
-        self.manager.close_menu()
-        self.manager.select("good.txt")
-        self.manager.open_menu()
-        self.manager.choose("Tervano", "Move away")
-        wait_for("the other move", (self.desktop.target / "good.txt").exists)
-        self.assertEqual(os.listdir(folder), [b"bad \xff\xfe.txt"])
-
     def test_a_thousand_selected_files_are_moved(self):
         folder = self.desktop.home / "many"
         folder.mkdir()
@@ -158,6 +137,30 @@ class ChoiceTest(DesktopTest):
         self.wait_for_move("alpha.txt")
         for process in self.desktop.processes_named("tervano"):
             os.kill(process, 9)
+        self.manager.close_menu()
+        self.choose_for(["gamma.txt"], "Move away")
+        self.wait_for_move("gamma.txt")
+
+    def test_a_choice_on_a_full_disk_loses_nothing_and_is_told(self):
+        self.add_move("Move away")
+        self.manager.open()
+        self.manager.select("alpha.txt")
+        container = self.desktop.container
+        shown = [path for path in container.iterdir() if path.is_file()]
+        kept = {path.name: path.read_bytes() for path in shown}
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", container], check=True)
+        for name, content in kept.items():
+            (container / name).write_bytes(content)
+        with open(container / "filler", "wb", buffering=0) as filler, \
+                self.assertRaises(OSError):
+            while True:
+                filler.write(b"x" * 4096)
+        self.manager.open_menu()
+        self.manager.choose("Tervano", "Move away")
+        self.desktop.wait_for_notification("The chosen files could not be read")
+        self.assertEqual(sorted(os.listdir(self.desktop.files)),
+                         ["alpha.txt", "beta.png", "gamma.txt"])
+        os.remove(container / "filler")
         self.manager.close_menu()
         self.choose_for(["gamma.txt"], "Move away")
         self.wait_for_move("gamma.txt")

@@ -1,4 +1,5 @@
 """The file managers, each driven as a person would: select, open the menu, choose."""
+import json
 import os
 import subprocess
 
@@ -38,16 +39,22 @@ class FileManager:
     view_roles = {"tree table", "table"}
     # What is named as an open folder's window.
     frame_role = "frame"
-    draws_icons = True
-    shows_disabled_entries = True
+    trash_window = "Trash"
+    # Of the window in the documentation's picture, so that no menu leaves it.
+    picture_width = 1100
 
     def __init__(self, desktop):
         self.desktop = desktop
         self.process = None
         # Of the window that is being used.
         self.folder_name = ""
-        desktop.use_module(desktop.build / "lib" / self.name / f"libtervano-{self.name}.so",
-                           self.module_folder)
+        self.install_module()
+
+    def install_module(self):
+        """Lets it find the build's module and no other extension."""
+        self.desktop.use_module(
+            self.desktop.build / "lib" / self.name / f"libtervano-{self.name}.so",
+            self.module_folder)
 
     def command(self, folder):
         raise NotImplementedError
@@ -56,7 +63,7 @@ class FileManager:
         """Starts it with a window of that folder, or of the folder of the files."""
         folder = str(folder or self.desktop.files)
         self.process = self.desktop.start(self.command(folder))
-        self.use_window(os.path.basename(folder) or "Trash")
+        self.use_window(os.path.basename(folder) or self.trash_window)
 
     def open_window(self, folder):
         """Another window, which is used from now on."""
@@ -71,16 +78,19 @@ class FileManager:
     def close(self):
         end(self.process)
 
-    def is_running(self):
-        return self.process.poll() is None
-
     def look(self, with_items=False):
         """Everything that it shows now, the items of folders only if wanted; None while it is not
         on the accessibility bus."""
-        if not self.is_running():
+        self.expect_running()
+        return accessible.application(self.process.pid, self.closed_roles(with_items))
+
+    def expect_running(self):
+        if self.process.poll() is not None:
             raise AssertionError(f"{self.name} has ended: {self.desktop.log_of(self.name)[-3000:]}")
-        return accessible.application(
-            self.process.pid, {"menu bar"} if with_items else {"menu bar"} | self.view_roles)
+
+    def closed_roles(self, with_items):
+        """Widgets of these roles are not looked into."""
+        return {"menu bar"} if with_items else {"menu bar"} | self.view_roles
 
     def find_all(self, name=None, roles=None):
         application = self.look()
@@ -111,10 +121,10 @@ class FileManager:
         """Selects just these items."""
         def selected():
             for index, name in enumerate(names):
-                x, y, width, height = self.wait_for_item(name).extents()
+                item = self.wait_for_item(name)
                 if index == 0:
                     self.focus()
-                click(x + min(width, 60) // 2, y + height // 2, modifier="ctrl" if index else None)
+                click(*self.point_on(item), modifier="ctrl" if index else None)
             try:
                 return wait_for("the selection", lambda: self.has_selected(names), 4)
             except AssertionError:
@@ -122,12 +132,17 @@ class FileManager:
         # An item may move away below the pointer while the view is being arranged.
         wait_for(f"the selection of {names}", selected)
 
+    def point_on(self, item):
+        """Where a click hits the item."""
+        x, y, width, height = item.extents()
+        return x + min(width, 60) // 2, y + height // 2
+
     def select_all(self, count):
         """Selects everything in the folder, which must be that many items."""
         self.click_blank()
         keys("ctrl+a")
         wait_for(f"the selection of {count} items", lambda: self.has_text(
-            f"{count} items selected", f"Selection: {count} files"))
+            f"{count} items selected", f"Selection: {count} files", f"{count:,} Files selected"))
 
     def has_selected(self, names):
         """Whether these are selected, as the file manager tells the user."""
@@ -150,7 +165,7 @@ class FileManager:
     def focus(self):
         """Brings the window that is being used before all others."""
         window = wait_for("a window to focus", lambda: subprocess.run(
-            ["xdotool", "search", "--onlyvisible", "--name", f"^{self.folder_name}( - .*)?$"],
+            ["xdotool", "search", "--onlyvisible", "--name", f"^{self.folder_name}( [-—] .*)?$"],
             capture_output=True, text=True, check=False).stdout.split())[0]
         subprocess.run(["xdotool", "windowraise", window, "windowfocus", "--sync", window],
                        check=True)
@@ -232,7 +247,6 @@ class Nautilus(FileManager):
     item_roles = {"grid cell"}
     view_roles = {"grid"}
     frame_role = "window"
-    draws_icons = False
 
     def command(self, folder):
         return ["nautilus", "--new-window", folder]
@@ -298,7 +312,6 @@ class Nemo(FileManager):
 class Thunar(FileManager):
     name = "thunar"
     module_folder = f"{LIBRARIES}/thunarx-3"
-    shows_disabled_entries = False
 
     def command(self, folder):
         return ["thunar", folder]
@@ -316,4 +329,80 @@ class Thunar(FileManager):
             node.name for node in view.walk() if node.has(accessible.SELECTED)}
 
 
-MANAGERS = {manager.name: manager for manager in (Nautilus, Caja, Nemo, Thunar)}
+class Place:
+    """Where an entry of a menu of Qt is on the screen; used as a node is."""
+
+    def __init__(self, name, is_enabled, place):
+        self.name = name
+        self.is_enabled = is_enabled
+        self.place = place
+
+    def has(self, state):
+        return self.is_enabled if state == accessible.SENSITIVE else self.place is not None
+
+    def do_action(self, _=None):
+        click(*self.place)
+        return True
+
+
+class Dolphin(FileManager):
+    """Menus are read from what an observer in the process writes, for they are not on the
+    accessibility bus, and chosen from by the mouse."""
+    name = "dolphin"
+    item_roles = {"cell"}
+    view_roles = {"table"}
+    trash_window = "trash:///"
+    picture_width = 1240
+
+    def install_module(self):
+        self.desktop.write(".config/kdeglobals", "[KDE]\nSingleClick=false\n")
+        self.menus = self.desktop.work / "menus.json"
+        os.environ.update(
+            QT_PLUGIN_PATH=f"{self.desktop.build}/lib/dolphin:{self.desktop.build}/tests/plugins",
+            QT_QPA_GENERIC_PLUGINS="tervano-menu-observer", TERVANO_MENUS=str(self.menus),
+            QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
+
+    def command(self, folder):
+        return ["dolphin", "--new-window", folder]
+
+    def look(self, with_items=False):
+        # Each window is a process of its own.
+        self.expect_running()
+        everything = accessible.Node("", "")
+        for process in self.desktop.processes_named("dolphin"):
+            application = accessible.application(process, self.closed_roles(with_items))
+            everything.children += application.children if application else []
+        return everything
+
+    def has_selected(self, names):
+        return {item.name for item in self.selected_items()} == set(names)
+
+    def selected_items(self):
+        view = self.view(with_items=True)
+        return [node for node in view.find_all(roles=self.item_roles)
+                if node.has(accessible.SELECTED)] if view else []
+
+    def open_menu(self):
+        click(*self.point_on(wait_for("a selected item", self.selected_items)[0]), button=3)
+        return self.wait_for_menu()
+
+    def point_on(self, item):
+        # On the name: beside it and a small picture lies the folder.
+        x, y, width, height = item.extents()
+        return x + width // 2, y + height - 12
+
+    def menu(self):
+        try:
+            menus = json.loads(self.menus.read_text())
+        except FileNotFoundError:
+            return None
+        return Entry(Place("", True, None), entries_of_qt(menus[-1]["entries"])) if menus else None
+
+
+def entries_of_qt(entries):
+    return [Entry(Place(entry["title"], entry["isEnabled"], entry["place"]),
+                  None if entry["entries"] is None else entries_of_qt(entry["entries"]))
+            for entry in entries]
+
+
+MANAGERS = {manager.name: manager for manager in (Nautilus, Caja, Nemo, Thunar, Dolphin)}

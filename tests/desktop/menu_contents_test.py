@@ -11,60 +11,44 @@ class MenuContentsTest(DesktopTest):
         self.manager.close_menu()
         return tree_of(wrapper) if wrapper else None
 
-    def test_entries_stand_in_the_list_s_order_with_groups_and_members(self):
+    def test_entries_stand_in_order_without_disabled_ones_and_empty_groups(self):
+        tervano = self.desktop.tervano
         self.add_move("First")
-        group = self.desktop.tervano("add", "group-move", "--title", "Group")
+        tervano("disable", self.add_move("Disabled"))
+        group = tervano("add", "group-move", "--title", "Group")
         self.add_move("Zeta", "--into", group)
+        tervano("disable", self.add_move("Disabled member", "--into", group))
         self.add_move("Alpha", "--into", group)
+        group = tervano("add", "group-move", "--title", "Members disabled")
+        tervano("disable", self.add_move("Member", "--into", group))
+        tervano("add", "group-move", "--title", "Empty")
+        other = tervano("add", "group-move", "--title", "Disabled group")
+        self.add_move("Other member", "--into", other)
+        tervano("disable", other)
         self.add_move("Last")
         self.manager.open()
         self.assertEqual(self.entries_for("alpha.txt"),
                          ["First", ("Group", ["Zeta", "Alpha"]), "Last"])
 
-    def test_disabled_actions_and_empty_groups_are_absent(self):
-        self.add_move("Shown")
-        self.desktop.tervano("disable", self.add_move("Disabled"))
-        group = self.desktop.tervano("add", "group-move", "--title", "Members disabled")
-        self.desktop.tervano("disable", self.add_move("Member", "--into", group))
-        self.desktop.tervano("add", "group-move", "--title", "Empty")
-        other = self.desktop.tervano("add", "group-move", "--title", "Disabled group")
-        self.add_move("Other member", "--into", other)
-        self.desktop.tervano("disable", other)
-        self.manager.open()
-        self.assertEqual(self.entries_for("alpha.txt"), ["Shown"])
-
-    def test_without_a_fitting_action_there_is_no_entry_at_all(self):
-        self.add_move("Pictures", "--types", "public.image")
-        self.manager.open()
-        self.assertIsNone(self.entries_for("alpha.txt"))
-
-    def test_an_action_for_pictures_needs_pictures_only(self):
-        self.add_move("Anything")
-        self.add_move("Pictures", "--types", "public.image")
-        self.manager.open()
-        self.assertEqual(self.entries_for("beta.png"), ["Anything", "Pictures"])
-        self.assertEqual(self.entries_for("alpha.txt", "beta.png"), ["Anything"])
-
-    def test_a_folder_named_like_a_picture_is_one(self):
+    def test_every_selected_item_must_fit_by_its_name(self):
         self.add_move("Pictures", "--types", "public.image")
         self.add_move("Folders", "--types", "public.folder")
         (self.desktop.files / "Photos.jpg").mkdir()
         (self.desktop.files / "folder").mkdir()
         self.manager.open()
+        self.assertEqual(self.entries_for("beta.png"), ["Pictures"])
         self.assertEqual(self.entries_for("Photos.jpg"), ["Pictures"])
         self.assertEqual(self.entries_for("folder"), ["Folders"])
+        # Without a fitting action there is no entry at all.
+        self.assertIsNone(self.entries_for("alpha.txt"))
+        self.assertIsNone(self.entries_for("alpha.txt", "beta.png"))
 
-    def test_titles_are_shown_to_the_last_character(self):
+    def test_titles_are_shown_on_one_line_to_the_last_character(self):
         titles = ["a_b__c _d", "<b>bold</b> &amp; & Co", "工作 ünï \U0001f600", "x" * 200, "50% %s %n"]
-        for title in titles:
+        for title in [*titles, "one\ntwo\tthree"]:
             self.add_move(title)
         self.manager.open()
-        self.assertEqual(self.entries_for("alpha.txt"), titles)
-
-    def test_a_title_of_two_lines_stands_on_one(self):
-        self.add_move("one\ntwo\tthree")
-        self.manager.open()
-        self.assertEqual(self.entries_for("alpha.txt"), ["one two three"])
+        self.assertEqual(self.entries_for("alpha.txt"), [*titles, "one two three"])
 
     def test_without_the_wrapper_the_entries_stand_in_the_menu(self):
         self.desktop.tervano("prefs", "set", "useSubmenu", "no")

@@ -41,7 +41,7 @@ def main():
     manager.open()
     manager.wait_for_item("Holiday.jpg")
     subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "^files", "windowsize",
-                    "--sync", "1100", "680"], check=True)
+                    "--sync", str(manager.picture_width), "680"], check=True)
     manager.select("Holiday.jpg")
     below = desktop.work / "below.png"
     take(below)

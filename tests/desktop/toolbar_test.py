@@ -1,7 +1,11 @@
 """The button with a menu of its own, in the file managers that have a place for one."""
+import json
+
 import accessible
 from desktop import wait_for
 from desktop_test import DesktopTest, main
+from golden import check
+from golden_test import add_list
 
 
 class ToolbarTest(DesktopTest):
@@ -36,12 +40,24 @@ class ToolbarTest(DesktopTest):
         return sum(len(bar.find_all("Tervano", {"push button"}))
                    for bar in self.manager.find_all(roles={"tool bar"}))
 
-    def test_the_menu_without_actions_says_so(self):
-        self.desktop.tervano("disable", self.add_move("Move away"))
+    def test_the_menus_of_the_toolbar_with_and_without_actions(self):
+        add_list(self)
         self.manager.open()
-        menu = self.open_toolbar_menu()
-        self.assertEqual(menu.titles(), ["No Actions Enabled"])
+        check(self, "toolbar", self.open_toolbar_menu().entries)
+        self.manager.close_menu()
+        for action in json.loads(self.desktop.tervano("list", "--json")):
+            self.desktop.tervano("disable", action["uid"])
+        menu = wait_for("the empty menu", self.empty_menu)
         self.assertFalse(menu.entries[0].is_enabled)
+        check(self, "toolbar-empty", menu.entries)
+
+    def empty_menu(self):
+        """The toolbar menu when it says that there are no actions; None, and closed, before."""
+        menu = self.open_toolbar_menu()
+        if menu.titles() == ["No Actions Enabled"]:
+            return menu
+        self.manager.close_menu()
+        return None
 
     def test_the_menu_has_no_wrapper_and_acts_on_the_folder(self):
         self.add_move("Move away")
