@@ -553,7 +553,9 @@ TEST_F(TVMoveToActionTest, TheWorkIsDoneAwayFromTheMainThread) {
 TEST_F(TVMoveToActionTest, TheRunsQueueNotifiesThenRevealsThenPostsTheBlock) {
   std::vector<std::string> steps;
   std::vector<std::thread::id> threads;
+  std::mutex mutex;
   const auto note = [&](const char* step) {
+    const std::lock_guard lock(mutex);
     steps.emplace_back(step);
     threads.push_back(std::this_thread::get_id());
   };
@@ -582,7 +584,10 @@ TEST_F(TVMoveToActionTest, TheRunsQueueNotifiesThenRevealsThenPostsTheBlock) {
     threads.clear();
     action_->runWithFilePaths({succeeds ? makeFile("a.txt") : home() + "/missing"},
                               [&](bool, const std::optional<Error>&) { note("block"); });
-    EXPECT_TRUE(waitUntil([&] { return steps.size() == 3; }));
+    EXPECT_TRUE(waitUntil([&] {
+      const std::lock_guard lock(mutex);
+      return steps.size() == 3;
+    }));
     EXPECT_THAT(steps, ElementsAre("notification", "reveal", "block"));
     EXPECT_EQ(threads[0], files_.thread.load());
     EXPECT_EQ(threads[1], files_.thread.load());

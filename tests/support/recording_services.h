@@ -18,12 +18,11 @@ namespace tervano::test {
 class RecordingLog : public ForwardingLog {
  public:
   using ForwardingLog::ForwardingLog;
+  // Recorded last: a test that has seen the line may end, and this with it.
   void write(std::string_view line) override {
-    {
-      const std::lock_guard lock(mutex_);
-      lines_.emplace_back(line);
-    }
     ForwardingLog::write(line);
+    const std::lock_guard lock(mutex_);
+    lines_.emplace_back(line);
   }
   std::vector<std::string> lines() const {
     const std::lock_guard lock(mutex_);
