@@ -14,7 +14,7 @@ namespace tervano {
 
 namespace {
 
-constexpr int kEnding[] = {SIGTERM, SIGINT, SIGHUP};
+constexpr int kEnding[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGXCPU};
 constexpr int kCrashing[] = {SIGSEGV, SIGBUS, SIGABRT, SIGFPE, SIGILL, SIGTRAP};
 
 // Read by signal handlers: plain memory that is complete before `folder` is set.
@@ -36,8 +36,9 @@ void endBySignal(int signal) {
 }
 
 void endByCrash(int /*signal*/) {
-  if (write(sentenceDescriptor, sentence.data(), sentenceLength) < 0) _exit(EXIT_FAILURE);
+  // First of all: nobody may be there to read the sentence, or to read it soon.
   removeFile();
+  if (write(sentenceDescriptor, sentence.data(), sentenceLength) < 0) _exit(EXIT_FAILURE);
   _exit(EXIT_FAILURE);
 }
 

@@ -38,9 +38,11 @@ struct flock byteLock(int slot, short type) {
   return lock;
 }
 
-bool takeByte(int file, int slot) {
+// 0, EAGAIN while somebody else has it, or why the file cannot be locked at all.
+int takeByte(int file, int slot) {
   struct flock lock = byteLock(slot, F_WRLCK);
-  return fcntl(file, F_SETLK, &lock) == 0;
+  if (fcntl(file, F_SETLK, &lock) == 0) return 0;
+  return errno == EACCES || errno == EINTR ? EAGAIN : errno;
 }
 
 // The process that holds the slot: 0 for none, -1 for one that is not to be seen from here.
@@ -106,6 +108,11 @@ std::uint64_t imageSlotMemory() {
 }
 
 std::optional<ImageSlot> ImageSlot::take(int count, std::string& reason) {
+  const auto failure = [&reason](int code) {
+    reason = "the number of conversions at a time cannot be kept: " +
+             std::generic_category().message(code);
+    return std::nullopt;
+  };
   int code = ENOENT;
   Descriptor queue;
   Descriptor slots;
@@ -121,14 +128,12 @@ std::optional<ImageSlot> ImageSlot::take(int count, std::string& reason) {
     code = errno;
     slots.reset();
   }
-  if (!slots) {
-    reason = "the number of conversions at a time cannot be kept: " +
-             std::generic_category().message(code);
-    return std::nullopt;
-  }
+  if (!slots) return failure(code);
   for (;;) {
     for (int slot = 0; slot < count; ++slot) {
-      if (takeByte(slots.get(), slot)) return ImageSlot(std::move(slots));
+      code = takeByte(slots.get(), slot);
+      if (code == 0) return ImageSlot(std::move(slots));
+      if (code != EAGAIN) return failure(code);
     }
     waitForAnEnd(slots.get(), count);
   }

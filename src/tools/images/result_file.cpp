@@ -89,10 +89,10 @@ int ResultFile::publish() {
   if (another >= 0 && close(another) != 0 && errno != EINTR) return errno;
   if (!temporary_.empty()) return publishNamed();
   if (linkat(AT_FDCWD, nameInProc(file_.get()).c_str(), folder_.get(), name_.c_str(),
-             AT_SYMLINK_FOLLOW) != 0) {
-    return errno;
+             AT_SYMLINK_FOLLOW) == 0) {
+    return 0;
   }
-  return 0;
+  return errno == EEXIST ? errno : copyIntoPlace();
 }
 
 int ResultFile::publishNamed() {
@@ -114,7 +114,7 @@ int ResultFile::copyIntoPlace() {
                           O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kMode));
   if (!place) return errno;
   // From now on it is the visible name that is unfinished.
-  unlinkat(folder_.get(), temporary_.c_str(), 0);
+  if (!temporary_.empty()) unlinkat(folder_.get(), temporary_.c_str(), 0);
   temporary_ = name_;
   removeAtAbruptEnd(folder_.get(), temporary_);
   const Descriptor source = std::exchange(file_, std::move(place));

@@ -7,7 +7,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+
+#include <jpeglib.h>
 
 #include "tests/tools/images/images_test.h"
 
@@ -41,6 +46,48 @@ void mountSmall(const std::string& folder, const char* options) {
       mount("tmpfs", folder.c_str(), "tmpfs", 0, options) != 0) {
     _exit(98);
   }
+}
+
+enum class Unusual { scanForEachColour, arithmetic };
+
+// A JPEG of 64 by 64 pixels of many colours.
+std::string unusualJpeg(Unusual kind) {
+  constexpr int kSide = 64;
+  constexpr int kColours = 3;
+  jpeg_error_mgr errors{};
+  jpeg_compress_struct codec{};
+  codec.err = jpeg_std_error(&errors);
+  jpeg_create_compress(&codec);
+  unsigned char* bytes = nullptr;
+  unsigned long count = 0;
+  jpeg_mem_dest(&codec, &bytes, &count);
+  codec.image_width = kSide;
+  codec.image_height = kSide;
+  codec.input_components = kColours;
+  codec.in_color_space = JCS_RGB;
+  jpeg_set_defaults(&codec);
+  constexpr jpeg_scan_info kScans[] = {
+      {1, {0}, 0, 63, 0, 0}, {1, {1}, 0, 63, 0, 0}, {1, {2}, 0, 63, 0, 0}};
+  if (kind == Unusual::arithmetic) {
+    codec.arith_code = TRUE;
+  } else {
+    codec.scan_info = kScans;
+    codec.num_scans = kColours;
+  }
+  jpeg_start_compress(&codec, TRUE);
+  for (int y = 0; y < kSide; ++y) {
+    std::array<JSAMPLE, kSide * kColours> row{};
+    for (std::size_t at = 0; at < row.size(); ++at) {
+      row[at] = static_cast<JSAMPLE>(at * 7 + static_cast<std::size_t>(y) * 11);
+    }
+    JSAMPROW rows = row.data();
+    jpeg_write_scanlines(&codec, &rows, 1);
+  }
+  jpeg_finish_compress(&codec);
+  jpeg_destroy_compress(&codec);
+  const std::string content(reinterpret_cast<const char*>(bytes), count);
+  std::free(bytes);
+  return content;
 }
 
 // The most memory that the program's children have held, in kibibytes.
@@ -118,6 +165,91 @@ TEST_F(ImagesTest, ABrokenByteInTheMiddleOfAJpegIsFound) {
   fs::create_directory(at("out"));
   expectRefused("png", at("broken.jpg"), at("out/a.png"), kDamaged);
   expectRefused("pdf", at("broken.jpg"), at("out/a.pdf"), kDamaged);
+}
+
+TEST_F(ImagesTest, AJpegThatLacksOneOfItsScansIsRefused) {
+  const std::string whole = unusualJpeg(Unusual::scanForEachColour);
+  write(at("whole.jpg"), whole);
+  expectConverted("png", at("whole.jpg"), at("whole.png"));
+  // Up to the second scan: what there is of the picture is whole, and gray.
+  const auto second = whole.find("\xff\xda", whole.find("\xff\xda") + 2);
+  ASSERT_NE(second, std::string::npos);
+  write(at("cut.jpg"), whole.substr(0, second));
+  fs::create_directory(at("out"));
+  expectRefused("png", at("cut.jpg"), at("out/a.png"), kDamaged);
+  expectRefused("pdf", at("cut.jpg"), at("out/a.pdf"), kDamaged);
+}
+
+TEST_F(ImagesTest, ACutJpegOfTheRareKindIsRefused) {
+  const std::string whole = unusualJpeg(Unusual::arithmetic);
+  write(at("whole.jpg"), whole);
+  expectConverted("png", at("whole.jpg"), at("whole.png"));
+  fs::create_directory(at("out"));
+  for (const std::size_t length : {whole.size() / 2, whole.size() - 2}) {
+    write(at("cut.jpg"), whole.substr(0, length));
+    expectRefused("png", at("cut.jpg"), at("out/a.png"), kDamaged);
+  }
+}
+
+TEST_F(ImagesTest, AJpegOfThousandsOfScansIsRefused) {
+  std::string content = contentOf(sampleAs("source.jpg", {"-interlace", "plane"}));
+  // The first scan, up to the tables of the second one, can be read again and again.
+  const auto begin = content.find("\xff\xda");
+  const auto end = content.find("\xff\xc4", begin);
+  ASSERT_NE(end, std::string::npos);
+  const std::string scan = content.substr(begin, end - begin);
+  std::string few;
+  for (int count = 0; count < 100; ++count) few += scan;
+  std::string many;
+  for (int count = 0; count < 60; ++count) many += few;
+  write(at("patient.jpg"), std::string(content).insert(end, few));
+  write(at("endless.jpg"), std::string(content).insert(end, many));
+  expectConverted("png", at("patient.jpg"), at("patient.png"));
+  EXPECT_EQ(read(at("patient.png")).bytes, read(at("source.jpg")).bytes);
+  fs::create_directory(at("out"));
+  expectRefused("png", at("endless.jpg"), at("out/a.png"), kDamaged);
+  expectRefused("webp", at("endless.jpg"), at("out/a.webp"), kDamaged);
+}
+
+TEST_F(ImagesTest, ADocumentIsNotMadeOfOnlyThePagesThatAreLeft) {
+  sample();
+  magick({at("sample.ppm"), at("sample.ppm"), at("sample.ppm"), "-compress", "none",
+          at("pages.tiff")});
+  const std::string whole = contentOf(at("pages.tiff"));
+  fs::create_directory(at("out"));
+  // The last directory stands at the end.
+  write(at("cut.tiff"), whole.substr(0, whole.size() - 100));
+  expectRefused("pdf", at("cut.tiff"), at("out/a.pdf"), kDamaged);
+  // The first page alone is there.
+  expectConverted("png", at("cut.tiff"), at("first.png"));
+  EXPECT_EQ(read(at("first.png")).bytes, read(at("sample.ppm")).bytes);
+}
+
+TEST_F(ImagesTest, ATiffOfTooManyPagesIsNoDocument) {
+  // One byte of a picture, and directories for it, each pointing to the next one.
+  constexpr std::uint32_t kBegin = 8 + 4;
+  constexpr std::uint32_t kSize = 2 + 8 * 12 + 4;
+  constexpr std::uint32_t kPages = 10002;
+  std::string content = std::string("II*\0", 4) + littleEndian(kBegin, 4) + "gray";
+  for (std::uint32_t page = 1; page <= kPages; ++page) {
+    content += littleEndian(8, 2);
+    for (const auto& [tag, value] : {std::pair(256U, 1U),
+                                     {257U, 1U},
+                                     {258U, 8U},
+                                     {259U, 1U},
+                                     {262U, 1U},
+                                     {273U, 8U},
+                                     {278U, 1U},
+                                     {279U, 1U}}) {
+      content +=
+          littleEndian(tag, 2) + littleEndian(4, 2) + littleEndian(1, 4) + littleEndian(value, 4);
+    }
+    content += littleEndian(page == kPages ? 0 : kBegin + page * kSize, 4);
+  }
+  write(at("pages.tiff"), content);
+  fs::create_directory(at("out"));
+  expectRefused("pdf", at("pages.tiff"), at("out/a.pdf"), "it has too many pages");
+  expectConverted("png", at("pages.tiff"), at("first.png"));
 }
 
 TEST_F(ImagesTest, WhatIsNoPictureIsRefused) {

@@ -261,6 +261,26 @@ TEST_F(ImagesTest, PrintColoursAreKeptOrConverted) {
   }
 }
 
+TEST_F(ImagesTest, AResolutionThatNoPictureHasIsLeftOut) {
+  sampleAs("plain.tiff");
+  for (const std::string density : {"4000000000", "0.001", "0"}) {
+    write(at("odd.tiff"), contentOf(at("plain.tiff")));
+    // In pixels per inch.
+    for (const auto& [tag, value] : {std::pair("296", std::string("2")), std::pair("282", density),
+                                     std::pair("283", density)}) {
+      outputOf({"/usr/bin/tiffset", "-s", tag, value, at("odd.tiff")});
+    }
+    for (const std::string target : {"png", "tiff", "bmp", "pdf"}) {
+      expectConverted(target, at("odd.tiff"), at(density + "." + target));
+    }
+    EXPECT_THAT(outputOf({"/usr/bin/pdfinfo", at(density + ".pdf")}), HasSubstr(" 64 x 48 pts"));
+    EXPECT_EQ(outputOf({"/usr/bin/exiftool", "-s3", "-PixelsPerUnitX", at(density + ".png")}), "");
+    EXPECT_EQ(outputOf({"/usr/bin/exiftool", "-s3", "-XResolution", at(density + ".tiff")}), "");
+    EXPECT_EQ(outputOf({"/usr/bin/exiftool", "-s3", "-PixelsPerMeterX", at(density + ".bmp")}),
+              "0\n");
+  }
+}
+
 TEST_F(ImagesTest, TheResolutionGoesAlong) {
   for (const std::string source : {"source.tiff", "source.jpg", "source.png"}) {
     sampleAs(source, {"-units", "PixelsPerInch", "-density", "300"});

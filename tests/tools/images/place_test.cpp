@@ -1,13 +1,11 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cstddef>
+#include <cerrno>
+#include <csignal>
 #include <filesystem>
 
 #include "tests/support/wait.h"
@@ -23,53 +21,39 @@ using testing::EndsWith;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-// What the file system of the result cannot do.
-enum class Lack { namelessFiles, renamesWithoutReplacing, links };
+// What the file system of the result cannot do, as bits.
+enum Lack : unsigned { nothing = 0, namelessFiles = 1, renamesThatKeep = 2, links = 4 };
 
-// From now on the process and its programs get the answers of a file system that lacks this and
-// everything before it.
-void lack(Lack most) {
+// From now on the process and its programs get the answers of such a file system.
+void lack(unsigned what) {
+  using Having = RefusedCall::Having;
   constexpr unsigned kNameless = 020000000;
-  const auto call = static_cast<unsigned>(offsetof(seccomp_data, nr));
-  const auto flags = static_cast<unsigned>(offsetof(seccomp_data, args[2]));
-  const auto answer = [](int code) {
-    return static_cast<unsigned>(SECCOMP_RET_ERRNO | (static_cast<unsigned>(code) & 0xFFFF));
-  };
-  const unsigned rename =
-      most >= Lack::renamesWithoutReplacing ? answer(EINVAL) : SECCOMP_RET_ALLOW;
-  const unsigned link = most >= Lack::links ? answer(EPERM) : SECCOMP_RET_ALLOW;
-  sock_filter instructions[] = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, call),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, rename),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_linkat, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, link),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 3),
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, flags),
-      BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, kNameless, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, answer(EOPNOTSUPP)),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-  };
-  const sock_fprog program{static_cast<unsigned short>(std::size(instructions)), instructions};
-  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
-      prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0) != 0) {
-    _exit(98);
+  std::vector<RefusedCall> calls;
+  if ((what & namelessFiles) != 0) {
+    calls.push_back({SYS_openat, EOPNOTSUPP, Having::aBit, 2, kNameless});
   }
+  if ((what & renamesThatKeep) != 0) calls.push_back({SYS_renameat2, EINVAL});
+  if ((what & links) != 0) calls.push_back({SYS_linkat, EPERM});
+  refuseCalls(calls);
 }
 
-std::string nameOf(int fileSystem) {
-  constexpr const char* kNames[] = {"WithEverything", "WithoutNamelessFiles",
-                                    "WithoutRenamesThatKeep", "WithoutLinks"};
-  return kNames[fileSystem + 1];
+constexpr unsigned kFileSystems[] = {nothing, namelessFiles, namelessFiles | renamesThatKeep,
+                                     namelessFiles | renamesThatKeep | links, links};
+
+std::string nameOf(unsigned fileSystem) {
+  std::string name = "With";
+  if ((fileSystem & namelessFiles) != 0) name += "outNamelessFiles";
+  if ((fileSystem & renamesThatKeep) != 0) name += "OrRenamesThatKeep";
+  if ((fileSystem & links) != 0) name += (fileSystem == links ? "outLinks" : "OrLinks");
+  return fileSystem == nothing ? "WithEverything" : name;
 }
 
-class PlaceTest : public ImagesTest, public testing::WithParamInterface<int> {
+class PlaceTest : public ImagesTest, public testing::WithParamInterface<unsigned> {
  protected:
-  // Nothing for a file system that can do everything.
   static std::function<void()> fileSystem() {
-    if (GetParam() < 0) return {};
-    return [] { lack(static_cast<Lack>(GetParam())); };
+    return [] { lack(GetParam()); };
   }
+  static bool hasHiddenName() { return (GetParam() & namelessFiles) != 0; }
   // A picture that takes seconds, so that a test can do something meanwhile.
   std::string slowPicture() {
     write(at("slow.pgm"), "P5 6000 6000 255\n" + std::string(36000000, 'x'));
@@ -152,10 +136,10 @@ TEST_P(PlaceTest, OfManyForOneNameOneWinsWhole) {
 TEST_P(PlaceTest, NothingIsLeftWhenASignalEndsIt) {
   const std::string source = slowPicture();
   fs::create_directory(at("out"));
-  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGXCPU}) {
     auto running = start(toolArguments("avif", source, at("out/a.avif")), fileSystem());
     ASSERT_TRUE(waitUntil([&] {
-      return GetParam() < 0 ? hasLoadedCodecs(running.pid()) : !namesIn(at("out")).empty();
+      return hasHiddenName() ? !namesIn(at("out")).empty() : hasLoadedCodecs(running.pid());
     }));
     running.kill(signal);
     const auto ending = running.wait();
@@ -165,7 +149,7 @@ TEST_P(PlaceTest, NothingIsLeftWhenASignalEndsIt) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(FileSystems, PlaceTest, testing::Values(-1, 0, 1, 2),
+INSTANTIATE_TEST_SUITE_P(FileSystems, PlaceTest, testing::ValuesIn(kFileSystems),
                          [](const auto& information) { return nameOf(information.param); });
 
 TEST_F(ImagesTest, AKillLeavesNothingWhereFilesMayBeNameless) {
@@ -178,11 +162,36 @@ TEST_F(ImagesTest, AKillLeavesNothingWhereFilesMayBeNameless) {
   EXPECT_THAT(namesIn(at("out")), IsEmpty());
 }
 
+TEST_F(ImagesTest, AFailureInsideALibraryLeavesNothingAlsoWhenNobodyListens) {
+  write(at("slow.pgm"), "P5 6000 6000 255\n" + std::string(36000000, 'x'));
+  fs::create_directory(at("out"));
+  for (const bool listens : {true, false}) {
+    for (const int signal : {SIGSEGV, SIGABRT}) {
+      auto running = start(toolArguments("avif", at("slow.pgm"), at("out/a.avif")), [listens] {
+        lack(namelessFiles);
+        int ends[2];
+        if (listens) return;
+        // A pipe whose reader is gone.
+        if (pipe(ends) != 0 || dup2(ends[1], STDERR_FILENO) < 0) _exit(98);
+        close(ends[0]);
+        close(ends[1]);
+      });
+      ASSERT_TRUE(waitUntil([&] { return !namesIn(at("out")).empty(); }));
+      running.kill(signal);
+      const auto ending = running.wait();
+      ASSERT_TRUE(ending);
+      EXPECT_EQ(ending->status, 1);
+      EXPECT_THAT(ending->err, EndsWith(listens ? ": a picture library failed on it\n" : ""));
+      EXPECT_THAT(namesIn(at("out")), IsEmpty());
+    }
+  }
+}
+
 TEST_F(ImagesTest, TheHiddenNameIsOursAndHidden) {
   write(at("slow.pgm"), "P5 6000 6000 255\n" + std::string(36000000, 'x'));
   fs::create_directory(at("out"));
-  auto running = start(toolArguments("avif", at("slow.pgm"), at("out/a.avif")),
-                       [] { lack(Lack::namelessFiles); });
+  auto running =
+      start(toolArguments("avif", at("slow.pgm"), at("out/a.avif")), [] { lack(namelessFiles); });
   ASSERT_TRUE(waitUntil([&] { return !namesIn(at("out")).empty(); }));
   EXPECT_THAT(namesIn(at("out")), ElementsAre(StartsWith(".tervano-")));
 }

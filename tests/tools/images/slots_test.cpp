@@ -1,8 +1,11 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <sstream>
@@ -39,6 +42,12 @@ class SlotsTest : public ImagesTest {
     }
     for (const auto& program : programs) program.kill(SIGCONT);
     return running;
+  }
+  // What the process holds alone, and its part of what it shares.
+  static std::uint64_t proportionalMemory(pid_t process) {
+    const std::string memory = procFile(process, "smaps_rollup");
+    const auto line = memory.find("\nPss:");
+    return line == std::string::npos ? 0 : std::stoull(memory.substr(line + 5));
   }
   std::vector<RunningProgram> startMany(int count, const std::string& target,
                                         const std::string& source) {
@@ -92,6 +101,38 @@ TEST_F(SlotsTest, NoMoreThanTheSlotsRunAtOnceAndAllFinish) {
     ASSERT_TRUE(ending);
     EXPECT_EQ(ending->status, 0) << ending->err;
   }
+}
+
+TEST_F(SlotsTest, AThousandAtOnceWaitInLittleMemoryAndAllFinish) {
+  constexpr int kPrograms = 1000;
+  home_.setVariable("TERVANO_IMAGE_SLOTS", "2");
+  auto first = slotHolder(2);
+  auto second = slotHolder(2);
+  fs::create_directory(at("out"));
+  const std::string source = sampleAs("source.png");
+  auto programs = startMany(kPrograms, "jpeg", source);
+  ASSERT_TRUE(waitUntil(
+      [&] {
+        return std::all_of(programs.begin(), programs.end(), [](const RunningProgram& program) {
+          return waitsForSlot(program.pid());
+        });
+      },
+      60));
+  std::uint64_t kibibytes = 0;
+  for (const auto& program : programs) {
+    EXPECT_FALSE(hasLoadedCodecs(program.pid()));
+    kibibytes += proportionalMemory(program.pid());
+  }
+  EXPECT_GT(kibibytes, 0U);
+  EXPECT_LT(kibibytes / kPrograms, 1024U);
+  first.say("end");
+  second.say("end");
+  for (auto& program : programs) {
+    const auto ending = program.wait(300);
+    ASSERT_TRUE(ending);
+    EXPECT_EQ(ending->status, 0) << ending->err;
+  }
+  EXPECT_EQ(namesIn(at("out")).size(), static_cast<std::size_t>(kPrograms));
 }
 
 TEST_F(SlotsTest, AKilledHolderFreesItsSlot) {
@@ -176,6 +217,15 @@ TEST_F(SlotsTest, TheMemoryOfAllSlotsIsHalfOfTheMachine) {
   const auto machine = pages * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
   const auto all = imageSlotMemory() * static_cast<std::uint64_t>(imageSlotCount());
   EXPECT_LE(all, std::max(machine / 2 + machine / 50, std::uint64_t{768} << 20));
+}
+
+TEST_F(SlotsTest, WhereNothingCanBeLockedThatIsTold) {
+  const std::string source = sampleAs("source.png");
+  fs::create_directory(at("out"));
+  expectRefused("jpeg", source, at("out/a.jpeg"),
+                "the number of conversions at a time cannot be kept: No locks available", [] {
+                  refuseCalls({{SYS_fcntl, ENOLCK, RefusedCall::Having::theValue, 1, F_SETLK}});
+                });
 }
 
 TEST_F(SlotsTest, WithoutARuntimeFolderTheyAreInATemporaryOne) {

@@ -185,9 +185,8 @@ PictureSource::PictureSource(InputStream& file, PictureFormat target)
   // A TIFF that lacks its directory is one nevertheless.
   if (loader_.empty() && isTiff(file)) loader_ = "VipsForeignLoadTiffSource";
   if (loader_ != "VipsForeignLoadTiffSource") return;
-  pages_ = tiffPages(file);
+  pages_ = tiffPages(file, target == PictureFormat::pdf ? SIZE_MAX : 1);
   if (pages_.empty()) throw CodecFailure("a camera's raw data cannot be read");
-  if (target != PictureFormat::pdf) pages_.resize(1);
 }
 
 GObjectPtr<VipsSource> PictureSource::source() {

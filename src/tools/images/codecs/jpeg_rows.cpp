@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <string_view>
 
-#include <jerror.h>
 #include <jpeglib.h>
+
+// Its numbers depend on how the library was built.
+#include <jerror.h>
 
 #include "tools/images/codecs/exif.h"
 
@@ -52,7 +54,10 @@ void leave(j_common_ptr codec) {
 void noteWarning(j_common_ptr codec, int level) {
   if (level >= 0) return;
   const int code = codec->err->msg_code;
-  if (code != JWRN_HIT_MARKER && code != JWRN_HUFF_BAD_CODE && code != JWRN_MUST_RESYNC) return;
+  if (code != JWRN_HIT_MARKER && code != JWRN_HUFF_BAD_CODE && code != JWRN_ARITH_BAD_CODE &&
+      code != JWRN_MUST_RESYNC) {
+    return;
+  }
   JpegErrors& errors = errorsOf(codec);
   (*codec->err->format_message)(codec, errors.message);
   errors.damaged = true;
@@ -77,7 +82,8 @@ bool jpegSucceeds(JpegErrors& errors, const Call& call) {
 struct Source {
   jpeg_source_mgr manager{};
   InputStream* file = nullptr;
-  // Only the end marker may be missing: rows are read, and none of a later, better scan.
+  // Only the end marker may be missing: rows are read from the only scan, whose decoder tells when
+  // one of them is not there.
   bool mayLackEnd = false;
   std::uint8_t block[kJpegBlock];
 };
@@ -108,10 +114,19 @@ void skipSource(j_decompress_ptr codec, long count) {
   codec->src->bytes_in_buffer -= static_cast<std::size_t>(count);
 }
 
+// Scans of a picture that never becomes better would keep a processor busy for hours.
+void boundScans(j_common_ptr codec) {
+  constexpr int kMostScans = 500;
+  if (reinterpret_cast<j_decompress_ptr>(codec)->input_scan_number > kMostScans) {
+    ERREXIT(codec, JERR_BAD_PROGRESSION);
+  }
+}
+
 class JpegReader : public RowReader {
  public:
   explicit JpegReader(InputStream& file) {
     codec_.err = begin(errors_);
+    progress_.progress_monitor = boundScans;
     source_.file = &file;
     source_.manager.init_source = beginSource;
     source_.manager.fill_input_buffer = fillSource;
@@ -143,7 +158,9 @@ class JpegReader : public RowReader {
   void read(std::uint8_t* row) override {
     const bool read = jpegSucceeds(errors_, [this, row] {
       if (!started_) {
-        source_.mayLackEnd = codec_.progressive_mode == FALSE;
+        source_.mayLackEnd =
+            jpeg_has_multiple_scans(&codec_) == FALSE && codec_.arith_code == FALSE;
+        codec_.progress = &progress_;
         started_ = true;
         jpeg_start_decompress(&codec_);
       }
@@ -183,16 +200,16 @@ class JpegReader : public RowReader {
     if (profile != nullptr) notes_.profile.assign(profile, profile + length);
     std::free(profile);
     constexpr double kCentimetres = 2.54;
-    if (codec_.saw_JFIF_marker != FALSE && codec_.density_unit != 0 && codec_.X_density > 0 &&
-        codec_.Y_density > 0) {
+    if (codec_.saw_JFIF_marker != FALSE && codec_.density_unit != 0) {
       const double unit = codec_.density_unit == 2 ? kCentimetres : 1;
-      notes_.density = Density{codec_.X_density * unit, codec_.Y_density * unit};
+      notes_.density = densityPerInch(codec_.X_density * unit, codec_.Y_density * unit);
     }
     orientation_ = orientationOfExif(notes_.exif);
   }
 
   JpegErrors errors_;
   Source source_;
+  jpeg_progress_mgr progress_{};
   bool started_ = false;
   jpeg_decompress_struct codec_{};
 };

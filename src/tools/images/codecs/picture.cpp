@@ -5,7 +5,15 @@
 
 namespace tervano {
 
-Density densityPerMetre(double across, double down) {
+std::optional<Density> densityPerInch(double across, double down) {
+  constexpr double kLeast = 1;
+  constexpr double kMost = 100000;
+  const auto isPossible = [](double density) { return density >= kLeast && density <= kMost; };
+  if (!isPossible(across) || !isPossible(down)) return std::nullopt;
+  return Density{across, down};
+}
+
+std::optional<Density> densityPerMetre(double across, double down) {
   constexpr double kMetresPerInch = 0.0254;
   // The nearest whole number when the file cannot tell it from this one.
   const auto perInch = [](double perMetre) {
@@ -13,7 +21,7 @@ Density densityPerMetre(double across, double down) {
     const double whole = std::round(exact);
     return whole > 0 && std::abs(exact - whole) <= kMetresPerInch ? whole : exact;
   };
-  return {perInch(across), perInch(down)};
+  return densityPerInch(perInch(across), perInch(down));
 }
 
 bool profileFits(const Data& profile, Colour colour) {

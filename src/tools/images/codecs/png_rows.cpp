@@ -119,7 +119,7 @@ class PngReader : public RowReader {
     }
     const double across = png_get_x_pixels_per_meter(codec_, info_);
     const double down = png_get_y_pixels_per_meter(codec_, info_);
-    if (across > 0 && down > 0) notes_.density = densityPerMetre(across, down);
+    notes_.density = densityPerMetre(across, down);
     readPngNotes(file_, notes_);
     orientation_ = orientationOfExif(notes_.exif);
   }

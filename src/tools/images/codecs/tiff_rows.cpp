@@ -119,14 +119,14 @@ std::optional<Density> densityOf(TIFF* tiff) {
   float across = 0;
   float down = 0;
   if (TIFFGetField(tiff, TIFFTAG_XRESOLUTION, &across) != 1 ||
-      TIFFGetField(tiff, TIFFTAG_YRESOLUTION, &down) != 1 || !(across > 0 && down > 0)) {
+      TIFFGetField(tiff, TIFFTAG_YRESOLUTION, &down) != 1) {
     return std::nullopt;
   }
   switch (number<std::uint16_t>(tiff, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH)) {
     case RESUNIT_INCH:
-      return Density{across, down};
+      return densityPerInch(across, down);
     case RESUNIT_CENTIMETER:
-      return Density{across * kCentimetresPerInch, down * kCentimetresPerInch};
+      return densityPerInch(across * kCentimetresPerInch, down * kCentimetresPerInch);
     default:
       return std::nullopt;
   }
@@ -221,8 +221,8 @@ class TiffWriter : public RowWriter {
  public:
   TiffWriter(OutputStream& file, const PictureShape& shape, const PictureNotes& notes)
       : file_(file), row_(shape.bytesPerRow()), exif_(notes.exif) {
-    // What may grow beyond four gigabytes has to be a big TIFF.
-    constexpr std::uint64_t kClassicLimit = std::uint64_t{7} << 29;
+    // What may grow beyond four gigabytes has to be a big TIFF: noise becomes half as large again.
+    constexpr std::uint64_t kClassicLimit = std::uint64_t{5} << 29;
     const Options options(&message_);
     big_ = shape.bytesPerRow() * std::uint64_t{shape.height} > kClassicLimit;
     tiff_.reset(TIFFClientOpenExt("picture", big_ ? "wl8" : "wl", &file, readOutput, writeOutput,
@@ -321,18 +321,20 @@ std::unique_ptr<RowWriter> writeTiffRows(OutputStream& file, const PictureShape&
   return std::make_unique<TiffWriter>(file, shape, notes);
 }
 
-std::vector<TiffPage> tiffPages(InputStream& file) {
+std::vector<TiffPage> tiffPages(InputStream& file, std::size_t most) {
   std::string message;
   const TiffPtr tiff = openInput(file, message);
   if (tiff == nullptr) failAsDamaged(message);
   std::vector<TiffPage> pages;
-  int directory = 0;
-  do {
+  for (int directory = 0;; ++directory) {
     if (isCameraRaw(tiff.get(), file)) return {};
-    if (isPreview(tiff.get())) continue;
-    pages.push_back({directory, exifOfTiff(file, TIFFCurrentDirOffset(tiff.get()))});
-  } while (++directory < kMostPages && TIFFReadDirectory(tiff.get()) == 1);
-  return pages;
+    if (!isPreview(tiff.get())) {
+      pages.push_back({directory, exifOfTiff(file, TIFFCurrentDirOffset(tiff.get()))});
+    }
+    if (pages.size() == most || TIFFLastDirectory(tiff.get()) != 0) return pages;
+    if (directory == kMostPages) throw CodecFailure("it has too many pages");
+    if (TIFFReadDirectory(tiff.get()) != 1) failAsDamaged(message);
+  }
 }
 
 }  // namespace tervano
