@@ -327,14 +327,21 @@ TEST_F(RemovalTest, TreesAreTwoThousandLevelsDeepWithFewDescriptors) {
   EXPECT_FALSE(exists(at("deep")));
 }
 
-TEST_F(RemovalTest, FiveThousandFilesGoWithFewDescriptors) {
-  makeFiles("many", 5000);
+TEST_F(RemovalTest, AHundredThousandFilesGoWithFewDescriptors) {
+  constexpr int kFiles = 100000;
+  constexpr int kWithContents = 5000;
+  makeFiles("many", kWithContents);
+  // Without contents they need no memory of the file system.
+  for (int number = kWithContents; number < kFiles; ++number) {
+    file("many/" + std::to_string(number), "");
+  }
   const auto outcome = removeSecurely(at("many"), [] {
     limitDescriptors(64);
     return true;
   });
   expectSuccess(outcome);
-  EXPECT_EQ(linesOf(outcome.output).size(), 5001u);
+  EXPECT_EQ(linesOf(outcome.output).size(), kFiles + 1u);
+  EXPECT_FALSE(exists(at("many")));
 }
 
 TEST_F(RemovalTest, ManyPathsAreTakenAtOnce) {

@@ -17,8 +17,8 @@ struct Density {
   double down = 0;
 };
 
-// What a file tells of its resolution; nil for what no picture has and no format can hold: less than
-// one pixel per inch, more than 100,000, or no number at all.
+// What a file tells of its resolution; nil for what no picture has and no format can hold: less
+// than one pixel per inch, more than 100,000, or no number at all.
 std::optional<Density> densityPerInch(double across, double down);
 // The same of pixels per metre: 2835 are 72 per inch.
 std::optional<Density> densityPerMetre(double across, double down);

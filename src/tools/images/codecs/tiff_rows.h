@@ -24,9 +24,9 @@ struct TiffPage {
   Data exif;
 };
 
-// The first pictures of a TIFF file, at most that many, without its thumbnails and masks. Empty when
-// the file is a camera's raw data: what can be read of that is only a preview. Throws CodecFailure,
-// also when one of them cannot be reached.
+// The first pictures of a TIFF file, at most that many, without its thumbnails and masks. Empty
+// when the file is a camera's raw data: what can be read of that is only a preview. Throws
+// CodecFailure, also when one of them cannot be reached.
 std::vector<TiffPage> tiffPages(InputStream& file, std::size_t most);
 
 }  // namespace tervano
