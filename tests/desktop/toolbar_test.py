@@ -1,5 +1,6 @@
 """The button with a menu of its own, in the file managers that have a place for one."""
 import json
+import subprocess
 
 import accessible
 from desktop import wait_for
@@ -68,6 +69,13 @@ class ToolbarTest(DesktopTest):
         self.assertEqual(menu.titles(), ["Move away", "Sort"])
         self.manager.choose("Sort", "Member")
         wait_for("the move", (self.desktop.target / "files" / "alpha.txt").exists)
+
+    def test_the_trash_has_no_action(self):
+        self.add_move("Move away")
+        subprocess.run(["gio", "trash", self.desktop.files / "alpha.txt"], check=True)
+        self.manager.open("trash:///")
+        self.manager.select("alpha.txt")
+        self.assertEqual(self.open_toolbar_menu().titles(), ["No Actions Enabled"])
 
     def test_what_is_no_longer_selected_is_left_alone(self):
         self.add_move("Move away")

@@ -74,7 +74,10 @@ bool isUnused(const QMenu& answer) {
 }  // namespace
 
 DolphinMenu::DolphinMenu(QObject* parent, const QVariantList& /*arguments*/)
-    : KAbstractFileItemActionPlugin(parent) {}
+    : KAbstractFileItemActionPlugin(parent) {
+  // Before the first menu is asked for.
+  HostExtension::shared(HostExtension::Icons::files);
+}
 
 DolphinMenu::~DolphinMenu() {
   for (const auto& answer : answers_) delete answer.data();

@@ -16,8 +16,11 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <set>
+#include <sstream>
 
 #include "tests/companion/tervano_program.h"
+#include "tests/hosts/system_calls/system_calls.h"
 
 namespace tervano::test {
 
@@ -284,18 +287,49 @@ TEST_F(DolphinMenuTest, TenThousandRequestsLeaveNothingBehind) {
   ASSERT_EQ(titlesOnceTheyAre("Tervano[Sort[Away]]", oneFile_), "Tervano[Sort[Away]]");
   const auto provider = plugin();
   ASSERT_NE(provider, nullptr);
-  const KFileItemListProperties selection(oneFile_);
-  const auto request = [&] {
+  std::vector<KFileItemListProperties> selections;
+  for (const int size : {1, 10, 1'000, 10'000}) {
+    KFileItemList files;
+    for (int i = 0; i < size; ++i) {
+      files.append(listedItem("file:///folder/item.txt", "/folder/item.txt"));
+    }
+    selections.emplace_back(files);
+  }
+  const auto request = [&](int number) {
+    // Most are small, as they are in life.
+    const std::size_t size = number % 200 == 0 ? 3 : number % 50 == 0 ? 2 : number % 2;
     QMenu menu;
-    menu.addActions(provider->actions(selection, &window_));
+    menu.addActions(provider->actions(selections[size], &window_));
     EXPECT_EQ(titlesOf(menu.actions()), "Tervano[Sort[Away]]");
   };
-  for (int i = 0; i < 100; ++i) request();
+  for (int i = 0; i < 201; ++i) request(i);
   const auto widgets = QApplication::allWidgets().size();
   const auto bytes = mallinfo2().uordblks;
-  for (int i = 0; i < 10'000; ++i) request();
+  for (int i = 0; i < 10'000; ++i) request(i);
   EXPECT_EQ(QApplication::allWidgets().size(), widgets);
   EXPECT_LT(mallinfo2().uordblks, bytes + 100'000);
+}
+
+TEST_F(DolphinMenuTest, NothingSelectedHasNoMenu) {
+  addMove("Away", {"--types", "public.image"});
+  ASSERT_EQ(titlesOnceTheyAre("Tervano[Away]", {itemOf(home_.file("one.png"))}), "Tervano[Away]");
+  EXPECT_EQ(titlesOf(plugin()->actions(KFileItemListProperties(), nullptr)), "");
+}
+
+TEST_F(DolphinMenuTest, ARequestStartsNothingWaitsForNothingAndLooksAtNoFile) {
+  addMove("Away");
+  addMove("Pictures", {"--types", "public.image"});
+  expectHarmlessSystemCalls(TERVANO_MENU_REQUESTS, home_.path());
+}
+
+TEST_F(DolphinMenuTest, ThePluginExportsWhatQtLooksForAndNothingElse) {
+  ProgramStart start;
+  start.path = "/usr/bin/nm";
+  start.arguments = {"--dynamic", "--defined-only", "--format=posix", TERVANO_PLUGIN};
+  std::istringstream lines(runProgram(start).output);
+  std::set<std::string> names;
+  for (std::string line; std::getline(lines, line);) names.insert(line.substr(0, line.find(' ')));
+  EXPECT_EQ(names, (std::set<std::string>{"qt_plugin_instance", "qt_plugin_query_metadata"}));
 }
 
 TEST_F(DolphinMenuTest, EntriesGoWithThePluginAndWithTheWindow) {

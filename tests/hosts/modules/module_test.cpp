@@ -16,6 +16,7 @@
 #include "tests/hosts/modules/failing_memory.h"
 #include "tests/hosts/modules/files.h"
 #include "tests/hosts/modules/items.h"
+#include "tests/hosts/system_calls/system_calls.h"
 
 #include TERVANO_MANAGER
 
@@ -383,61 +384,11 @@ TEST_F(ModuleTest, ARequestThatRunsOutOfMemoryThrowsNothing) {
   EXPECT_GT(allocation, 5);
 }
 
-// The names of the system calls that the process itself made between two marks, memory and locks
-// aside, each in a line; one text for each request.
-std::vector<std::string> systemCallsOf(const std::string& trace) {
-  const std::set<std::string> notCounted = {"brk",     "mmap",     "munmap", "mremap",
-                                            "madvise", "mprotect", "futex"};
-  std::vector<std::string> requests;
-  std::istringstream lines(trace);
-  std::string process;
-  bool isInside = false;
-  for (std::string line; std::getline(lines, line);) {
-    const std::string id = line.substr(0, line.find(' '));
-    if (process.empty()) process = id;
-    const auto name = line.find_first_not_of(' ', id.size());
-    if (id != process || name == std::string::npos || line[name] == '<' || line[name] == '+' ||
-        line[name] == '-') {
-      continue;
-    }
-    if (line.find("\"/menu-request\"") != std::string::npos) {
-      isInside = !isInside;
-      if (isInside) requests.emplace_back();
-      continue;
-    }
-    const std::string call = line.substr(name, line.find('(') - name);
-    if (isInside && !notCounted.contains(call)) requests.back() += call + "\n";
-  }
-  return requests;
-}
-
 TEST_F(ModuleTest, ARequestStartsNothingWaitsForNothingAndLooksAtNoFile) {
   const std::string group = add({"group-move", "--title", "Sort"});
   addMove("Away", {"--into", group});
   addMove("Pictures", {"--types", "public.image"});
-  const auto requestsFor = [&](int count) {
-    const std::string trace = home_.path() + "/trace";
-    const std::string output = outputOf(
-        "/usr/bin/strace", {"-f", "-o", trace, "--", TERVANO_MENU_REQUESTS, std::to_string(count)});
-    EXPECT_TRUE(output.find("Sort") != std::string::npos) << output;
-    return systemCallsOf(contentsOf(trace));
-  };
-  const auto forOne = requestsFor(1);
-  ASSERT_EQ(forOne.size(), 2u);
-  for (const auto& calls : forOne) {
-    std::istringstream lines(calls);
-    for (std::string call; std::getline(lines, call);) {
-      for (const char* refused :
-           {"fork",    "vfork",  "clone",     "clone3",          "execve",   "execveat",
-            "connect", "sendto", "sendmsg",   "recvmsg",         "recvfrom", "poll",
-            "ppoll",   "select", "nanosleep", "clock_nanosleep", "fsync",    "fdatasync",
-            "syncfs",  "flock",  "wait4",     "waitid",          "rename",   "unlink"}) {
-        EXPECT_NE(call, refused);
-      }
-    }
-  }
-  // Nothing that is done for each item.
-  EXPECT_EQ(requestsFor(10'000), forOne);
+  expectHarmlessSystemCalls(TERVANO_MENU_REQUESTS, home_.path());
 }
 
 }  // namespace tervano::test
