@@ -2,6 +2,8 @@
 
 namespace tervano::test {
 
-std::string workspacePeerPath() { return WORKSPACE_PEER; }
+std::string workspacePeerPath() {
+  return WORKSPACE_PEER;
+}
 
 }  // namespace tervano::test

@@ -105,7 +105,7 @@ std::optional<std::string> identifierOfAppImage(const std::string& path, Squashf
   }
   if (identification[kMagicOffset + 2] == kSquashfsType && entries != nullptr) {
     auto embedded = embeddedIdentifier(file.get(), static_cast<std::uint64_t>(status.st_size),
-                                             identification[EI_CLASS], entries);
+                                       identification[EI_CLASS], entries);
     if (embedded) return embedded;
   }
   return installedIdentifier(path);
