@@ -93,8 +93,7 @@ std::string convertPicture(const std::string& format, const std::string& input,
   ResultFile result(output);
   if (const int code = result.checkPlace()) return sentence(textOf(code));
 
-  const auto slot = ImageSlot::take(imageSlotCount(), reason);
-  if (!slot) return sentence(reason);
+  if (!takeImageSlot(imageSlotCount(), reason)) return sentence(reason);
   silenceStandardStreams();
   saySentenceAtCrash(complaints,
                      "tervano-images: " + sentence("a picture library failed on it") + "\n");

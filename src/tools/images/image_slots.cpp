@@ -15,6 +15,7 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/linux/descriptor.h"
 #include "platform/linux/user_folders.h"
 
 namespace tervano {
@@ -107,11 +108,11 @@ std::uint64_t imageSlotMemory() {
   return std::clamp(share, kMemoryOfSlot / 2, kMost);
 }
 
-std::optional<ImageSlot> ImageSlot::take(int count, std::string& reason) {
+bool takeImageSlot(int count, std::string& reason) {
   const auto failure = [&reason](int code) {
     reason = "the number of conversions at a time cannot be kept: " +
              std::generic_category().message(code);
-    return std::nullopt;
+    return false;
   };
   int code = ENOENT;
   Descriptor queue;
@@ -132,7 +133,11 @@ std::optional<ImageSlot> ImageSlot::take(int count, std::string& reason) {
   for (;;) {
     for (int slot = 0; slot < count; ++slot) {
       code = takeByte(slots.get(), slot);
-      if (code == 0) return ImageSlot(std::move(slots));
+      if (code == 0) {
+        // Open, and so locked, until the process ends.
+        slots.release();
+        return true;
+      }
       if (code != EAGAIN) return failure(code);
     }
     waitForAnEnd(slots.get(), count);

@@ -1,10 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
-
-#include "platform/linux/descriptor.h"
 
 namespace tervano {
 
@@ -17,22 +14,15 @@ int imageSlotCount();
 // machine's memory.
 std::uint64_t imageSlotMemory();
 
-// One of the user's slots. It is free again when this object or its process ends, however it ends.
+// Waits for one of the user's slots, which this process then holds until it ends, however it ends:
+// memory that a picture took may stay its own until then. False, with the end of a sentence in
+// `reason`, when there is no folder for the files or when they cannot be locked. Any thread, but
+// once a process.
 //
 // Slots are record locks on the bytes of the file "images/slots" in the user's runtime folder.
 // Whoever finds them all taken waits for the end of one of their holders. Only one process does
 // that, the one that holds the lock of "images/queue"; all others sleep on that lock and get it in
 // the order of their coming.
-class ImageSlot {
- public:
-  // Waits for a slot. Nil, with the end of a sentence in `reason`, when there is no folder for the
-  // files. Any thread, but one slot a process.
-  static std::optional<ImageSlot> take(int count, std::string& reason);
-
- private:
-  explicit ImageSlot(Descriptor file) : file_(std::move(file)) {}
-
-  Descriptor file_;
-};
+bool takeImageSlot(int count, std::string& reason);
 
 }  // namespace tervano

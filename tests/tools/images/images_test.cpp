@@ -278,7 +278,7 @@ void ImagesTest::expectRefused(const std::string& format, const std::string& inp
 ChildProcess ImagesTest::slotHolder(int count) {
   auto child = forkChild([count](ParentLink& parent) {
     std::string reason;
-    const auto slot = ImageSlot::take(count, reason);
+    const bool slot = takeImageSlot(count, reason);
     parent.say(slot ? "taken" : reason);
     parent.hear();
     return 0;
