@@ -70,6 +70,23 @@ TEST_F(TVBundledScriptActionTest, AnEmptyNameIsNilAndOneLineInTheLog) {
   EXPECT_THAT(log_.lines(), ElementsAre("Couldn't find file: "));
 }
 
+TEST_F(TVBundledScriptActionTest, AnEmptyPathIsNoScript) {
+  class EmptyAnswers : public ForwardingBundle {
+   public:
+    using ForwardingBundle::ForwardingBundle;
+    using ForwardingBundle::pathForResource;
+    std::optional<std::string> pathForResource(const std::string& /*name*/,
+                                               const std::string& /*type*/,
+                                               const std::string& /*subdirectory*/) const override {
+      return "";
+    }
+  } emptyAnswers(bundle_);
+  platform_.services().bundle = &emptyAnswers;
+  EXPECT_EQ(bundled("Clean Up"), nullptr);
+  platform_.services().bundle = &bundle_;
+  EXPECT_THAT(log_.lines(), ElementsAre("Couldn't find file: Clean Up"));
+}
+
 TEST_F(TVBundledScriptActionTest, WithoutAnyResourcesItIsNil) {
   EXPECT_EQ(bundled("Clean Up"), nullptr);
   EXPECT_THAT(log_.lines(), ElementsAre("Couldn't find file: Clean Up"));

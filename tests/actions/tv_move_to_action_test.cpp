@@ -321,6 +321,12 @@ TEST_F(TVMoveToActionTest, TheDestinationItselfIsSkippedAndNotCounted) {
   EXPECT_THAT(workspace_.revealed(), ElementsAre(IsEmpty()));
 }
 
+TEST_F(TVMoveToActionTest, TheDestinationIsSkippedWhereverItStands) {
+  EXPECT_TRUE(run({makeFile("a.txt"), destination_, makeFile("b.txt"), destination_}).success);
+  EXPECT_THAT(logged(), ElementsAre("Skipping: " + destination_, "Skipping: " + destination_));
+  EXPECT_EQ(delivered()[0].informativeText, "Finished moving 2 files");
+}
+
 TEST_F(TVMoveToActionTest, ItemsAfterASkippedOneAreMoved) {
   EXPECT_TRUE(run({destination_, makeFile("a.txt")}).success);
   EXPECT_TRUE(exists(destination_ + "/a.txt"));
