@@ -8,7 +8,7 @@ namespace tervano {
 std::vector<Command> allCommands() {
   std::vector<Command> all;
   for (const auto topic : {listCommands, editCommands, menuCommands, explainCommands, runCommands,
-                           preferenceCommands, messageCommands, archiveCommands}) {
+                           preferenceCommands, messageCommands, archiveCommands, doctorCommands}) {
     auto commands = topic();
     std::move(commands.begin(), commands.end(), std::back_inserter(all));
   }

@@ -30,6 +30,7 @@ std::vector<Command> runCommands();
 std::vector<Command> preferenceCommands();
 std::vector<Command> messageCommands();
 std::vector<Command> archiveCommands();
+std::vector<Command> doctorCommands();
 // Those of all topics.
 std::vector<Command> allCommands();
 

@@ -20,6 +20,7 @@
 #include "archive/utf.h"
 #include "platform/bundle.h"
 #include "platform/linux/descriptor.h"
+#include "platform/linux/program_lookup.h"
 #include "platform/log.h"
 #include "platform/notification_center.h"
 #include "platform/platform.h"
@@ -30,7 +31,6 @@ namespace tervano {
 namespace {
 
 constexpr char kErrorDomain[] = "UserScripts";
-constexpr char kDefaultSearchPath[] = "/usr/local/bin:/usr/bin:/bin";
 constexpr std::size_t kLongestFirstLine = 256;
 constexpr std::size_t kLongestText = 2000;
 // Of what a script writes: the longest line, all that one run adds to the log, and what is kept for
@@ -137,25 +137,6 @@ const Language* languageOfFirstLine(std::string_view head) {
     return nullptr;
   }
   return nullptr;
-}
-
-std::optional<std::string> findProgram(std::string_view name) {
-  const char* variable = std::getenv("PATH");
-  std::string_view folders = variable == nullptr ? kDefaultSearchPath : variable;
-  while (true) {
-    const auto end = std::min(folders.find(':'), folders.size());
-    const std::string_view folder = folders.substr(0, end);
-    if (folder.starts_with("/")) {
-      std::string path = std::string(folder).append("/").append(name);
-      struct stat status {};
-      if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-          faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) == 0) {
-        return path;
-      }
-    }
-    if (end == folders.size()) return std::nullopt;
-    folders.remove_prefix(end + 1);
-  }
 }
 
 // Opens a script and reads its beginning.
@@ -596,7 +577,7 @@ std::optional<Error> findScript(const std::optional<Url>& url, Script& script) {
                        "first line with #! names Python, gjs, a shell or Lua.");
   }
   for (const std::string_view program : script.language->programs) {
-    if (auto found = findProgram(program)) {
+    if (auto found = programInPath(program)) {
       script.interpreter = std::move(*found);
       return std::nullopt;
     }

@@ -1,0 +1,111 @@
+#include <algorithm>
+#include <iostream>
+#include <iterator>
+
+#include "companion/action_store.h"
+#include "companion/arguments.h"
+#include "companion/command.h"
+#include "companion/finding.h"
+#include "companion/value_json.h"
+#include "platform/linux/loadable_module.h"
+
+namespace tervano {
+
+namespace {
+
+const char* wordOf(Health health) {
+  switch (health) {
+    case Health::ok:
+      return "OK";
+    case Health::missing:
+      return "missing";
+    case Health::broken:
+      break;
+  }
+  return "broken";
+}
+
+nlohmann::ordered_json jsonOfFinding(const Finding& finding) {
+  nlohmann::ordered_json json;
+  json["what"] = finding.what;
+  json["state"] = wordOf(finding.health);
+  json["needed"] = finding.needed;
+  json["detail"] = finding.detail;
+  json["mend"] = nullptr;
+  if (!finding.mend.empty()) json["mend"] = finding.mend;
+  return json;
+}
+
+void printFinding(const Finding& finding) {
+  constexpr std::size_t kStateColumns = 9;
+  std::string line = wordOf(finding.health);
+  line.resize(kStateColumns, ' ');
+  line += finding.what;
+  if (!finding.needed && finding.health != Health::ok) line += " (not needed)";
+  line += ": " + printable(finding.detail);
+  if (!finding.mend.empty()) line += " " + printable(finding.mend);
+  std::cout << line << "\n";
+}
+
+std::vector<Finding> allFindings() {
+  std::vector<Finding> all;
+  for (const auto look :
+       {installationFindings, fileManagerFindings, desktopFindings, userFindings, helperFindings}) {
+    auto findings = look();
+    std::move(findings.begin(), findings.end(), std::back_inserter(all));
+  }
+  return all;
+}
+
+int tryModule(const std::string& path, const Arguments& arguments) {
+  const std::string why = whyModuleIsUnusable(absolutePath(path), arguments.positional());
+  if (!why.empty()) throw CommandError(why);
+  return kExitSuccess;
+}
+
+int doctor(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{"module"}, {"json"}});
+  if (const auto module = arguments.value("module")) return tryModule(*module, arguments);
+  arguments.requirePositional(0, 0, "");
+  const auto findings = allFindings();
+  const auto bad = std::count_if(findings.begin(), findings.end(), [](const Finding& finding) {
+    return finding.needed && finding.health != Health::ok;
+  });
+  if (arguments.has("json")) {
+    auto json = nlohmann::ordered_json::array();
+    for (const auto& finding : findings) json.push_back(jsonOfFinding(finding));
+    std::cout << jsonText(json);
+  } else {
+    for (const auto& finding : findings) printFinding(finding);
+  }
+  std::cout << std::flush;
+  if (bad == 0) return kExitSuccess;
+  throw CommandError(bad == 1 ? "One part that is needed does not work"
+                              : std::to_string(bad) + " parts that are needed do not work");
+}
+
+}  // namespace
+
+std::vector<Command> doctorCommands() {
+  return {
+      {{"doctor",
+        "tell whether each part works, and how to mend it",
+        {"[--json]", "--module FILE [FUNCTION...]"},
+        {"One line for each part: OK, missing or broken, what was found, and how to mend it. It "
+         "looks at what comes with the program, at the file managers and the modules that they "
+         "load, at the handler of the URLs, at the session bus and what it starts, at the list, "
+         "and at the programs that scripts use. It works without a bus and without a display, and "
+         "from a build tree.",
+         "The status is 0 when everything that is needed works, else 1. Parts that are not needed "
+         "are marked: nobody needs every file manager, but one must show the menu."},
+        {{"--json",
+          "An array of objects with \"what\", \"state\" (\"OK\", \"missing\" or \"broken\"), "
+          "\"needed\", \"detail\" and \"mend\" (null when there is nothing to mend)."},
+         {"--module FILE",
+          "Only loads this module of a file manager and looks for the functions in it, as every "
+          "module is tried by a process of its own."}}},
+       doctor},
+  };
+}
+
+}  // namespace tervano

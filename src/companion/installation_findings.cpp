@@ -1,0 +1,212 @@
+#include <algorithm>
+#include <sstream>
+
+#include "companion/brief_run.h"
+#include "companion/finding.h"
+#include "platform/bundle.h"
+#include "platform/file_manager.h"
+#include "platform/linux/program_lookup.h"
+#include "platform/platform.h"
+
+namespace tervano {
+
+namespace {
+
+constexpr char kMainPackage[] = "tervano";
+constexpr double kToolSeconds = 20;
+
+// A program of our own, and what it must do when it is asked something harmless.
+struct OwnTool {
+  std::string name;
+  std::vector<std::string> question;
+  int status;
+};
+
+const std::vector<OwnTool>& ownTools() {
+  // The window's program can be asked nothing without a display, so it must complain.
+  static const std::vector<OwnTool> tools = {{"tervano-images", {"--formats"}, 0},
+                                             {"tervano-remove", {"--help"}, 0},
+                                             {"tervano-defaults", {"--help"}, 0},
+                                             {"tervano-ask", {}, 2}};
+  return tools;
+}
+
+// What the image tool can write when all of its libraries are there.
+const std::vector<std::string>& allFormats() {
+  static const std::vector<std::string> formats = {"jpeg", "png",  "tiff", "gif",  "bmp",
+                                                   "jp2",  "webp", "heic", "avif", "pdf"};
+  return formats;
+}
+
+struct OwnModule {
+  std::string what;
+  std::string file;
+  std::string entry;
+};
+
+const std::vector<OwnModule>& ownModules() {
+  static const std::vector<OwnModule> modules = {
+      {"icon drawings", "pictures.so", "tervanoPictureCodec"},
+      {"AppImage reader", "appimages.so", "tervanoSquashfsEntries"}};
+  return modules;
+}
+
+// A program of the system: any of these does.
+struct Helper {
+  std::string purpose;
+  std::vector<std::string> programs;
+  std::string package;
+  bool needed = false;
+};
+
+const std::vector<Helper>& helpers() {
+  static const std::vector<Helper> all = {
+      {"shell scripts", {"bash"}, "bash", true},
+      {"Python scripts", {"python3"}, "python3"},
+      {"JavaScript scripts", {"gjs"}, "gjs"},
+      {"Lua scripts", {"lua5.4", "lua5.3", "lua"}, "lua5.4"},
+      {"notifications of scripts", {"notify-send"}, "libnotify-bin"},
+      {"clipboard", {"wl-copy", "xclip", "xsel"}, "xclip"},
+      {"extraction of archives", {"bsdtar"}, "libarchive-tools"},
+      {"merging of PDF files", {"qpdf", "pdfunite"}, "qpdf"},
+      {"metadata of pictures", {"exiftool"}, "libimage-exiftool-perl"}};
+  return all;
+}
+
+std::string firstLine(const std::string& text) {
+  return text.substr(0, text.find('\n'));
+}
+
+// A folder of the resources that must hold something.
+Finding resourceFolder(const std::string& what, const std::string& name) {
+  const std::string path = platform().bundle->resourcePath() + "/" + name;
+  const auto names = platform().fileManager->contentsOfDirectoryAtPath(path);
+  if (!names.empty()) {
+    return {what, Health::ok, path + " holds " + std::to_string(names.size()) + " items.", ""};
+  }
+  const bool isThere = platform().fileManager->isDirectoryAtPath(path);
+  return {what, isThere ? Health::broken : Health::missing,
+          isThere ? path + " is empty or cannot be read." : "There is no folder " + path + ".",
+          installAgain(kMainPackage)};
+}
+
+// What is wrong with a run that should have ended with `status`; empty for nothing.
+std::string whyRunFailed(const BriefRun& run, int status) {
+  if (!run.failure.empty()) return run.failure;
+  if (run.status == status) return "";
+  return run.errors.empty() ? "it ended with status " + std::to_string(run.status)
+                            : firstLine(run.errors);
+}
+
+Finding findingOfFormats(const std::string& output) {
+  std::istringstream words(output);
+  std::vector<std::string> formats;
+  std::string listed;
+  for (std::string word; words >> word;) {
+    formats.push_back(word);
+    listed += (listed.empty() ? "" : ", ") + word;
+  }
+  std::string lacking;
+  for (const auto& format : allFormats()) {
+    if (std::find(formats.begin(), formats.end(), format) != formats.end()) continue;
+    lacking += (lacking.empty() ? "" : ", ") + format;
+  }
+  if (lacking.empty()) return {"picture formats", Health::ok, listed + ".", ""};
+  return {"picture formats", Health::missing, "Pictures cannot be converted to " + lacking + ".",
+          "Install the libraries that the package libvips42 recommends.", false};
+}
+
+void addTools(std::vector<Finding>& findings) {
+  for (const auto& tool : ownTools()) {
+    const std::string path = platform().bundle->pathForAuxiliaryExecutable(tool.name);
+    if (!platform().fileManager->fileExistsAtPath(path)) {
+      findings.push_back({tool.name, Health::missing, "There is no program " + path + ".",
+                          installAgain(kMainPackage)});
+      continue;
+    }
+    const BriefRun run = runBriefly(path, tool.question, kToolSeconds);
+    const std::string why = whyRunFailed(run, tool.status);
+    if (!why.empty()) {
+      findings.push_back(
+          {tool.name, Health::broken, path + " fails: " + why + ".", installAgain(kMainPackage)});
+      continue;
+    }
+    findings.push_back({tool.name, Health::ok, path + " runs.", ""});
+    if (tool.name == "tervano-images") findings.push_back(findingOfFormats(run.output));
+  }
+}
+
+void addModules(std::vector<Finding>& findings) {
+  for (const auto& module : ownModules()) {
+    const std::string path = platform().bundle->pathForAuxiliaryExecutable(module.file);
+    if (!platform().fileManager->fileExistsAtPath(path)) {
+      findings.push_back({module.what, Health::missing, "There is no module " + path + ".",
+                          installAgain(kMainPackage)});
+      continue;
+    }
+    const std::string why = whyModuleFails(path, {module.entry});
+    if (why.empty()) {
+      findings.push_back({module.what, Health::ok, path + " can be loaded.", ""});
+    } else {
+      findings.push_back({module.what, Health::broken, why + ".", installAgain(kMainPackage)});
+    }
+  }
+}
+
+}  // namespace
+
+std::string installationPrefix() {
+  const std::string& resources = platform().bundle->resourcePath();
+  constexpr std::string_view kResources = "/share/tervano";
+  return resources.substr(0, resources.size() - kResources.size());
+}
+
+std::string installAgain(const std::string& package) {
+  if (installationPrefix() == "/usr") {
+    return "Install it again with \"apt install --reinstall " + package + "\".";
+  }
+  return "Build Tervano again, so that " + installationPrefix() + " is complete.";
+}
+
+std::string whyModuleFails(const std::string& path, const std::vector<std::string>& entries) {
+  std::vector<std::string> words{"doctor", "--module", path};
+  words.insert(words.end(), entries.begin(), entries.end());
+  const BriefRun run = runBriefly("/proc/self/exe", words, kToolSeconds);
+  if (!run.failure.empty()) return "Loading " + path + " fails: " + run.failure;
+  if (run.status == 0) return "";
+  std::string why = firstLine(run.errors);
+  constexpr std::string_view kName = "tervano: ";
+  if (why.starts_with(kName)) why.erase(0, kName.size());
+  if (why.ends_with('.')) why.pop_back();
+  return why.empty() ? "Loading " + path + " fails" : why;
+}
+
+std::vector<Finding> installationFindings() {
+  std::vector<Finding> findings;
+  findings.push_back(resourceFolder("icons", "icons"));
+  findings.push_back(resourceFolder("templates", "Templates"));
+  findings.push_back(resourceFolder("default scripts", "Default Scripts"));
+  addTools(findings);
+  addModules(findings);
+  return findings;
+}
+
+std::vector<Finding> helperFindings() {
+  std::vector<Finding> findings;
+  for (const auto& helper : helpers()) {
+    std::optional<std::string> path;
+    for (const auto& program : helper.programs) {
+      if (!path) path = programInPath(program);
+    }
+    if (path) {
+      findings.push_back({helper.purpose, Health::ok, *path + ".", "", helper.needed});
+    } else {
+      findings.push_back({helper.purpose, Health::missing,
+                          "There is no program " + helper.programs.front() + ".",
+                          "Install the package " + helper.package + ".", helper.needed});
+    }
+  }
+  return findings;
+}
+
+}  // namespace tervano

@@ -1,0 +1,78 @@
+#include "platform/linux/running_programs.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <limits>
+#include <memory>
+
+#include "tests/support/program.h"
+#include "tests/support/temporary_home.h"
+#include "tests/support/wait.h"
+
+namespace tervano::test {
+
+namespace {
+
+using testing::Contains;
+using testing::IsEmpty;
+
+// A program of our own that runs until the test ends.
+class CopiedProgram {
+ public:
+  CopiedProgram() : path_(home_.path() + "/a program of ours") {
+    std::filesystem::copy_file("/usr/bin/sleep", path_);
+    child_ = std::make_unique<ChildProcess>(startProgram(path_, {"600"}));
+  }
+
+  pid_t pid() const { return child_->pid(); }
+  const std::string& path() const { return path_; }
+  std::vector<pid_t> found() const { return processesOfProgram("a program of ours"); }
+  // Until the fork has become the program.
+  bool runs() const {
+    return waitUntil([this] { return !found().empty() && processHasLoaded(pid(), "libc.so.6"); });
+  }
+
+ private:
+  TemporaryHome home_;
+  std::string path_;
+  std::unique_ptr<ChildProcess> child_;
+};
+
+}  // namespace
+
+TEST(RunningProgramsTest, AProgramIsFoundByTheNameOfItsFile) {
+  const CopiedProgram program;
+  ASSERT_TRUE(program.runs());
+  EXPECT_THAT(program.found(), testing::ElementsAre(program.pid()));
+  EXPECT_THAT(processesOfProgram("program of ours"), IsEmpty());
+}
+
+TEST(RunningProgramsTest, AProgramWhoseFileWasRemovedIsStillFound) {
+  const CopiedProgram program;
+  ASSERT_TRUE(program.runs());
+  std::filesystem::remove(program.path());
+  EXPECT_THAT(program.found(), Contains(program.pid()));
+}
+
+TEST(RunningProgramsTest, WhatAProcessHasLoadedIsKnownByItsWholeFileName) {
+  const CopiedProgram program;
+  ASSERT_TRUE(program.runs());
+  EXPECT_FALSE(processHasLoaded(program.pid(), "c.so.6"));
+  EXPECT_FALSE(processHasLoaded(program.pid(), "libtervano-nautilus.so"));
+}
+
+TEST(RunningProgramsTest, AFileThatWasRemovedSinceDoesNotCount) {
+  const CopiedProgram program;
+  ASSERT_TRUE(program.runs());
+  EXPECT_TRUE(processHasLoaded(program.pid(), "a program of ours"));
+  std::filesystem::remove(program.path());
+  EXPECT_FALSE(processHasLoaded(program.pid(), "a program of ours"));
+}
+
+TEST(RunningProgramsTest, AProcessThatIsGoneHasNothingLoaded) {
+  EXPECT_FALSE(processHasLoaded(std::numeric_limits<pid_t>::max(), "libc.so.6"));
+}
+
+}  // namespace tervano::test
