@@ -348,7 +348,7 @@ TEST_F(ImagesTest, AFolderThatCannotTakeTheResultIsTold) {
   expectRefused("jpeg", source, at("out/.."), "Is a directory");
   expectRefused("jpeg", source, "", "No such file or directory");
   expectRefused("jpeg", source, at("out/" + std::string(300, 'n')), "File name too long");
-  expectRefused("jpeg", source, "/proc/a.jpeg", "Could not convert");
+  expectRefused("jpeg", source, "/proc/sys/kernel/a.jpeg", "Could not convert");
 }
 
 TEST_F(ImagesTest, AReadOnlyFileSystemIsTold) {
