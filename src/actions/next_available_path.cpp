@@ -27,19 +27,29 @@ std::string shortened(const std::string& stem, std::size_t needed) {
 
 }  // namespace
 
+std::string nameWithEnding(const std::string& stem, const std::string& ending) {
+  return shortened(stem, ending.size()) + ending;
+}
+
+std::string nextFreeName(const std::string& name,
+                         const std::function<bool(const std::string&)>& isTaken) {
+  if (!isTaken(name)) return name;
+  const std::string stem = deletingPathExtension(name);
+  const std::string suffix = name.substr(stem.size());
+  for (std::int64_t number = 2;; ++number) {
+    std::string candidate = nameWithEnding(stem, " " + std::to_string(number) + suffix);
+    if (!isTaken(candidate)) return candidate;
+  }
+}
+
 std::string vx_nextAvailablePath(const std::string& path) {
   const FileManager& files = *platform().fileManager;
   if (!files.itemExistsAtPath(path)) return path;
   const std::string folder = deletingLastPathComponent(path);
-  const std::string name = lastPathComponent(path);
-  const std::string stem = deletingPathExtension(name);
-  const std::string suffix = name.substr(stem.size());
-  for (std::int64_t number = 2;; ++number) {
-    const std::string ending = " " + std::to_string(number) + suffix;
-    std::string candidate = shortened(stem, ending.size()) + ending;
-    candidate = appendingPathComponent(folder, candidate);
-    if (!files.itemExistsAtPath(candidate)) return candidate;
-  }
+  const auto isTaken = [&](const std::string& name) {
+    return files.itemExistsAtPath(appendingPathComponent(folder, name));
+  };
+  return appendingPathComponent(folder, nextFreeName(lastPathComponent(path), isTaken));
 }
 
 }  // namespace tervano

@@ -1,8 +1,17 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace tervano {
+
+// `name` itself unless it is taken, else "name 2.ext", "name 3.ext" and so on, the first that is
+// not taken, shortened as vx_nextAvailablePath tells. For names that are not on the disk.
+std::string nextFreeName(const std::string& name,
+                         const std::function<bool(const std::string&)>& isTaken);
+
+// The stem and the ending as one file name, the stem shortened when it gets longer than 255 bytes.
+std::string nameWithEnding(const std::string& stem, const std::string& ending);
 
 // `path` itself when nothing has that name, else a path in the same folder at which nothing exists:
 // "name 2.ext", "name 3.ext" and so on, the first that is free. Only the last extension counts as

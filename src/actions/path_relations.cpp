@@ -49,4 +49,14 @@ bool itemContainsPath(const std::string& item, const std::string& path) {
   });
 }
 
+std::optional<Error> reasonNotToReplace(const std::string& target, const std::string& source,
+                                        const std::string& destination) {
+  if (!itemContainsPath(target, source) && !itemContainsPath(source, target) &&
+      !itemContainsPath(target, destination)) {
+    return std::nullopt;
+  }
+  return Error{"Paths", 1,
+               "\"" + target + "\" and \"" + source + "\" are, or contain, the same item"};
+}
+
 }  // namespace tervano

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <optional>
 #include <string>
+
+#include "platform/error.h"
 
 namespace tervano {
 
@@ -9,5 +12,12 @@ namespace tervano {
 // A second hard link to a file is another item. False when `item` does not exist. Blocking; any
 // thread.
 bool itemContainsPath(const std::string& item, const std::string& path);
+
+// Why the item at `target`, which exists, may not be removed to make room in the folder
+// `destination` for `source`, which exists too: either is or holds the other, or the target holds
+// the folder, so that removing it would lose what is to come. Nil when it may. Blocking; any
+// thread.
+std::optional<Error> reasonNotToReplace(const std::string& target, const std::string& source,
+                                        const std::string& destination);
 
 }  // namespace tervano

@@ -2,6 +2,7 @@
 
 #include "actions/next_available_path.h"
 #include "actions/path_relations.h"
+#include "actions/transfer_report.h"
 #include "archive/archiver.h"
 #include "archive/unarchiver.h"
 #include "platform/file_manager.h"
@@ -14,8 +15,6 @@
 
 namespace tervano {
 namespace {
-
-constexpr char kMoveErrorDomain[] = "TVMoveToAction";
 
 void completeOnMainQueue(TVAction::CompletionBlock completionBlock, bool success,
                          std::optional<Error> error) {
@@ -39,7 +38,10 @@ class MoveRun {
   }
 
   void report() const {
-    if (!defaults_->disableActionNotifications()) deliverNotification();
+    if (!defaults_->disableActionNotifications()) {
+      platform().userNotifications->deliverNotification(
+          transferNotification(success_, "moving", movedPaths_));
+    }
     if (defaults_->showFileOnMoveCopyComplete()) {
       platform().workspace->activateFileViewerSelectingURLs(movedURLs_);
     }
@@ -83,42 +85,14 @@ class MoveRun {
   void makeRoom(const std::string& source, const std::string& target) const {
     FileManager& files = *platform().fileManager;
     if (!files.itemExistsAtPath(target) || !files.itemExistsAtPath(source)) return;
-    std::optional<Error> error;
-    if (itemContainsPath(target, source) || itemContainsPath(source, target) ||
-        itemContainsPath(target, destinationPath_)) {
-      error = Error{kMoveErrorDomain, 1,
-                    "\"" + target + "\" and \"" + source + "\" are, or contain, the same item"};
-    } else {
-      error = files.removeItemAtPath(target);
-    }
+    auto error = reasonNotToReplace(target, source, destinationPath_);
+    if (!error) error = files.removeItemAtPath(target);
     if (error) log("Could not remove the existing file because of error: " + error->message);
   }
 
   void addMoved(const std::string& target) {
     movedPaths_.push_back(target);
     movedURLs_.push_back(Url::fileURLWithPath(target));
-  }
-
-  void deliverNotification() const {
-    UserNotification notification;
-    notification.title = "Tervano";
-    notification.soundName = kUserNotificationDefaultSoundName;
-    if (success_) {
-      std::string subject;
-      if (movedPaths_.size() == 1) {
-        subject = "'" + lastPathComponent(movedPaths_.front()) + "'";
-        notification.userInfo["path"] = movedPaths_.front();
-      } else {
-        subject = std::to_string(movedPaths_.size()) + " files";
-        notification.userInfo["paths"] = Value::Array(movedPaths_.begin(), movedPaths_.end());
-      }
-      notification.informativeText = "Finished moving " + subject;
-      notification.actionButtonTitle = "Show";
-      notification.hasActionButton = true;
-    } else {
-      notification.informativeText = "An error occurred while moving these files.";
-    }
-    platform().userNotifications->deliverNotification(notification);
   }
 
   Url destinationURL_;

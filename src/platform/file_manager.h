@@ -7,6 +7,7 @@
 
 #include "archive/value.h"
 #include "platform/error.h"
+#include "platform/work_observer.h"
 
 namespace tervano {
 
@@ -15,6 +16,16 @@ struct FileAttributes {
   std::optional<std::int64_t> modificationDate;
   // Kept by no Linux file system for others to change: there it stays the moment of creation.
   std::optional<std::int64_t> creationDate;
+};
+
+// A copy that somebody follows.
+struct ItemCopy {
+  std::string from;
+  std::string to;
+  // What has the name `to` makes room, once the copy is whole and not before.
+  bool replaces = false;
+  // Lives to the end of the copy.
+  WorkObserver* observer = nullptr;
 };
 
 // Files and folders by absolute path, as bytes. Blocking; any thread. An operation that can fail
@@ -60,6 +71,10 @@ class FileManager {
   // attributes, extended attributes, access lists, times, links and holes; an existing `to` is an
   // error. On failure nothing stays at `to`.
   virtual std::optional<Error> copyItemAtPath(const std::string& from, const std::string& to) = 0;
+  // The same with what `copy` asks for besides. The name `to` is never without an item when one is
+  // replaced, on file systems that can exchange names. The error names the hidden name of what was
+  // replaced and could not be removed; the copy stays then.
+  virtual std::optional<Error> performCopy(const ItemCopy& copy) = 0;
   // Of a link the link's own, never those of what it points to.
   virtual std::optional<Error> setAttributesOfItemAtPath(const FileAttributes& attributes,
                                                          const std::string& path) = 0;
@@ -110,6 +125,9 @@ class ForwardingFileManager : public FileManager {
   }
   std::optional<Error> copyItemAtPath(const std::string& from, const std::string& to) override {
     return real_.copyItemAtPath(from, to);
+  }
+  std::optional<Error> performCopy(const ItemCopy& copy) override {
+    return real_.performCopy(copy);
   }
   std::optional<Error> setAttributesOfItemAtPath(const FileAttributes& attributes,
                                                  const std::string& path) override {

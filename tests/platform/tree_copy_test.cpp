@@ -500,5 +500,20 @@ TEST_F(MoveAcrossFileSystemsTest, AReadOnlyTargetIsAnErrorAndTheSourceStays) {
   });
 }
 
+TEST_F(MoveAcrossFileSystemsTest, ACopyToAFullDiskLeavesNothingAndKeepsWhatItWouldReplace) {
+  withFar(
+      [&] {
+        make(at("big"), std::string(3 * 1024 * 1024, 'x'));
+        make(far + "/big", "old");
+        const auto error = files.performCopy({at("big"), far + "/big", true, nullptr});
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->code, ENOSPC);
+        EXPECT_THAT(error->message, testing::HasSubstr("No space left on device"));
+        EXPECT_EQ(text(far + "/big"), "old");
+        EXPECT_EQ(itemsIn(far), 1u);
+      },
+      "size=1m");
+}
+
 }  // namespace
 }  // namespace tervano

@@ -15,6 +15,7 @@
 #include "platform/linux/directory_cursor.h"
 #include "platform/linux/tree_copy.h"
 #include "platform/linux/tree_remove.h"
+#include "platform/linux/unfinished_items.h"
 #include "platform/linux/user_folders.h"
 
 namespace tervano {
@@ -33,7 +34,7 @@ std::string withoutTrailingSlashes(std::string path) {
 }
 
 std::string temporaryName() {
-  return ".tervano-" + randomFileNameSuffix();
+  return UnfinishedItem::kPrefix + randomFileNameSuffix();
 }
 
 // A path split into its open folder and the item's own name.
@@ -116,18 +117,52 @@ std::string copyPhrase(const std::string& from, const std::string& to) {
   return "Could not copy " + from + " to " + to;
 }
 
-// Copies under a hidden name, then renames into place without replacing.
+// Puts the whole copy in the place of what has its name.
+std::optional<Error> replaceWithCopy(const ItemPlace& to, const std::string& temporary,
+                                     const std::string& phrase) {
+  const int folder = to.folder();
+  const char* const name = to.name().c_str();
+  if (renameat2(folder, temporary.c_str(), folder, name, RENAME_EXCHANGE) == 0) {
+    auto error = removeTree(folder, temporary, to.path());
+    if (error) {
+      error->message = phrase + ": what it replaces is now called " + temporary +
+                       " and could not be removed: " + error->message;
+    }
+    return error;
+  }
+  std::optional<Error> error;
+  if (errno != EINVAL && errno != ENOSYS) {
+    error = posixError(errno, phrase);
+  } else if ((error = removeTree(folder, to.name(), to.path()))) {
+    error->message = phrase + ": " + error->message;
+  } else if (const int code = renameWithoutReplacing(folder, temporary, folder, to.name())) {
+    error = posixError(code, phrase);
+  }
+  if (error) removeTree(folder, temporary, to.path());
+  return error;
+}
+
+// Copies under a hidden name, then renames into place.
 std::optional<Error> copyIntoPlace(const ItemPlace& from, const ItemPlace& to,
-                                   const std::string& phrase, CopiedItems* copied) {
+                                   const std::string& phrase, CopiedItems* copied,
+                                   const ItemCopy& copy) {
   const std::string temporary = temporaryName();
+  if (copy.observer != nullptr) {
+    copy.observer->willMakeTemporary(
+        appendingPathComponent(deletingLastPathComponent(to.path()), temporary));
+  }
   if (auto error = copyTree({from.folder(), from.name(), from.path()},
-                            {to.folder(), temporary, to.path()}, copied)) {
+                            {to.folder(), temporary, to.path()}, copied, copy.observer)) {
     error->message = phrase + ": " + error->message;
     return error;
   }
   if (const int code = renameWithoutReplacing(to.folder(), temporary, to.folder(), to.name())) {
-    removeTree(to.folder(), temporary, to.path());
-    return posixError(code, phrase);
+    if (code == EEXIST && copy.replaces) {
+      if (auto error = replaceWithCopy(to, temporary, phrase)) return error;
+    } else {
+      removeTree(to.folder(), temporary, to.path());
+      return posixError(code, phrase);
+    }
   }
   flushFolder(to.folder());
   return std::nullopt;
@@ -141,7 +176,8 @@ std::optional<Error> moveByCopying(const ItemPlace& from, const ItemPlace& to) {
     return posixError(errno, movePhrase(from.path(), to.path()));
   }
   CopiedItems copied;
-  if (auto error = copyIntoPlace(from, to, movePhrase(from.path(), to.path()), &copied)) {
+  if (auto error = copyIntoPlace(from, to, movePhrase(from.path(), to.path()), &copied,
+                                 {from.path(), to.path()})) {
     return error;
   }
   const RemovalFilter onlyCopied = [&copied](const struct stat& status, const std::string& path) {
@@ -335,9 +371,13 @@ std::optional<Error> PosixFileManager::removeItemAtPath(const std::string& path)
 
 std::optional<Error> PosixFileManager::copyItemAtPath(const std::string& from,
                                                       const std::string& to) {
-  const ItemPlace source(from);
-  const ItemPlace target(to);
-  const std::string phrase = copyPhrase(from, to);
+  return performCopy({from, to});
+}
+
+std::optional<Error> PosixFileManager::performCopy(const ItemCopy& copy) {
+  const ItemPlace source(copy.from);
+  const ItemPlace target(copy.to);
+  const std::string phrase = copyPhrase(copy.from, copy.to);
   if (source.code() != 0) return posixError(source.code(), phrase);
   if (target.code() != 0) return posixError(target.code(), phrase);
   struct stat sourceStatus {};
@@ -345,7 +385,8 @@ std::optional<Error> PosixFileManager::copyItemAtPath(const std::string& from,
   if (fstatat(source.folder(), source.name().c_str(), &sourceStatus, AT_SYMLINK_NOFOLLOW) != 0) {
     return posixError(errno, phrase);
   }
-  if (fstatat(target.folder(), target.name().c_str(), &targetStatus, AT_SYMLINK_NOFOLLOW) == 0) {
+  if (!copy.replaces &&
+      fstatat(target.folder(), target.name().c_str(), &targetStatus, AT_SYMLINK_NOFOLLOW) == 0) {
     return posixError(EEXIST, phrase);
   }
   if (S_ISDIR(sourceStatus.st_mode) && isSameOrBelow(target.folder(), sourceStatus)) {
@@ -353,7 +394,7 @@ std::optional<Error> PosixFileManager::copyItemAtPath(const std::string& from,
     error.message = phrase + ": a folder cannot be copied into itself";
     return error;
   }
-  return copyIntoPlace(source, target, phrase, nullptr);
+  return copyIntoPlace(source, target, phrase, nullptr, copy);
 }
 
 std::optional<Error> PosixFileManager::setAttributesOfItemAtPath(const FileAttributes& attributes,

@@ -40,6 +40,7 @@ class PosixFileManager : public FileManager {
   // Stops at the first failure. A folder on which something is mounted is refused (EBUSY).
   std::optional<Error> removeItemAtPath(const std::string& path) override;
   std::optional<Error> copyItemAtPath(const std::string& from, const std::string& to) override;
+  std::optional<Error> performCopy(const ItemCopy& copy) override;
   std::optional<Error> setAttributesOfItemAtPath(const FileAttributes& attributes,
                                                  const std::string& path) override;
   // When the copy to another file system is whole but the source cannot be removed (or changed

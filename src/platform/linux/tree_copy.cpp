@@ -20,6 +20,8 @@ namespace tervano {
 namespace {
 
 constexpr std::size_t kCopyBufferSize = std::size_t{256} * 1024;
+// Between two looks at whether the copy is to stop.
+constexpr off_t kLongestStep = off_t{16} * 1024 * 1024;
 constexpr int kMostAttempts = 3;
 constexpr char kAccessList[] = "system.posix_acl_access";
 constexpr char kDefaultAccessList[] = "system.posix_acl_default";
@@ -33,60 +35,90 @@ bool sameContent(const struct stat& left, const struct stat& right) {
          left.st_mtim.tv_nsec == right.st_mtim.tv_nsec;
 }
 
-// Copies `length` bytes at `offset`; less when the source ends before.
-bool copyRange(int source, int target, off_t offset, off_t length, std::vector<char>& buffer) {
-  const off_t end = offset + length;
-  while (offset < end) {
-    off_t from = offset;
-    off_t to = offset;
-    const ssize_t count =
-        copy_file_range(source, &from, target, &to, static_cast<std::size_t>(end - offset), 0);
-    if (count < 0 && errno == EINTR) continue;
-    // Some pairs of file systems cannot do it, some say so only by copying nothing.
-    if (count <= 0) break;
-    offset += count;
+// The contents of one file. Functions answer false with errno set.
+class ContentCopy {
+ public:
+  ContentCopy(int source, int target, std::vector<char>& buffer, WorkObserver* observer)
+      : source_(source), target_(target), buffer_(buffer), observer_(observer) {}
+
+  bool copy(const struct stat& status) {
+    const off_t size = status.st_size;
+    if (ioctl(target_, FICLONE, source_) == 0) return advance(size);
+    const bool hasHoles = status.st_blocks < size / 512;
+    off_t next = 0;
+    while (hasHoles && next < size) {
+      const off_t data = lseek(source_, next, SEEK_DATA);
+      if (data < 0 && errno == ENXIO) {
+        if (!advance(size - next)) return false;
+        next = size;
+        break;
+      }
+      const off_t hole = data < 0 ? -1 : lseek(source_, data, SEEK_HOLE);
+      if (hole < 0) break;
+      const off_t end = std::min(hole, size);
+      if (!advance(data - next)) return false;
+      if (data < end && !copyRange(data, end)) return false;
+      next = end;
+    }
+    if (next < size && !copyRange(next, size)) return false;
+    return ftruncate(target_, size) == 0;
   }
-  if (offset < end && buffer.empty()) buffer.resize(kCopyBufferSize);
-  while (offset < end) {
-    const auto wanted =
-        static_cast<std::size_t>(std::min<off_t>(end - offset, static_cast<off_t>(buffer.size())));
-    const ssize_t count = pread(source, buffer.data(), wanted, offset);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    if (count == 0) return true;
-    ssize_t written = 0;
-    while (written < count) {
-      const ssize_t step = pwrite(target, buffer.data() + written,
-                                  static_cast<std::size_t>(count - written), offset + written);
+
+ private:
+  // Tells of bytes that are done; false when the copy is to stop.
+  bool advance(off_t bytes) const {
+    if (observer_ == nullptr) return true;
+    observer_->didProcess(static_cast<std::uint64_t>(bytes));
+    errno = ECANCELED;
+    return !observer_->isCancelled();
+  }
+
+  // Copies from `offset` to `end`; less when the source ends before.
+  bool copyRange(off_t offset, off_t end) {
+    while (offset < end) {
+      off_t from = offset;
+      off_t to = offset;
+      const off_t wanted = std::min(end - offset, kLongestStep);
+      const ssize_t count =
+          copy_file_range(source_, &from, target_, &to, static_cast<std::size_t>(wanted), 0);
+      if (count < 0 && errno == EINTR) continue;
+      // Some pairs of file systems cannot do it, some say so only by copying nothing.
+      if (count <= 0) break;
+      offset += count;
+      if (!advance(count)) return false;
+    }
+    if (offset < end && buffer_.empty()) buffer_.resize(kCopyBufferSize);
+    while (offset < end) {
+      const auto wanted = static_cast<std::size_t>(
+          std::min<off_t>(end - offset, static_cast<off_t>(buffer_.size())));
+      const ssize_t count = pread(source_, buffer_.data(), wanted, offset);
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) return false;
+      if (count == 0) return true;
+      if (!writeAt(offset, static_cast<std::size_t>(count))) return false;
+      offset += count;
+      if (!advance(count)) return false;
+    }
+    return true;
+  }
+
+  bool writeAt(off_t offset, std::size_t length) const {
+    std::size_t written = 0;
+    while (written < length) {
+      const ssize_t step = pwrite(target_, buffer_.data() + written, length - written,
+                                  offset + static_cast<off_t>(written));
       if (step < 0 && errno == EINTR) continue;
       if (step < 0) return false;
-      written += step;
+      written += static_cast<std::size_t>(step);
     }
-    offset += count;
+    return true;
   }
-  return true;
-}
 
-bool copyContents(int source, int target, const struct stat& status, std::vector<char>& buffer) {
-  if (ioctl(target, FICLONE, source) == 0) return true;
-  const off_t size = status.st_size;
-  const bool hasHoles = status.st_blocks < size / 512;
-  off_t next = 0;
-  while (hasHoles && next < size) {
-    const off_t data = lseek(source, next, SEEK_DATA);
-    if (data < 0 && errno == ENXIO) {
-      next = size;
-      break;
-    }
-    const off_t hole = data < 0 ? -1 : lseek(source, data, SEEK_HOLE);
-    if (hole < 0) break;
-    const off_t end = std::min(hole, size);
-    if (data < end && !copyRange(source, target, data, end - data, buffer)) return false;
-    next = end;
-  }
-  if (next < size && !copyRange(source, target, next, size - next, buffer)) return false;
-  return ftruncate(target, size) == 0;
-}
+  int source_;
+  int target_;
+  std::vector<char>& buffer_;
+  WorkObserver* observer_;
+};
 
 // Gives the open `target` one extended attribute of the open `source`. False with errno set when
 // the attribute would be lost although the target's file system has such attributes.
@@ -167,8 +199,9 @@ bool copyProperties(int source, int target, const struct stat& status) {
 
 class TreeCopier {
  public:
-  TreeCopier(const TreePlace& source, const TreePlace& target, CopiedItems* copied)
-      : source_(source), target_(target), copied_(copied) {}
+  TreeCopier(const TreePlace& source, const TreePlace& target, CopiedItems* copied,
+             WorkObserver* observer)
+      : source_(source), target_(target), copied_(copied), observer_(observer) {}
 
   std::optional<Error> copy() {
     struct stat status {};
@@ -181,6 +214,7 @@ class TreeCopier {
     if (isMountPoint(source_.parent, source_.name)) return failure("", EBUSY);
     if (auto error = enter(source_.name, true)) return error;
     while (!folders_.empty()) {
+      if (observer_ != nullptr && observer_->isCancelled()) return failure("", ECANCELED);
       Folder& folder = folders_.back();
       if (folder.next == folder.entries.size()) {
         if (auto error = leave()) return error;
@@ -287,7 +321,9 @@ class TreeCopier {
         openat(to, toName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!target) return failure(shown);
     for (int attempt = 1;; ++attempt) {
-      if (!copyContents(source.get(), target.get(), status, buffer_)) return failure(shown);
+      if (!ContentCopy(source.get(), target.get(), buffer_, observer_).copy(status)) {
+        return failure(shown);
+      }
       struct stat after {};
       if (fstat(source.get(), &after) != 0) return failure(shown);
       if (sameContent(status, after)) break;
@@ -361,6 +397,7 @@ class TreeCopier {
   const TreePlace& source_;
   const TreePlace& target_;
   CopiedItems* const copied_;
+  WorkObserver* const observer_;
   DirectoryCursor from_;
   DirectoryCursor to_;
   std::vector<Folder> folders_;
@@ -383,13 +420,13 @@ bool CopiedItems::contains(const struct stat& status) const {
          found->second == Content{status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
 
-std::optional<Error> copyTree(const TreePlace& source, const TreePlace& target,
-                              CopiedItems* copied) {
+std::optional<Error> copyTree(const TreePlace& source, const TreePlace& target, CopiedItems* copied,
+                              WorkObserver* observer) {
   struct stat existing {};
   if (fstatat(target.parent, target.name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
     return posixError(EEXIST, target.path);
   }
-  auto error = TreeCopier(source, target, copied).copy();
+  auto error = TreeCopier(source, target, copied, observer).copy();
   if (error) removeTree(target.parent, target.name, target.path);
   return error;
 }

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/error.h"
+#include "platform/work_observer.h"
 
 namespace tervano {
 
@@ -46,8 +47,8 @@ class CopiedItems {
 // (EBUSY). Trees of any depth, with a bounded number of descriptors.
 //
 // On failure whatever was made at `target` is removed again. `copied`, when given, receives what
-// was read. Blocking; any thread.
+// was read; `observer` hears of the bytes and may stop the copy. Blocking; any thread.
 std::optional<Error> copyTree(const TreePlace& source, const TreePlace& target,
-                              CopiedItems* copied = nullptr);
+                              CopiedItems* copied = nullptr, WorkObserver* observer = nullptr);
 
 }  // namespace tervano

@@ -73,6 +73,11 @@ std::string configHomeFolder() {
   return variable ? *variable : homeFolder() + "/.config";
 }
 
+std::string stateHomeFolder() {
+  const auto variable = absoluteVariable("XDG_STATE_HOME");
+  return variable ? *variable : homeFolder() + "/.local/state";
+}
+
 std::vector<std::string> dataFolders() {
   std::vector<std::string> folders{dataHomeFolder()};
   const char* const value = std::getenv("XDG_DATA_DIRS");

@@ -13,10 +13,11 @@ namespace tervano {
 
 // HOME when it is absolute, else the account's home folder.
 std::string homeFolder();
-// $XDG_DATA_HOME and $XDG_CONFIG_HOME; a relative or empty value is ignored for ~/.local/share and
-// ~/.config.
+// $XDG_DATA_HOME, $XDG_CONFIG_HOME and $XDG_STATE_HOME; a relative or empty value is ignored for
+// ~/.local/share, ~/.config and ~/.local/state.
 std::string dataHomeFolder();
 std::string configHomeFolder();
+std::string stateHomeFolder();
 // $XDG_DATA_HOME, then the absolute paths in $XDG_DATA_DIRS, else /usr/local/share and /usr/share:
 // the more important folder first.
 std::vector<std::string> dataFolders();
