@@ -1,7 +1,10 @@
 #include "tools/ask/dialog.h"
 
 #include <gtk/gtk.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
 
 namespace tervano {
@@ -13,11 +16,20 @@ constexpr int kSpacing = 12;
 constexpr int kWidth = 460;
 constexpr int kMaximumListHeight = 220;
 
+// As long as the reader of the password takes it.
+constexpr std::size_t kLongestPassword = 1023;
+
 struct Dialog {
   GMainLoop* loop = nullptr;
   GtkWindow* window = nullptr;
   GtkWidget* cancel = nullptr;
+  GtkWidget* consent = nullptr;
   DialogAnswer answer = DialogAnswer::refusal;
+  // Of a password: where it goes, its two fields and what is wrong with them.
+  int passwordDescriptor = -1;
+  GtkWidget* password = nullptr;
+  GtkWidget* again = nullptr;
+  GtkWidget* complaint = nullptr;
 };
 
 std::string validText(const std::string& text) {
@@ -55,10 +67,53 @@ GtkWidget* listOf(const std::vector<std::string>& items) {
   return scroller;
 }
 
+// The text of a field, in the field's own memory.
+const char* textOf(GtkWidget* field) {
+  return gtk_editable_get_text(GTK_EDITABLE(field));
+}
+
+bool writePassword(const Dialog& dialog) {
+  const char* text = textOf(dialog.password);
+  std::size_t left = std::strlen(text);
+  while (left > 0) {
+    const ssize_t written = write(dialog.passwordDescriptor, text, left);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    text += written;
+    left -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
 void consented(GtkButton* /*button*/, gpointer data) {
   auto* const dialog = static_cast<Dialog*>(data);
-  dialog->answer = DialogAnswer::consent;
+  if (dialog->password == nullptr || writePassword(*dialog)) {
+    dialog->answer = DialogAnswer::consent;
+  }
   gtk_window_close(dialog->window);
+}
+
+void passwordChanged(GtkEditable* /*field*/, gpointer data) {
+  auto* const dialog = static_cast<Dialog*>(data);
+  const char* const password = textOf(dialog->password);
+  const char* const again = textOf(dialog->again);
+  const bool isSame = std::strcmp(password, again) == 0;
+  const bool isTooLong = std::strlen(password) > kLongestPassword;
+  const char* complaint = "";
+  if (isTooLong) {
+    complaint = "The password is too long.";
+  } else if (*again != '\0' && !isSame) {
+    complaint = "The passwords are not the same.";
+  }
+  gtk_label_set_text(GTK_LABEL(dialog->complaint), complaint);
+  gtk_widget_set_sensitive(dialog->consent, *password != '\0' && isSame && !isTooLong);
+}
+
+GtkWidget* passwordField(const char* purpose) {
+  GtkWidget* const field = gtk_password_entry_new();
+  g_object_set(field, "placeholder-text", purpose, "activates-default", TRUE, nullptr);
+  gtk_accessible_update_property(GTK_ACCESSIBLE(field), GTK_ACCESSIBLE_PROPERTY_LABEL, purpose, -1);
+  return field;
 }
 
 void refused(GtkButton* /*button*/, gpointer data) {
@@ -89,13 +144,28 @@ GtkWidget* buttonsOf(const DialogQuestion& question, Dialog& dialog) {
   gtk_widget_set_halign(row, GTK_ALIGN_END);
   GtkWidget* const cancel = gtk_button_new_with_label("Cancel");
   GtkWidget* const consent = gtk_button_new_with_label(validText(question.consent).c_str());
-  gtk_widget_add_css_class(consent, "destructive-action");
+  gtk_widget_add_css_class(
+      consent, question.passwordDescriptor >= 0 ? "suggested-action" : "destructive-action");
   g_signal_connect(cancel, "clicked", G_CALLBACK(refused), &dialog);
   g_signal_connect(consent, "clicked", G_CALLBACK(consented), &dialog);
   gtk_box_append(GTK_BOX(row), cancel);
   gtk_box_append(GTK_BOX(row), consent);
   dialog.cancel = cancel;
+  dialog.consent = consent;
   return row;
+}
+
+// Below the items: the two fields and room for what is wrong with them.
+void addPasswordFields(GtkBox* column, Dialog& dialog) {
+  dialog.password = passwordField("Password");
+  gtk_password_entry_set_show_peek_icon(GTK_PASSWORD_ENTRY(dialog.password), TRUE);
+  dialog.again = passwordField("The same password again");
+  dialog.complaint = labelOf("", "error");
+  for (GtkWidget* const field : {dialog.password, dialog.again}) {
+    gtk_box_append(column, field);
+    g_signal_connect(field, "changed", G_CALLBACK(passwordChanged), &dialog);
+  }
+  gtk_box_append(column, dialog.complaint);
 }
 
 }  // namespace
@@ -122,10 +192,16 @@ DialogAnswer askInWindow(const DialogQuestion& question) {
   gtk_box_append(GTK_BOX(column), labelOf(question.text, "title-4"));
   if (!question.detail.empty()) gtk_box_append(GTK_BOX(column), labelOf(question.detail, nullptr));
   if (!question.items.empty()) gtk_box_append(GTK_BOX(column), listOf(question.items));
+  if (question.passwordDescriptor >= 0) {
+    dialog.passwordDescriptor = question.passwordDescriptor;
+    addPasswordFields(GTK_BOX(column), dialog);
+  }
   gtk_window_set_child(dialog.window, column);
   gtk_box_append(GTK_BOX(column), buttonsOf(question, dialog));
-  gtk_window_set_default_widget(dialog.window, dialog.cancel);
-  gtk_window_set_focus(dialog.window, dialog.cancel);
+  const bool asksPassword = dialog.password != nullptr;
+  if (asksPassword) gtk_widget_set_sensitive(dialog.consent, FALSE);
+  gtk_window_set_default_widget(dialog.window, asksPassword ? dialog.consent : dialog.cancel);
+  gtk_window_set_focus(dialog.window, asksPassword ? dialog.password : dialog.cancel);
 
   gtk_window_present(dialog.window);
   g_main_loop_run(dialog.loop);

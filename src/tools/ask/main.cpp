@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -12,6 +15,8 @@ constexpr int kConsent = 0;
 constexpr int kRefusal = 1;
 constexpr int kUsage = 2;
 constexpr int kNoDisplay = 3;
+// Where a password is written to.
+constexpr int kPasswordDescriptor = 3;
 
 int complain(const char* sentence) {
   std::fprintf(stderr, "tervano-ask: %s\n", sentence);
@@ -23,6 +28,11 @@ int run(int argc, char** argv) {
   int index = 1;
   for (; index < argc && std::strcmp(argv[index], "--") != 0; index += 2) {
     const std::string_view option = argv[index];
+    if (option == "--password") {
+      question.passwordDescriptor = kPasswordDescriptor;
+      --index;
+      continue;
+    }
     if (index + 1 >= argc) return complain("An option lacks its value.");
     if (option == "--question") {
       question.text = argv[index + 1];
@@ -31,12 +41,21 @@ int run(int argc, char** argv) {
     } else if (option == "--consent") {
       question.consent = argv[index + 1];
     } else {
-      return complain("The options are --question, --detail and --consent, then -- and items.");
+      return complain(
+          "The options are --question, --detail, --consent and --password, then -- and items.");
     }
   }
   for (++index; index < argc; ++index) question.items.emplace_back(argv[index]);
   if (question.text.empty() || question.consent.empty()) {
     return complain("--question and --consent are needed.");
+  }
+  if (question.passwordDescriptor >= 0) {
+    if (fcntl(question.passwordDescriptor, F_GETFD) < 0) {
+      return complain("--password needs descriptor 3 to write the password to.");
+    }
+    // No memory dump has the password in it.
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_CORE, &none);
   }
   switch (askInWindow(question)) {
     case DialogAnswer::consent:
@@ -54,8 +73,8 @@ int run(int argc, char** argv) {
 
 }  // namespace tervano
 
-// Asks one question in a window: 0 for consent, 1 for a refusal, 2 for wrong arguments, 3 without a
-// display.
+// Asks one question in a window, and for a new password when it is to: 0 for consent, 1 for a
+// refusal, 2 for wrong arguments, 3 without a display.
 int main(int argc, char** argv) {
   return tervano::run(argc, argv);
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tests/support/program.h"
+#include "tests/support/run_program.h"
 #include "tests/support/temporary_home.h"
 #include "tests/support/virtual_display.h"
 #include "tests/support/wait.h"
@@ -97,6 +98,71 @@ TEST_F(WindowTest, WrongArgumentsAreRefused) {
   EXPECT_EQ(run(TERVANO_ASK, {"--question", "Why?"}), 2);
   EXPECT_EQ(run(TERVANO_ASK, {"--question"}), 2);
   EXPECT_EQ(run(TERVANO_ASK, {"--what", "x", "--consent", "Yes"}), 2);
+}
+
+// The window with its two fields. What it writes arrives in a file.
+class PasswordWindowTest : public WindowTest {
+ protected:
+  ChildProcess askForPassword(const std::vector<std::string>& items = {"/home/a.txt"}) {
+    // Only a shell can give it descriptor 3.
+    std::vector<std::string> arguments{"-c",
+                                       "exec \"$0\" \"$@\" 3> \"$PASSWORD_FILE\"",
+                                       TERVANO_ASK,
+                                       "--question",
+                                       "Compress \"a.txt\" with a password",
+                                       "--detail",
+                                       "Names can be read by anyone.",
+                                       "--consent",
+                                       "Compress",
+                                       "--password",
+                                       "--"};
+    arguments.insert(arguments.end(), items.begin(), items.end());
+    home_.setVariable("PASSWORD_FILE", file_);
+    return startProgram("/bin/sh", arguments);
+  }
+  static void type(const std::string& text) {
+    ASSERT_EQ(run("/usr/bin/xdotool", {"type", "--delay", "50", text}), 0);
+  }
+
+  const std::string file_ = home_.path() + "/password";
+};
+
+TEST_F(PasswordWindowTest, TheSameTextTwiceIsWrittenWithoutALineEnd) {
+  auto asking = askForPassword();
+  press({"p"});
+  type("ass 'w\"ord");
+  press({"Tab"});
+  type("pass 'w\"ord");
+  press({"Return"});
+  EXPECT_EQ(asking.waitForExit(kSeconds), 0);
+  EXPECT_EQ(contentsOf(file_), "pass 'w\"ord");
+}
+
+TEST_F(PasswordWindowTest, DifferentTextsAreNotTakenAndCanBeCorrected) {
+  auto asking = askForPassword();
+  press({"a", "b", "Tab", "a", "b", "c", "Return", "shift+Tab", "End", "c", "Return"});
+  EXPECT_EQ(asking.waitForExit(kSeconds), 0);
+  EXPECT_EQ(contentsOf(file_), "abc");
+}
+
+TEST_F(PasswordWindowTest, NoTextIsNotTaken) {
+  auto asking = askForPassword();
+  press({"Return", "Tab", "Return", "a", "shift+Tab", "a", "Return"});
+  EXPECT_EQ(asking.waitForExit(kSeconds), 0);
+  EXPECT_EQ(contentsOf(file_), "a");
+}
+
+TEST_F(PasswordWindowTest, EscapeRefusesAndWritesNothing) {
+  auto asking = askForPassword();
+  press({"a", "Tab", "a", "Escape"});
+  EXPECT_EQ(asking.waitForExit(kSeconds), 1);
+  EXPECT_EQ(contentsOf(file_), "");
+}
+
+TEST_F(PasswordWindowTest, WithoutTheDescriptorItIsWrongArguments) {
+  auto asking = startProgram("/bin/sh", {"-c", "exec \"$0\" \"$@\" 3>&-", TERVANO_ASK, "--question",
+                                         "Q", "--consent", "C", "--password"});
+  EXPECT_EQ(asking.waitForExit(kSeconds), 2);
 }
 
 }  // namespace tervano::test
