@@ -15,6 +15,8 @@
 #include "actions/tv_send_via_email_action.h"
 #include "actions/tv_shell_script_action.h"
 #include "archive/platform_exception.h"
+#include "companion/compress_run.h"
+#include "companion/copy_run.h"
 #include "model/tv_action_group.h"
 #include "platform/file_manager.h"
 #include "platform/log.h"
@@ -39,9 +41,13 @@ std::string reasonForSilentFailure(const TVAction& action) {
     if (error) return error->message;
   }
   const auto* move = dynamic_cast<const TVMoveToAction*>(&action);
-  if (move == nullptr) return quotedTitle(action) + " failed and gave no reason.";
-  if (!move->destinationURL()) return quotedTitle(action) + " has no destination folder.";
-  const std::string destination = move->destinationURL()->path();
+  const auto* copy = dynamic_cast<const TVCopyToAction*>(&action);
+  if (move == nullptr && copy == nullptr) {
+    return quotedTitle(action) + " failed and gave no reason.";
+  }
+  const auto& url = move != nullptr ? move->destinationURL() : copy->destinationURL();
+  if (!url) return quotedTitle(action) + " has no destination folder.";
+  const std::string destination = url->path();
   const bool exists = platform().fileManager->fileExistsAtPath(destination);
   return "The destination folder of " + quotedTitle(action) +
          (exists ? " cannot be written to: " : " does not exist: ") + destination;
@@ -56,8 +62,7 @@ bool is(const TVAction& action) {
 // back.
 std::optional<std::string> reasonForSilence(TVAction& action,
                                             const std::vector<std::string>& paths) {
-  if (action.className() == "TVAction" || is<TVActionGroup>(action) || is<TVCopyToAction>(action) ||
-      is<TVCompressPasswordAction>(action)) {
+  if (action.className() == "TVAction" || is<TVActionGroup>(action)) {
     return quotedTitle(action) + " is of a kind that does nothing when it is run (" +
            std::string(action.className()) + ").";
   }
@@ -66,9 +71,14 @@ std::optional<std::string> reasonForSilence(TVAction& action,
     return std::nullopt;
   }
   auto* const reset = dynamic_cast<TVResetAppPreferencesAction*>(&action);
-  const bool needsPaths =
-      reset != nullptr || is<TVConvertImageAction>(action) || is<TVSecureRemoveAction>(action);
+  const bool compresses = is<TVCompressPasswordAction>(action);
+  const bool needsPaths = reset != nullptr || compresses || is<TVConvertImageAction>(action) ||
+                          is<TVSecureRemoveAction>(action);
   if (needsPaths && paths.empty()) return quotedTitle(action) + " needs a file to work on.";
+  if (compresses) {
+    const auto error = reasonNotToCompress(paths);
+    return error ? std::optional(error->message) : std::nullopt;
+  }
   if (reset != nullptr && reset->bundleIDForPath(paths.front()).value_or("").empty()) {
     return paths.front() + " is no application whose preferences can be found.";
   }
@@ -97,48 +107,76 @@ void releaseHelpers(TVAction& action) {
   }
 }
 
+std::string subjectOf(const std::vector<std::string>& paths) {
+  return paths.size() == 1 ? "\"" + lastPathComponent(paths.front()) + "\""
+                           : std::to_string(paths.size()) + " items";
+}
+
 // What has to be asked before the action may run; nil when nothing is.
 std::optional<Question> questionFor(const TVAction& action, const std::vector<std::string>& paths) {
   if (!is<TVSecureRemoveAction>(action) || paths.empty()) return std::nullopt;
-  const std::string what = paths.size() == 1 ? "\"" + lastPathComponent(paths.front()) + "\""
-                                             : std::to_string(paths.size()) + " items";
-  return Question{"Overwrite and delete " + what + " for good?", paths, "Delete"};
+  return Question{"Overwrite and delete " + subjectOf(paths) + " for good?", paths, "Delete",
+                  "What is overwritten cannot be brought back."};
+}
+
+Question passwordQuestionFor(const std::vector<std::string>& paths) {
+  return {"Compress " + subjectOf(paths) + " with a password", paths, "Compress",
+          "What is in the files stays hidden without the password, and is lost when the password "
+          "is. Their names can be read by anyone."};
 }
 
 // One request on its way. The action's blocks hold it, and it holds the action.
 class Run : public std::enable_shared_from_this<Run> {
  public:
-  Run(std::shared_ptr<TVAction> action, std::vector<std::string> paths, Asker asker,
-      std::function<void(const RunOutcome&)> finished)
+  Run(std::shared_ptr<TVAction> action, std::vector<std::string> paths, Askers askers,
+      std::function<void(const RunOutcome&)> finished, WorkMonitor monitor = {})
       : action_(std::move(action)),
         paths_(std::move(paths)),
-        asker_(std::move(asker)),
-        finished_(std::move(finished)) {}
+        askers_(std::move(askers)),
+        finished_(std::move(finished)),
+        monitor_(std::move(monitor)) {}
 
   void start() {
     guarded([this] {
       silence_ = reasonForSilence(*action_, paths_);
+      if (is<TVCompressPasswordAction>(*action_) && !silence_) return askForPassword();
       const auto question = questionFor(*action_, paths_);
-      if (!question || !asker_) return prepare();
-      asker_(*question, [run = shared_from_this()](bool consents, const std::string& reason) {
-        if (consents) {
-          run->guarded([&] { run->prepare(); });
-        } else if (reason.empty()) {
-          run->end({false, quotedTitle(*run->action_) + " was cancelled.", true});
-        } else {
-          run->end({false, reason, false});
-        }
+      if (!question || !askers_.consent) return prepare();
+      askers_.consent(*question, [run = shared_from_this()](bool consents, const auto& reason) {
+        run->goOn(consents, reason);
       });
     });
   }
 
  private:
+  void askForPassword() {
+    if (!askers_.password) return goOn(false, "There is nobody to ask for the password.");
+    askers_.password(
+        passwordQuestionFor(paths_),
+        [run = shared_from_this()](std::optional<Secret> password, const std::string& reason) {
+          const bool isGiven = password && !password->empty();
+          if (isGiven) run->password_ = std::move(password);
+          run->goOn(isGiven, reason);
+        });
+  }
+
+  // After the user's answer.
+  void goOn(bool consents, const std::string& reason) {
+    if (consents) {
+      guarded([this] { prepare(); });
+    } else if (reason.empty()) {
+      endAsCancelled();
+    } else {
+      end({false, reason, false});
+    }
+  }
+
   void prepare() {
     action_->beforeRunWithFilePaths(paths_, [run = shared_from_this()](const Value&) {
       run->guarded([&] { run->proceed(); });
     });
     // Known not to call back, always or when it finds no program.
-    if (silence_ || is<TVSecureRemoveAction>(*action_)) {
+    if (silence_ || is<TVSecureRemoveAction>(*action_) || is<TVCompressPasswordAction>(*action_)) {
       proceed();
     } else if (is<TVSendViaEmailAction>(*action_) && !proceeds_) {
       end({false, "There is no mail program: no application handles \"mailto:\" links.", false});
@@ -154,6 +192,10 @@ class Run : public std::enable_shared_from_this<Run> {
         });
     if (silence_) {
       end({false, *silence_, false});
+    } else if (const auto* copy = dynamic_cast<const TVCopyToAction*>(action_.get())) {
+      copyFiles(copy->destinationURL(), paths_, monitor_, endOfWork());
+    } else if (is<TVCompressPasswordAction>(*action_)) {
+      compressFiles(paths_, std::move(*password_), monitor_, endOfWork());
     } else if (startedNoTool(*action_)) {
       end({false, quotedTitle(*action_) + " found nothing to do.", false});
     }
@@ -170,8 +212,19 @@ class Run : public std::enable_shared_from_this<Run> {
     }
   }
 
-  // Whether the class shows the user a failure that it reports.
-  bool tellsFailures() const { return is<TVMoveToAction>(*action_); }
+  FileWorkEnd endOfWork() {
+    return [run = shared_from_this()](const FileWorkOutcome& outcome) {
+      if (outcome.cancelled) return run->endAsCancelled();
+      run->complete(outcome.success, outcome.error);
+    };
+  }
+
+  // Whether the user is shown a failure by what reports it.
+  bool tellsFailures() const {
+    return is<TVMoveToAction>(*action_) || is<TVCopyToAction>(*action_);
+  }
+
+  void endAsCancelled() { end({false, quotedTitle(*action_) + " was cancelled.", true}); }
 
   // The outermost caller of an action: here its exception ends.
   void guarded(const std::function<void()>& step) {
@@ -196,8 +249,11 @@ class Run : public std::enable_shared_from_this<Run> {
 
   std::shared_ptr<TVAction> action_;
   std::vector<std::string> paths_;
-  Asker asker_;
+  Askers askers_;
   std::function<void(const RunOutcome&)> finished_;
+  WorkMonitor monitor_;
+  // Nil until it was given.
+  std::optional<Secret> password_;
   // Why the run will not call back; nil when it will.
   std::optional<std::string> silence_;
   bool proceeds_ = false;
@@ -234,7 +290,7 @@ class Conversion : public std::enable_shared_from_this<Conversion> {
   void runNext() {
     auto batch = takeBatch(static_cast<const TVConvertImageAction&>(*action_), paths_);
     std::make_shared<Run>(
-        action_->copy(), std::move(batch), nullptr,
+        action_->copy(), std::move(batch), Askers(),
         [conversion = shared_from_this()](const RunOutcome& outcome) { conversion->end(outcome); })
         ->start();
   }
@@ -258,12 +314,17 @@ class Conversion : public std::enable_shared_from_this<Conversion> {
 
 }  // namespace
 
-void runAction(const TVAction& action, std::vector<std::string> paths, const Asker& asker,
-               std::function<void(const RunOutcome&)> finished) {
+bool isFileWork(const TVAction& action) {
+  return is<TVCopyToAction>(action) || is<TVCompressPasswordAction>(action);
+}
+
+void runAction(const TVAction& action, std::vector<std::string> paths, const Askers& askers,
+               std::function<void(const RunOutcome&)> finished, const WorkMonitor& monitor) {
   if (is<TVConvertImageAction>(action)) {
     std::make_shared<Conversion>(action.copy(), std::move(paths), std::move(finished))->runNext();
   } else {
-    std::make_shared<Run>(action.copy(), std::move(paths), asker, std::move(finished))->start();
+    std::make_shared<Run>(action.copy(), std::move(paths), askers, std::move(finished), monitor)
+        ->start();
   }
 }
 

@@ -2,10 +2,13 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "companion/file_work.h"
 #include "model/tv_action.h"
+#include "platform/linux/secret.h"
 
 namespace tervano {
 
@@ -18,26 +21,45 @@ struct RunOutcome {
   bool toldByAction = false;
 };
 
-// What the user is asked before files are lost for good.
+// What the user is asked before something is done to files.
 struct Question {
-  // One sentence that ends with a question mark.
+  // One sentence: a question, or what is going to be done.
   std::string text;
   // The paths it is about.
   std::vector<std::string> paths;
   // The button that says yes: "Delete".
   std::string consent;
+  // What to know before answering, in one or two sentences.
+  std::string detail;
 };
 // Asks, and calls `answer` exactly once, at once or later on the main queue. A reason goes with a
 // no that the user did not give, such as that nobody could be asked; it is empty otherwise.
 using Asker =
     std::function<void(const Question& question,
                        std::function<void(bool consents, const std::string& reason)> answer)>;
+// The same for a password that the user makes up, typed twice where it cannot be seen and never
+// empty; nil is the no.
+using PasswordAsker = std::function<void(
+    const Question& question,
+    std::function<void(std::optional<Secret> password, const std::string& reason)> answer)>;
+// Who asks the user.
+struct Askers {
+  // Without one everybody consents.
+  Asker consent;
+  // Without one there is no password.
+  PasswordAsker password;
+};
+
+// Whether running the action is work of this process that a monitor can follow and stop.
+bool isFileWork(const TVAction& action);
 
 // Runs a copy of `action` on the paths: first its before-run, then its run, holding the copy to the
-// end. What removes files for good is run only after `asker` has the user's consent; without one
-// it is run at once. `finished` is called exactly once, later, on the main queue, also when the
-// action throws or is one whose run or before-run never calls back. Main thread.
-void runAction(const TVAction& action, std::vector<std::string> paths, const Asker& asker,
-               std::function<void(const RunOutcome&)> finished);
+// end. What the classes leave to their driver, copying and compressing, is done here after that,
+// and `monitor` may follow and stop it. What removes files for good is run only after the user's
+// consent; what compresses asks for the password. `finished` is called exactly once, later, on the
+// main queue, also when the action throws or is one whose run or before-run never calls back. Main
+// thread.
+void runAction(const TVAction& action, std::vector<std::string> paths, const Askers& askers,
+               std::function<void(const RunOutcome&)> finished, const WorkMonitor& monitor = {});
 
 }  // namespace tervano

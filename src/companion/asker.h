@@ -4,10 +4,18 @@
 
 namespace tervano {
 
-// Asks on the terminal of this process; null when it has none to read from and write to.
+// Asks for consent on the terminal of this process; null when it has none to read from and write
+// to.
 Asker askerOfTerminal();
-// Asks in a window of the desktop, else on the terminal; where there is neither the answer is no,
-// with the reason.
+// Asks for consent in a window of the desktop, else on the terminal; where there is neither the
+// answer is no, with the reason.
 Asker askerOfDesktop();
+
+// Ask for a new password: on the terminal first or in a window first, each else in the other way.
+// On the terminal it is typed unseen.
+PasswordAsker passwordAskerOfTerminal();
+PasswordAsker passwordAskerOfDesktop();
+// Reads the password from the first line of an open descriptor, for scripts.
+PasswordAsker passwordAskerOfDescriptor(int descriptor);
 
 }  // namespace tervano

@@ -213,6 +213,13 @@ std::optional<Error> RehearsedFileManager::copyItemAtPath(const std::string& fro
   return std::nullopt;
 }
 
+std::optional<Error> RehearsedFileManager::performCopy(const ItemCopy& copy) {
+  if (copy.replaces && itemExistsAtPath(copy.from) && itemExistsAtPath(copy.to)) {
+    if (auto error = removeItemAtPath(copy.to)) return error;
+  }
+  return copyItemAtPath(copy.from, copy.to);
+}
+
 std::optional<Error> RehearsedFileManager::setAttributesOfItemAtPath(
     const FileAttributes& /*attributes*/, const std::string& /*path*/) {
   return std::nullopt;

@@ -19,7 +19,8 @@ namespace tervano {
 
 // One thing that a run would have done.
 struct RehearsedStep {
-  // "run", "move", "copy", "remove", "write", "make folder", "call", "attach", "open" or "show".
+  // "run", "move", "copy", "remove", "write", "make folder", "compress", "call", "attach", "open"
+  // or "show".
   std::string what;
   // For "run" the program and its arguments; for "call" the handler and the paths it gets; for
   // "open" and "attach" the application, if any, and the files; otherwise the paths, where
@@ -55,6 +56,7 @@ class RehearsedFileManager : public ForwardingFileManager {
                                        bool atomically) override;
   std::optional<Error> removeItemAtPath(const std::string& path) override;
   std::optional<Error> copyItemAtPath(const std::string& from, const std::string& to) override;
+  std::optional<Error> performCopy(const ItemCopy& copy) override;
   std::optional<Error> setAttributesOfItemAtPath(const FileAttributes& attributes,
                                                  const std::string& path) override;
   std::optional<Error> moveItemAtPath(const std::string& from, const std::string& to) override;

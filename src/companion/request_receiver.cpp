@@ -10,6 +10,7 @@
 #include "companion/action_store.h"
 #include "companion/arguments.h"
 #include "platform/clock.h"
+#include "platform/linux/unfinished_items.h"
 #include "platform/log.h"
 #include "platform/platform.h"
 #include "platform/run_loop.h"
@@ -20,8 +21,6 @@ namespace tervano {
 
 namespace {
 
-// What the file manager writes beside a file before it takes its place.
-constexpr char kTemporaryPrefix[] = ".tervano-";
 constexpr std::int64_t kStaleAfterSeconds = 86'400;  // A day.
 
 void tellUser(const std::string& message) {
@@ -63,7 +62,7 @@ void RequestReceiver::openURL(const std::string& url, Finished finished) {
     const auto place = findAction(manager->actions(), handOff->action);
     if (!place)
       return fail("The chosen action is no longer in the list (" + handOff->action + ").");
-    runAction(*place->action, *paths, asker_, ended);
+    runAction(*place->action, *paths, askers_, ended);
   } catch (const CommandError& unreadable) {
     fail(unreadable.what());
   }
@@ -104,7 +103,7 @@ void RequestReceiver::removeStaleHandOffFiles() {
   while (const dirent* entry = readdir(directory)) {
     struct stat status {};
     const std::string name = entry->d_name;
-    if (!isHandOffFileName(name) && !name.starts_with(kTemporaryPrefix)) continue;
+    if (!isHandOffFileName(name) && !name.starts_with(UnfinishedItem::kPrefix)) continue;
     if (fstatat(dirfd(directory), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
     if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) continue;
     if (now - status.st_mtim.tv_sec <= kStaleAfterSeconds) continue;

@@ -20,8 +20,8 @@ class RequestReceiver : public std::enable_shared_from_this<RequestReceiver> {
   // `message` is a sentence, empty for success.
   using Finished = std::function<void(Result result, const std::string& message)>;
 
-  // Asks through `asker` before files are lost for good; without one nothing is asked.
-  explicit RequestReceiver(Asker asker = nullptr) : asker_(std::move(asker)) {}
+  // Asks the user through `askers`.
+  explicit RequestReceiver(Askers askers = {}) : askers_(std::move(askers)) {}
 
   // `finished` is called exactly once, later, on the main queue; may be empty.
   void openURL(const std::string& url, Finished finished = nullptr);
@@ -37,7 +37,7 @@ class RequestReceiver : public std::enable_shared_from_this<RequestReceiver> {
  private:
   void end(const HandOff& handOff, const RunOutcome& outcome, const Finished& finished);
 
-  Asker asker_;
+  Askers askers_;
   // The names of the hand-off files of running requests.
   std::set<std::string> running_;
 };

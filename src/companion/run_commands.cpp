@@ -1,12 +1,20 @@
+#include <fcntl.h>
+
+#include <array>
 #include <chrono>
+#include <csignal>
 #include <iostream>
 
+#include "actions/next_available_path.h"
+#include "actions/tv_compress_password_action.h"
 #include "companion/action_driver.h"
 #include "companion/action_store.h"
 #include "companion/arguments.h"
 #include "companion/asker.h"
 #include "companion/command.h"
 #include "companion/complain.h"
+#include "companion/compress_run.h"
+#include "companion/file_work.h"
 #include "companion/recording_processes.h"
 #include "companion/rehearsal.h"
 #include "companion/request_receiver.h"
@@ -38,10 +46,56 @@ void waitForDesktop() {
       kDeliveryTimeoutSeconds);
 }
 
+Askers askersOfDesktop() {
+  return {askerOfDesktop(), passwordAskerOfDesktop()};
+}
+
+// Interrupting this process from the terminal stops the work, which cleans up after itself; a
+// second time ends the process. What the process was told to ignore stays ignored. For as long as
+// it lives, one at a time.
+class CancelOnSignals {
+ public:
+  explicit CancelOnSignals(const CancelToken& token) {
+    token_ = &token;
+    struct sigaction action {};
+    action.sa_handler = [](int) { token_->cancel(); };
+    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
+    for (std::size_t at = 0; at < kSignals.size(); ++at) {
+      sigaction(kSignals[at], nullptr, &before_[at]);
+      if (before_[at].sa_handler != SIG_IGN) sigaction(kSignals[at], &action, nullptr);
+    }
+  }
+  CancelOnSignals(const CancelOnSignals&) = delete;
+  CancelOnSignals& operator=(const CancelOnSignals&) = delete;
+  ~CancelOnSignals() {
+    for (std::size_t at = 0; at < kSignals.size(); ++at) {
+      sigaction(kSignals[at], &before_[at], nullptr);
+    }
+    token_ = nullptr;
+  }
+
+ private:
+  static constexpr std::array<int, 3> kSignals{SIGINT, SIGTERM, SIGHUP};
+  static inline const CancelToken* token_ = nullptr;
+  std::array<struct sigaction, kSignals.size()> before_{};
+};
+
+// An open descriptor as a word of the command line.
+int descriptorFrom(const std::string& text) {
+  constexpr std::size_t kMaximumDigits = 6;
+  const bool isNumber = !text.empty() && text.size() <= kMaximumDigits &&
+                        text.find_first_not_of("0123456789") == std::string::npos;
+  if (!isNumber || fcntl(std::stoi(text), F_GETFD) < 0) {
+    throw UsageError("--password-fd takes the number of an open descriptor.");
+  }
+  return std::stoi(text);
+}
+
 int openURL(const std::vector<std::string>& words) {
   const Arguments arguments(words, {});
   arguments.requirePositional(1, 1, "The URL");
-  const auto receiver = std::make_shared<RequestReceiver>(askerOfDesktop());
+  const auto receiver = std::make_shared<RequestReceiver>(askersOfDesktop());
+  removeUnfinishedItems();
   std::optional<RequestReceiver::Result> ended;
   receiver->openURL(arguments.positional().front(),
                     [&](RequestReceiver::Result result, const std::string&) { ended = result; });
@@ -80,9 +134,21 @@ int rehearse(const TVAction& action, std::vector<std::string> paths, bool asJson
   services.log = &silentLog;
   installPlatform(services);
   std::optional<RunOutcome> ended;
-  runAction(action, std::move(paths), Asker(), [&](const RunOutcome& outcome) { ended = outcome; });
-  platform().runLoop->runMainLoopUntil([&] { return ended.has_value(); }, -1);
-  const auto steps = rehearsal.steps();
+  std::vector<RehearsedStep> steps;
+  if (dynamic_cast<const TVCompressPasswordAction*>(&action) != nullptr) {
+    // Packing is no service of the platform.
+    const auto error = reasonNotToCompress(paths);
+    ended = RunOutcome{!error, error ? error->message : "", false};
+    if (!error) {
+      std::string archive = vx_nextAvailablePath(archivePathFor(paths));
+      paths.push_back(std::move(archive));
+      steps.push_back({"compress", std::move(paths)});
+    }
+  } else {
+    runAction(action, std::move(paths), {}, [&](const RunOutcome& outcome) { ended = outcome; });
+    platform().runLoop->runMainLoopUntil([&] { return ended.has_value(); }, -1);
+    steps = rehearsal.steps();
+  }
   if (asJson) {
     auto json = nlohmann::ordered_json::array();
     for (const auto& step : steps) json.push_back({{"does", step.what}, {"words", step.words}});
@@ -99,8 +165,13 @@ int rehearse(const TVAction& action, std::vector<std::string> paths, bool asJson
 }
 
 int run(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {{}, {"yes", "dry-run", "json"}});
+  const Arguments arguments(words, {{"password-fd"}, {"yes", "dry-run", "json"}});
   arguments.requirePositional(1, SIZE_MAX, "The uid of an action");
+  Askers askers;
+  if (!arguments.has("yes")) askers.consent = askerOfTerminal();
+  const auto descriptor = arguments.value("password-fd");
+  askers.password = descriptor ? passwordAskerOfDescriptor(descriptorFrom(*descriptor))
+                               : passwordAskerOfTerminal();
   const auto place = [&] {
     const ScopedSilence silence;
     return requireAction(loadActions()->actions(), arguments.positional().front());
@@ -119,10 +190,19 @@ int run(const std::vector<std::string>& words) {
   static Platform services = platform();
   services.processes = &processes;
   installPlatform(services);
+  const WorkMonitor monitor;
+  std::optional<CancelOnSignals> cancelling;
+  // Other kinds are ended by a signal as any program is, and their tools with them.
+  if (isFileWork(*place.action)) {
+    cancelling.emplace(monitor.cancel);
+    removeUnfinishedItems();
+  }
   std::optional<RunOutcome> ended;
-  runAction(*place.action, std::move(paths), arguments.has("yes") ? Asker() : askerOfTerminal(),
-            [&](const RunOutcome& outcome) { ended = outcome; });
+  runAction(
+      *place.action, std::move(paths), askers, [&](const RunOutcome& outcome) { ended = outcome; },
+      monitor);
   platform().runLoop->runMainLoopUntil([&] { return ended.has_value(); }, -1);
+  cancelling.reset();
   waitForDesktop();
   if (!ended->success) throw CommandError(ended->message);
   const auto complaints = processes.complaints();
@@ -144,6 +224,7 @@ class Service {
       // The other process is leaving or stuck; the request must not be lost.
     }
     RequestReceiver::removeStaleHandOffFiles();
+    removeLeftOvers();
     platform().userNotifications->setActivationHandler([this](const UserNotification& shown) {
       touch();
       RequestReceiver::showFilesOfNotification(shown.userInfo);
@@ -162,6 +243,16 @@ class Service {
  private:
   using SteadyClock = std::chrono::steady_clock;
 
+  // On a queue of its own: it may be much.
+  void removeLeftOvers() const {
+    *isCleaning_ = true;
+    const auto queue = platform().runLoop->createSerialQueue("com.vessok.cleanupqueue");
+    queue->dispatchAsync([isCleaning = isCleaning_] {
+      removeUnfinishedItems();
+      platform().runLoop->dispatchAsyncOnMainQueue([isCleaning] { *isCleaning = false; });
+    });
+  }
+
   void touch() { lastRequest_ = SteadyClock::now(); }
 
   void open(const std::vector<std::string>& urls) {
@@ -172,7 +263,7 @@ class Service {
   }
 
   bool idle(const ApplicationService& application) const {
-    if (receiver_->running() != 0 || platform().workspace->pendingRequests() != 0 ||
+    if (*isCleaning_ || receiver_->running() != 0 || platform().workspace->pendingRequests() != 0 ||
         platform().userNotifications->pendingDeliveries() != 0) {
       return false;
     }
@@ -187,8 +278,10 @@ class Service {
   }
 
   int idleSeconds_;
-  std::shared_ptr<RequestReceiver> receiver_ = std::make_shared<RequestReceiver>(askerOfDesktop());
+  std::shared_ptr<RequestReceiver> receiver_ = std::make_shared<RequestReceiver>(askersOfDesktop());
   SteadyClock::time_point lastRequest_ = SteadyClock::now();
+  // Whether what killed processes left behind is being removed. Main thread.
+  std::shared_ptr<bool> isCleaning_ = std::make_shared<bool>(false);
 };
 
 int service(const std::vector<std::string>& words) {
@@ -219,14 +312,18 @@ std::vector<Command> runCommands() {
        true},
       {{"run",
         "run an action on files and wait for its end",
-        {"[--yes] UID [PATH...]", "--dry-run [--json] UID [PATH...]"},
+        {"[--yes] [--password-fd N] UID [PATH...]", "--dry-run [--json] UID [PATH...]"},
         {"On a terminal, what removes files for good asks first. A kind of action that does "
          "nothing when it is run says so. A tool that wrote an error, "
-         "ended badly or could not be started is a failure too."},
-        {{"--yes", "Asks nothing."},
+         "ended badly or could not be started is a failure too.",
+         "What compresses asks for the password on the terminal, unseen, else in a window. An "
+         "interrupt stops copying and compressing, and nothing unfinished stays."},
+        {{"--yes", "Removes without asking."},
+         {"--password-fd N", "Reads the password from the first line of that open descriptor."},
          {"--dry-run",
           "Does nothing, and shows one line for each thing that would be done: \"run\" with the "
           "program and every argument, \"move\", \"copy\" and \"remove\" with the exact paths, "
+          "\"compress\" with what is packed and the archive, "
           "\"call\" with the handler of a user script and what it gets, \"open\" and \"attach\" "
           "with an application and the files, \"show\" with the files that a file manager "
           "selects. What would fail ends with the reason."},

@@ -24,6 +24,7 @@
 #include "tests/companion/tervano_program.h"
 #include "tests/support/recording_services.h"
 #include "tests/support/scoped_platform.h"
+#include "tests/support/secret_of.h"
 #include "tests/support/wait.h"
 
 namespace tervano::test {
@@ -83,7 +84,7 @@ class ActionDriverTest : public testing::Test {
 
   RunOutcome outcomeOf(const TVAction& action, const std::vector<std::string>& paths = {}) {
     std::vector<RunOutcome> outcomes;
-    runAction(action, paths, asker_,
+    runAction(action, paths, askers_,
               [&](const RunOutcome& outcome) { outcomes.push_back(outcome); });
     EXPECT_TRUE(outcomes.empty()) << "the end must come later";
     EXPECT_TRUE(waitUntil([&] { return !outcomes.empty(); }));
@@ -108,7 +109,7 @@ class ActionDriverTest : public testing::Test {
   RecordingLog log_;
   RecordingUserNotifications notifications_;
   RecordingWorkspace workspace_;
-  Asker asker_;
+  Askers askers_;
   std::shared_ptr<ScriptedAction::Script> script_ = std::make_shared<ScriptedAction::Script>();
 };
 
@@ -146,7 +147,7 @@ TEST_F(ActionDriverTest, RunComesAfterBeforeRunCalledBack) {
     ran = true;
     block(true, std::nullopt);
   };
-  runAction(*scripted(), {}, asker_, [&](const RunOutcome&) { ended = true; });
+  runAction(*scripted(), {}, askers_, [&](const RunOutcome&) { ended = true; });
   runPendingMainItems();
   EXPECT_FALSE(ran);
   EXPECT_FALSE(ended);
@@ -180,8 +181,8 @@ TEST_F(ActionDriverTest, EachRunHasItsOwnCopyOfTheAction) {
   script_->run = [&](const auto&, const auto& block) { blocks.push_back(block); };
   const auto action = scripted();
   int ended = 0;
-  runAction(*action, {}, asker_, [&](const RunOutcome&) { ++ended; });
-  runAction(*action, {}, asker_, [&](const RunOutcome&) { ++ended; });
+  runAction(*action, {}, askers_, [&](const RunOutcome&) { ++ended; });
+  runAction(*action, {}, askers_, [&](const RunOutcome&) { ++ended; });
   ASSERT_EQ(script_->ran.size(), 2U);
   EXPECT_NE(script_->ran[0], script_->ran[1]);
   EXPECT_NE(script_->ran[0], action.get());
@@ -193,7 +194,7 @@ TEST_F(ActionDriverTest, CopyLivesToTheEndOfItsRunAndNoLonger) {
   TVAction::CompletionBlock finish;
   script_->run = [&](const auto&, const auto& block) { finish = block; };
   bool ended = false;
-  runAction(*scripted(), {}, asker_, [&](const RunOutcome&) { ended = true; });
+  runAction(*scripted(), {}, askers_, [&](const RunOutcome&) { ended = true; });
   EXPECT_EQ(script_->living, 1);
   finish(true, std::nullopt);
   finish = nullptr;
@@ -228,13 +229,58 @@ TEST_F(ActionDriverTest, ExceptionOfBeforeRunIsItsEndToo) {
   EXPECT_TRUE(script_->ran.empty());
 }
 
-TEST_F(ActionDriverTest, CopyActionThatNeverCallsBackEndsWithASentence) {
+TEST_F(ActionDriverTest, TheDriverCopiesWhatTheClassLeavesToIt) {
+  const std::string home = platform_.home().path();
+  std::filesystem::create_directory(home + "/to");
+  std::ofstream(home + "/a.txt") << "a";
+  const auto copy = action<TVCopyToAction>();
+  copy->setDestinationURL(Url::fileURLWithPath(home + "/to", true));
+  EXPECT_TRUE(outcomeOf(*copy, {home + "/a.txt"}).success);
+  EXPECT_EQ(contentsOf(home + "/to/a.txt"), "a");
+  EXPECT_EQ(contentsOf(home + "/a.txt"), "a");
+}
+
+TEST_F(ActionDriverTest, CopyThatFailsIsToldByItsOwnNotificationOnly) {
+  const std::string home = platform_.home().path();
+  std::filesystem::create_directory(home + "/to");
+  const auto copy = action<TVCopyToAction>();
+  copy->setDestinationURL(Url::fileURLWithPath(home + "/to", true));
+  const auto outcome = outcomeOf(*copy, {home + "/missing"});
+  EXPECT_FALSE(outcome.success);
+  EXPECT_TRUE(outcome.toldByAction);
+  EXPECT_THAT(outcome.message, HasSubstr("No such file or directory"));
+  EXPECT_EQ(notifications_.delivered().size(), 1U);
+}
+
+TEST_F(ActionDriverTest, CopyWithoutItsFolderIsToldByTheDriver) {
   const auto copy = action<TVCopyToAction>();
   copy->setTitle("Backup");
+  EXPECT_EQ(outcomeOf(*copy, {"/etc/hostname"}).message, "\"Backup\" has no destination folder.");
+  copy->setDestinationURL(Url::fileURLWithPath("/no/such/folder", true));
   const auto outcome = outcomeOf(*copy, {"/etc/hostname"});
-  EXPECT_FALSE(outcome.success);
-  EXPECT_THAT(outcome.message, HasSubstr("\"Backup\" is of a kind that does nothing"));
+  EXPECT_EQ(outcome.message,
+            "The destination folder of \"Backup\" does not exist: /no/such/folder");
   EXPECT_FALSE(outcome.toldByAction);
+}
+
+TEST_F(ActionDriverTest, ACopyThatIsStoppedEndsAsCancelled) {
+  const std::string home = platform_.home().path();
+  std::filesystem::create_directory(home + "/to");
+  std::ofstream(home + "/a.txt") << "a";
+  const auto copy = action<TVCopyToAction>();
+  copy->setTitle("Backup");
+  copy->setDestinationURL(Url::fileURLWithPath(home + "/to", true));
+  const WorkMonitor monitor;
+  monitor.cancel.cancel();
+  std::optional<RunOutcome> ended;
+  runAction(
+      *copy, {home + "/a.txt"}, askers_, [&](const RunOutcome& outcome) { ended = outcome; },
+      monitor);
+  ASSERT_TRUE(waitUntil([&] { return ended.has_value(); }));
+  EXPECT_FALSE(ended->success);
+  EXPECT_TRUE(ended->toldByAction) << "who stops it need not be told";
+  EXPECT_EQ(ended->message, "\"Backup\" was cancelled.");
+  EXPECT_TRUE(std::filesystem::is_empty(home + "/to"));
 }
 
 TEST_F(ActionDriverTest, GroupEndsWithASentence) {
@@ -288,12 +334,6 @@ TEST_F(ActionDriverTest, MoveThatFailsIsToldByItsOwnNotificationOnly) {
   EXPECT_EQ(notifications_.delivered().size(), 1U);
 }
 
-TEST_F(ActionDriverTest, CompressEndsWithASentenceThoughNothingOfItCallsBack) {
-  const auto outcome = outcomeOf(*action<TVCompressPasswordAction>(), {"/etc/hostname"});
-  EXPECT_FALSE(outcome.success);
-  EXPECT_THAT(outcome.message, HasSubstr("(TVCompressPasswordAction)"));
-}
-
 TEST_F(ActionDriverTest, ScriptActionWithoutAScriptEndsWithASentence) {
   const auto outcome = outcomeOf(*action<TVShellScriptAction>());
   EXPECT_EQ(outcome.message, "\"Run Script\" has no script.");
@@ -302,7 +342,8 @@ TEST_F(ActionDriverTest, ScriptActionWithoutAScriptEndsWithASentence) {
 
 TEST_F(ActionDriverTest, ToolActionsWithoutFilesEndWithASentence) {
   for (const std::shared_ptr<TVAction>& tool :
-       {std::shared_ptr<TVAction>(action<TVConvertImageAction>()),
+       {std::shared_ptr<TVAction>(action<TVCompressPasswordAction>()),
+        std::shared_ptr<TVAction>(action<TVConvertImageAction>()),
         std::shared_ptr<TVAction>(action<TVSecureRemoveAction>()),
         std::shared_ptr<TVAction>(action<TVResetAppPreferencesAction>())}) {
     tool->setTitle("Tool");
@@ -475,7 +516,7 @@ class ConsentTest : public ActionDriverTest {
  protected:
   ConsentTest() : file_(platform_.home().path() + "/secret.txt") {
     std::ofstream(file_) << "secret";
-    asker_ = [this](const Question& question, const auto& answer) {
+    askers_.consent = [this](const Question& question, const auto& answer) {
       questions_.push_back(question);
       answer(consents_, reason_);
     };
@@ -522,15 +563,80 @@ TEST_F(ConsentTest, WithConsentTheFilesAreRemoved) {
 
 TEST_F(ConsentTest, AnAnswerThatComesLaterIsWaitedFor) {
   std::function<void(bool, const std::string&)> later;
-  asker_ = [&](const Question&, const auto& answer) { later = answer; };
+  askers_.consent = [&](const Question&, const auto& answer) { later = answer; };
   bool ended = false;
-  runAction(*action<TVSecureRemoveAction>(), {file_}, asker_, [&](const auto&) { ended = true; });
+  runAction(*action<TVSecureRemoveAction>(), {file_}, askers_, [&](const auto&) { ended = true; });
   runPendingMainItems();
   EXPECT_FALSE(ended);
   EXPECT_EQ(contentsOf(file_), "secret");
   later(true, "");
   EXPECT_TRUE(waitUntil([&] { return ended; }));
   EXPECT_FALSE(std::filesystem::exists(file_));
+}
+
+// What needs a password.
+class PasswordTest : public ActionDriverTest {
+ protected:
+  PasswordTest() : file_(platform_.home().path() + "/plain.txt") {
+    std::ofstream(file_) << "plain";
+    askers_.password = [this](const Question& question, const auto& answer) {
+      questions_.push_back(question);
+      answer(password_ ? std::optional(secretOf(*password_)) : std::nullopt, reason_);
+    };
+  }
+
+  std::string file_;
+  std::vector<Question> questions_;
+  std::optional<std::string> password_;
+  std::string reason_;
+};
+
+TEST_F(PasswordTest, WithAPasswordTheArchiveIsMade) {
+  password_ = "word";
+  EXPECT_TRUE(outcomeOf(*action<TVCompressPasswordAction>(), {file_}).success);
+  EXPECT_EQ(runProgram({"/usr/bin/7z", {"t", "-pword", file_ + ".zip"}}).status, 0);
+  EXPECT_NE(runProgram({"/usr/bin/7z", {"t", "-pother", file_ + ".zip"}}).status, 0);
+  ASSERT_EQ(questions_.size(), 1U);
+  EXPECT_EQ(questions_.front().text, "Compress \"plain.txt\" with a password");
+  EXPECT_EQ(questions_.front().paths, std::vector<std::string>{file_});
+  EXPECT_EQ(questions_.front().consent, "Compress");
+}
+
+TEST_F(PasswordTest, WithoutOneNothingIsMadeAndNobodyIsTold) {
+  const auto outcome = outcomeOf(*action<TVCompressPasswordAction>(), {file_});
+  EXPECT_FALSE(outcome.success);
+  EXPECT_TRUE(outcome.toldByAction);
+  EXPECT_FALSE(std::filesystem::exists(file_ + ".zip"));
+}
+
+TEST_F(PasswordTest, AnEmptyOneIsNone) {
+  password_ = "";
+  EXPECT_FALSE(outcomeOf(*action<TVCompressPasswordAction>(), {file_}).success);
+  EXPECT_FALSE(std::filesystem::exists(file_ + ".zip"));
+}
+
+TEST_F(PasswordTest, NobodyToAskIsAFailureWithItsReason) {
+  reason_ = "Nobody there.";
+  EXPECT_EQ(outcomeOf(*action<TVCompressPasswordAction>(), {file_}).message, "Nobody there.");
+  askers_.password = nullptr;
+  EXPECT_EQ(outcomeOf(*action<TVCompressPasswordAction>(), {file_}).message,
+            "There is nobody to ask for the password.");
+}
+
+TEST_F(PasswordTest, NothingIsAskedForWhatCannotBePacked) {
+  const auto outcome = outcomeOf(*action<TVCompressPasswordAction>(), {file_, "/no/such"});
+  EXPECT_EQ(outcome.message, "Could not pack /no/such: No such file or directory");
+  EXPECT_FALSE(outcome.toldByAction);
+  EXPECT_TRUE(questions_.empty());
+}
+
+TEST_F(PasswordTest, ConsentIsNotAskedForBesides) {
+  password_ = "word";
+  askers_.consent = [](const Question&, const auto& answer) {
+    ADD_FAILURE();
+    answer(false, "");
+  };
+  EXPECT_TRUE(outcomeOf(*action<TVCompressPasswordAction>(), {file_}).success);
 }
 
 TEST_F(ConsentTest, OtherActionsAskNothing) {

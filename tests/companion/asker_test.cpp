@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 
@@ -62,7 +63,7 @@ class AskerOfDesktopTest : public testing::Test {
     EXPECT_EQ(answers.size(), 1U);
     return answers.empty() ? Answer() : answers.front();
   }
-  Answer answer() { return answerTo({"Remove it?", {"/a"}, "Delete"}); }
+  Answer answer() { return answerTo({"Remove it?", {"/a"}, "Delete", ""}); }
   // The arguments of the window for a question.
   std::vector<std::string> argumentsFor(const Question& question) {
     const std::string seen = platform_.home().path() + "/seen";
@@ -125,14 +126,13 @@ TEST_F(AskerOfDesktopTest, WhatTheWindowWritesIsNoAnswer) {
 }
 
 TEST_F(AskerOfDesktopTest, TheWindowGetsQuestionButtonAndItems) {
-  EXPECT_THAT(argumentsFor({"Remove 2 items?", {"/a b", "/-c"}, "Delete"}),
-              ElementsAre("--question", "Remove 2 items?", "--detail",
-                          "What is overwritten cannot be brought back.", "--consent", "Delete",
-                          "--", "/a b", "/-c"));
+  EXPECT_THAT(argumentsFor({"Remove 2 items?", {"/a b", "/-c"}, "Delete", "For good."}),
+              ElementsAre("--question", "Remove 2 items?", "--detail", "For good.", "--consent",
+                          "Delete", "--", "/a b", "/-c"));
 }
 
 TEST_F(AskerOfDesktopTest, OfManyItemsTheFirstHundredAreNamed) {
-  Question question{"Remove them?", {}, "Delete"};
+  Question question{"Remove them?", {}, "Delete", ""};
   for (int i = 0; i < 5000; ++i) question.paths.push_back("/" + std::to_string(i));
   const auto arguments = argumentsFor(question);
   ASSERT_EQ(arguments.size(), 7U + 101U);
@@ -147,7 +147,8 @@ TEST_F(AskerOfDesktopTest, ANameCannotLookLikeSeveralItems) {
       argumentsFor({"Remove \"a\n\xE2\x80\xAE"
                     "b\"?",
                     {"/a\n/b", "/\xFF", "/\x1b[31m"},
-                    "Delete"});
+                    "Delete",
+                    ""});
   ASSERT_EQ(arguments.size(), 7U + 3U);
   for (const auto& argument : arguments) {
     EXPECT_EQ(argument.find('\n'), std::string::npos) << argument;
@@ -155,6 +156,87 @@ TEST_F(AskerOfDesktopTest, ANameCannotLookLikeSeveralItems) {
   }
   EXPECT_THAT(arguments[1], StartsWith("Remove \"a\\n"));
   EXPECT_EQ(arguments[7], "/a\\n/b");
+}
+
+// The same for a password.
+class PasswordAskerTest : public AskerOfDesktopTest {
+ protected:
+  struct PasswordAnswer {
+    std::optional<Secret> password;
+    std::string reason;
+    std::string text() const { return password ? std::string(password->text()) : "(nil)"; }
+  };
+  PasswordAnswer answerFrom(const PasswordAsker& asker) {
+    std::vector<PasswordAnswer> answers;
+    asker({"Compress it", {"/a"}, "Compress", "Detail."},
+          [&](std::optional<Secret> password, const std::string& reason) {
+            answers.push_back({std::move(password), reason});
+          });
+    EXPECT_TRUE(waitUntil([&] { return !answers.empty(); }, 30));
+    runPendingMainItems();
+    EXPECT_EQ(answers.size(), 1U);
+    return answers.empty() ? PasswordAnswer() : std::move(answers.front());
+  }
+  PasswordAnswer passwordOf(const std::string& script) {
+    setWindow(script);
+    return answerFrom(passwordAskerOfDesktop());
+  }
+};
+
+TEST_F(PasswordAskerTest, TheWindowsPasswordComesByItsOwnDescriptor) {
+  const auto given = passwordOf("echo no; echo no >&2; printf 'pass word' >&3\nexit 0\n");
+  EXPECT_EQ(given.text(), "pass word");
+  EXPECT_EQ(given.reason, "");
+}
+
+TEST_F(PasswordAskerTest, TheWindowIsToldToAskForOneAndNotWhatItIs) {
+  const std::string seen = platform_.home().path() + "/seen";
+  passwordOf("printf '%s\\n' \"$@\" > '" + seen + "'\nprintf word >&3\n");
+  EXPECT_EQ(
+      contentsOf(seen),
+      "--question\nCompress it\n--detail\nDetail.\n--consent\nCompress\n--password\n--\n/a\n");
+}
+
+TEST_F(PasswordAskerTest, ARefusalTakesNoPasswordThoughOneWasWritten) {
+  const auto given = passwordOf("printf word >&3\nexit 1\n");
+  EXPECT_FALSE(given.password);
+  EXPECT_EQ(given.reason, "");
+}
+
+TEST_F(PasswordAskerTest, AWindowThatWritesNoneOrTooMuchIsAFailure) {
+  for (const char* const script :
+       {"exit 0\n", "head -c 1024 /dev/zero | tr '\\0' x >&3\n", "printf 'a\\0b' >&3\n"}) {
+    SCOPED_TRACE(script);
+    const auto given = passwordOf(script);
+    EXPECT_FALSE(given.password);
+    EXPECT_EQ(given.reason, "The window gave no password.");
+  }
+}
+
+TEST_F(PasswordAskerTest, AProcessThatKeepsTheDescriptorOpenHoldsNobodyUp) {
+  const auto given = passwordOf("sleep 60 & echo $! > \"$0.pid\"\nprintf word >&3\n");
+  EXPECT_EQ(given.reason, "The window gave no password.");
+  EXPECT_EQ(kill(std::stoi(contentsOf(bundle_.path + ".pid")), SIGKILL), 0);
+}
+
+TEST_F(PasswordAskerTest, WithoutAWindowAndATerminalThereIsNone) {
+  const auto given = passwordOf("exit 3\n");
+  EXPECT_FALSE(given.password);
+  EXPECT_EQ(given.reason, kNobodyToAsk);
+}
+
+TEST_F(PasswordAskerTest, ADescriptorGivesItsFirstLine) {
+  const std::string file = platform_.home().path() + "/password";
+  std::ofstream(file) << "first\nsecond\n";
+  const Descriptor open_(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(answerFrom(passwordAskerOfDescriptor(open_.get())).text(), "first");
+}
+
+TEST_F(PasswordAskerTest, AnEmptyLineOrABrokenDescriptorIsAFailure) {
+  const Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(answerFrom(passwordAskerOfDescriptor(nothing.get())).reason, "The password is empty.");
+  EXPECT_EQ(answerFrom(passwordAskerOfDescriptor(-1)).reason,
+            "The password could not be read: Bad file descriptor.");
 }
 
 }  // namespace tervano::test

@@ -203,10 +203,11 @@ TEST_F(CommandsTest, RunToAMissingFolderNamesIt) {
   EXPECT_TRUE(exists(home_.path() + "/a.txt"));
 }
 
-TEST_F(CommandsTest, RunOfACopyActionEndsWithASentence) {
+TEST_F(CommandsTest, RunOfACopyActionCopies) {
   const auto uid = home_.succeed({"add", "copy", "--to", home_.folder("to")});
-  expectFailureWithLog({"run", uid, home_.file("a.txt")},
-                       "\"to\" is of a kind that does nothing when it is run (TVCopyToAction).");
+  EXPECT_EQ(home_.tervano({"run", uid, home_.file("a.txt", "a")}).status, 0);
+  EXPECT_EQ(contentsOf(home_.path() + "/to/a.txt"), "a");
+  EXPECT_EQ(contentsOf(home_.path() + "/a.txt"), "a");
 }
 
 TEST_F(CommandsTest, RunOfAGroupEndsWithASentence) {

@@ -99,6 +99,33 @@ TEST_F(DryRunTest, AMoveOfAFolderIntoItselfFailsAsItWould) {
   EXPECT_EQ(rehearse(add({"move", "--to", inside}), {folder}).status, 1);
 }
 
+TEST_F(DryRunTest, ACopyShowsWhereEachFileWouldGoAndWhatItWouldReplace) {
+  const auto to = home_.folder("to");
+  const auto old = home_.file("to/a.txt", "old");
+  const auto first = home_.file("one/a.txt");
+  const auto second = home_.file("two/a.txt");
+  const auto uid = add({"copy", "--to", to});
+  EXPECT_EQ(steps(uid, {first, second}),
+            (std::vector<Words>{{"copy", first, to + "/a 2.txt"},
+                                {"copy", second, to + "/a 3.txt"},
+                                {"show", to + "/a 2.txt", to + "/a 3.txt"}}));
+  home_.succeed({"prefs", "set", "overwriteDestinationFile", "yes"});
+  home_.succeed({"prefs", "set", "showFileOnMoveCopyComplete", "no"});
+  EXPECT_EQ(steps(uid, {first}), (std::vector<Words>{{"remove", old}, {"copy", first, old}}));
+  EXPECT_EQ(rehearse(uid, {home_.path() + "/missing"}).status, 1);
+}
+
+TEST_F(DryRunTest, CompressShowsWhatIsPackedAndTheArchiveAndAsksForNothing) {
+  const auto first = home_.file("docs/a");
+  const auto second = home_.file("docs/b");
+  home_.file("docs/docs.zip");
+  const auto uid = add({"compress"});
+  EXPECT_EQ(steps(uid, {first, second}),
+            (std::vector<Words>{{"compress", first, second, home_.path() + "/docs/docs 2.zip"}}));
+  EXPECT_EQ(rehearse(uid, {home_.path() + "/missing"}).status, 1);
+  EXPECT_EQ(rehearse(uid, {}).status, 1);
+}
+
 TEST_F(DryRunTest, ASecureDeleteShowsTheProgramWithEveryArgumentAndAsksNothing) {
   const auto first = home_.file("a 'b' $(c).txt");
   const auto second = home_.file("-rf");

@@ -344,12 +344,12 @@ TEST_F(RequestReceiverTest, ListThatCannotBeReadIsToldAndStaysAsItIs) {
   EXPECT_TRUE(exists(home() + "/a.txt"));
 }
 
-TEST_F(RequestReceiverTest, ActionThatDoesNothingIsToldAndTheRequestEnds) {
+TEST_F(RequestReceiverTest, ActionThatCannotBeginIsToldAndTheRequestEnds) {
   const auto copy = action<TVCopyToAction>();
   copy->setTitle("Copy");
   const auto uid = save(copy);
   handOver({userFile("a.txt")});
-  expectTold(open(url(uid)), "does nothing when it is run");
+  expectTold(open(url(uid)), "\"Copy\" has no destination folder.");
   EXPECT_FALSE(exists(handOffPath()));
 }
 
@@ -368,10 +368,12 @@ TEST_F(RequestReceiverTest, WhatRemovesFilesForGoodIsAskedForAndARefusalIsNotTol
   const auto path = userFile("secret.txt");
   std::vector<Question> questions;
   bool consents = false;
-  receiver_ = std::make_shared<RequestReceiver>([&](const Question& question, const auto& answer) {
+  Askers askers;
+  askers.consent = [&](const Question& question, const auto& answer) {
     questions.push_back(question);
     answer(consents, "");
-  });
+  };
+  receiver_ = std::make_shared<RequestReceiver>(askers);
   handOver({path});
   EXPECT_EQ(open(url(uid)).result, Result::failure);
   ASSERT_EQ(questions.size(), 1U);
@@ -389,8 +391,9 @@ TEST_F(RequestReceiverTest, WhatRemovesFilesForGoodIsAskedForAndARefusalIsNotTol
 TEST_F(RequestReceiverTest, NobodyToAskIsToldAndNothingIsRemoved) {
   const auto uid = save(action<TVSecureRemoveAction>());
   const auto path = userFile("secret.txt");
-  receiver_ = std::make_shared<RequestReceiver>(
-      [](const Question&, const auto& answer) { answer(false, "Nobody there."); });
+  Askers askers;
+  askers.consent = [](const Question&, const auto& answer) { answer(false, "Nobody there."); };
+  receiver_ = std::make_shared<RequestReceiver>(askers);
   handOver({path});
   expectTold(open(url(uid)), "Nobody there.");
   EXPECT_EQ(contentsOf(path), "secret.txt");

@@ -1,13 +1,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <map>
 
 #include "tests/companion/terminal.h"
 #include "tests/companion/tervano_program.h"
+#include "tests/support/program.h"
 
 namespace tervano::test {
 
@@ -160,12 +165,25 @@ TEST_F(RunCommandTest, EveryKindEndsOnHostileNames) {
       {"open-folder", {"--to", home_.folder("favourite")}},
   };
   const std::map<std::string, int> statuses = {
-      {"move", 0},          {"open-with", 0},         {"mail", 1},
-      {"new-file", 0},      {"convert", 1},           {"script", 0},
-      {"bundled", 0},       {"user-script", 0},       {"reset-app", 1},
-      {"open-folder", 0},   {"secure-delete", 0},     {"group-move", 1},
-      {"group-copy", 1},    {"group-open-with", 1},   {"group-new-file", 1},
-      {"group-convert", 1}, {"group-open-folder", 1},
+      {"copy", 0},
+      {"compress", 1},
+      {"move", 0},
+      {"open-with", 0},
+      {"mail", 1},
+      {"new-file", 0},
+      {"convert", 1},
+      {"script", 0},
+      {"bundled", 0},
+      {"user-script", 0},
+      {"reset-app", 1},
+      {"open-folder", 0},
+      {"secure-delete", 0},
+      {"group-move", 1},
+      {"group-copy", 1},
+      {"group-open-with", 1},
+      {"group-new-file", 1},
+      {"group-convert", 1},
+      {"group-open-folder", 1},
   };
   int run = 0;
   for (const auto& kind : home_.json({"kinds", "--json"})) {
@@ -206,6 +224,7 @@ TEST_F(RunCommandTest, EveryKindEndsOnHostileNames) {
   EXPECT_EQ(run, 19);
   for (const auto& hostile : hostileNames()) {
     EXPECT_EQ(contentsOf(home_.path() + "/moved/" + hostile), "no picture");
+    EXPECT_EQ(contentsOf(home_.path() + "/copied/" + hostile), "no picture");
   }
 }
 
@@ -301,6 +320,154 @@ TEST_F(RunOnATerminalTest, WhatRemovesNothingIsNotAskedAbout) {
   Terminal terminal(becomingTervano({"run", move, home_.file("a.txt")}));
   EXPECT_EQ(terminal.waitForExit(), 0);
   EXPECT_THAT(terminal.rest(), Not(HasSubstr("[y/N]")));
+}
+
+namespace {
+
+// "tervano run" of what compresses.
+class CompressCommandTest : public RunCommandTest {
+ protected:
+  CompressCommandTest()
+      : uid_(home_.succeed({"add", "compress"})), file_(home_.file("docs/plain.txt", "plain")) {}
+
+  bool opensWith(const std::string& password) const {
+    return runProgram({"/usr/bin/7z", {"t", "-p" + password, file_ + ".zip"}}).status == 0;
+  }
+  // Starts the program with descriptor 5 reading a file with that text.
+  ChildProcess startWithPassword(const std::string& text, std::vector<std::string> words) {
+    home_.home().setVariable("PASSWORD_FILE", home_.file("password", text));
+    words.insert(words.begin(), {"-c", "exec \"$0\" \"$@\" 5< \"$PASSWORD_FILE\"", TERVANO_PROGRAM,
+                                 "run", "--password-fd", "5", uid_});
+    return startProgram("/bin/sh", words);
+  }
+  std::vector<std::string> leftOvers() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(home_.path() + "/docs")) {
+      const std::string name = entry.path().filename();
+      if (name.starts_with(".tervano-")) names.push_back(name);
+    }
+    return names;
+  }
+  // Begins to compress so much that it does not end by itself.
+  ChildProcess startLongWork() {
+    const std::string big = home_.file("docs/big", "");
+    std::filesystem::resize_file(big, std::uintmax_t{1} << 40);
+    auto child = startWithPassword("word", {big});
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (leftOvers().empty() && std::chrono::steady_clock::now() < deadline) poll(nullptr, 0, 5);
+    EXPECT_EQ(leftOvers().size(), 1U);
+    return child;
+  }
+
+  std::string uid_;
+  std::string file_;
+};
+
+}  // namespace
+
+TEST_F(CompressCommandTest, ThePasswordCanComeByADescriptor) {
+  auto child = startWithPassword("pass word\nmore\n", {file_});
+  EXPECT_EQ(child.waitForExit(30), 0);
+  EXPECT_TRUE(opensWith("pass word"));
+  EXPECT_FALSE(opensWith("other"));
+}
+
+TEST_F(CompressCommandTest, AnEmptyPasswordIsRefused) {
+  auto child = startWithPassword("\n", {file_});
+  EXPECT_EQ(child.waitForExit(30), 1);
+  EXPECT_FALSE(exists(file_ + ".zip"));
+}
+
+TEST_F(CompressCommandTest, WhatIsNoOpenDescriptorIsAUsageError) {
+  for (const std::string number : {"77", "x", "", "-1", "99999999999"}) {
+    SCOPED_TRACE(number);
+    expectUsageError(home_.tervano({"run", "--password-fd", number, uid_, file_}));
+  }
+}
+
+TEST_F(CompressCommandTest, WithoutATerminalAndADisplayItSaysSo) {
+  expectFailureWith(run(uid_, {file_}),
+                    "Nothing was done: there is neither a display nor a terminal to ask on.");
+  EXPECT_FALSE(exists(file_ + ".zip"));
+}
+
+TEST_F(CompressCommandTest, AnInterruptLeavesNothing) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    auto child = startLongWork();
+    child.kill(number);
+    EXPECT_EQ(child.waitForExit(30), 1);
+    EXPECT_TRUE(leftOvers().empty());
+    EXPECT_FALSE(exists(home_.path() + "/docs/big.zip"));
+  }
+}
+
+TEST_F(CompressCommandTest, WhatAKilledRunLeftIsRemovedByTheNextOne) {
+  auto child = startLongWork();
+  child.kill(SIGKILL);
+  EXPECT_EQ(child.waitForExit(30), -SIGKILL);
+  EXPECT_EQ(leftOvers().size(), 1U);
+  const auto copy = home_.succeed({"add", "copy", "--to", home_.folder("to")});
+  const auto outcome = home_.tervano({"run", copy, file_});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.errors, HasSubstr("Removed what an interrupted run had left: "));
+  EXPECT_TRUE(leftOvers().empty());
+}
+
+TEST_F(CompressCommandTest, WhatAKilledRunLeftIsRemovedWhenTheCompanionStarts) {
+  auto child = startLongWork();
+  child.kill(SIGKILL);
+  EXPECT_EQ(child.waitForExit(30), -SIGKILL);
+  EXPECT_EQ(home_.tervano({"service", "--idle-seconds", "0"}).status, 0);
+  EXPECT_TRUE(leftOvers().empty());
+}
+
+TEST_F(CompressCommandTest, OnATerminalItIsTypedTwiceAndNeverShown) {
+  Terminal terminal(becomingTervano({"run", uid_, file_}));
+  std::string seen = terminal.readUntil("Password: ");
+  EXPECT_THAT(seen, HasSubstr("  " + file_ + "\r\nCompress \"plain.txt\" with a password.\r\n"));
+  terminal.type("geheim\n");
+  seen += terminal.readUntil("Again: ");
+  terminal.type("geheim\n");
+  EXPECT_EQ(terminal.waitForExit(), 0);
+  EXPECT_THAT(seen + terminal.rest(), Not(HasSubstr("geheim")));
+  EXPECT_TRUE(opensWith("geheim"));
+}
+
+TEST_F(CompressCommandTest, DifferentPasswordsAreAskedForAgain) {
+  Terminal terminal(becomingTervano({"run", uid_, file_}));
+  for (const std::string again : {"two\n", "one\n"}) {
+    terminal.readUntil("Password: ");
+    terminal.type("one\n");
+    terminal.readUntil("Again: ");
+    terminal.type(again);
+    if (again == "two\n") terminal.readUntil("The passwords are not the same.\r\n");
+  }
+  EXPECT_EQ(terminal.waitForExit(), 0);
+  EXPECT_TRUE(opensWith("one"));
+}
+
+TEST_F(CompressCommandTest, AnEmptyLineTheEndOfInputAndAnInterruptAreARefusal) {
+  for (const std::string keys : {"\n", "\x04", "\x03"}) {
+    Terminal terminal(becomingTervano({"run", uid_, file_}));
+    terminal.readUntil("Password: ");
+    terminal.type(keys);
+    EXPECT_EQ(terminal.waitForExit(), 1);
+    EXPECT_THAT(terminal.rest(), HasSubstr("was cancelled.\r\n"));
+    EXPECT_FALSE(exists(file_ + ".zip"));
+  }
+}
+
+TEST_F(CompressCommandTest, TheTerminalShowsWhatIsTypedAgainAfterAnInterrupt) {
+  Terminal terminal([this]() -> int {
+    execl("/bin/sh", "sh", "-c", "trap : INT; \"$0\" run \"$1\" \"$2\"; stty -a", TERVANO_PROGRAM,
+          uid_.c_str(), file_.c_str(), nullptr);
+    return 99;
+  });
+  terminal.readUntil("Password: ");
+  terminal.type("\x03");
+  EXPECT_EQ(terminal.waitForExit(), 0);
+  EXPECT_THAT(terminal.rest(), HasSubstr(" echo "));
+  EXPECT_THAT(terminal.rest(), Not(HasSubstr("-echo ")));
 }
 
 }  // namespace tervano::test

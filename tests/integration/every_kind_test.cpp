@@ -69,6 +69,20 @@ class EveryKindTest : public testing::Test {
     return waitUntil([&] { return exists(path); }, kSeconds);
   }
 
+  // Waits for the companion's window and gives it the keyboard.
+  static void focusWindow() {
+    auto window = startProgram("/usr/bin/xdotool",
+                               {"search", "--sync", "--onlyvisible", "--name", "^Tervano$"});
+    const auto id = window.hear(kSeconds);
+    ASSERT_TRUE(id);
+    EXPECT_EQ(
+        startProgram("/usr/bin/xdotool", {"windowfocus", "--sync", *id}).waitForExit(kSeconds), 0);
+  }
+  static void typeKeys(std::vector<std::string> keys) {
+    keys.insert(keys.begin(), {"key", "--delay", "50"});
+    EXPECT_EQ(startProgram("/usr/bin/xdotool", keys).waitForExit(kSeconds), 0);
+  }
+
   static constexpr double kSeconds = 30;
   Desktop desktop_;
 };
@@ -164,16 +178,9 @@ TEST_F(EveryKindTest, AUserScriptsOwnErrorIsTold) {
 TEST_F(EveryKindTest, SecureDeleteAsksAndThenRemoves) {
   const auto file = home().file(kOddName);
   choose({"secure-delete"}, {file});
-  auto window = startProgram("/usr/bin/xdotool",
-                             {"search", "--sync", "--onlyvisible", "--name", "^Tervano$"});
-  const auto id = window.hear(kSeconds);
-  ASSERT_TRUE(id);
+  focusWindow();
   EXPECT_TRUE(exists(file)) << "nothing happens before the answer";
-  EXPECT_EQ(startProgram("/usr/bin/xdotool", {"windowfocus", "--sync", *id}).waitForExit(kSeconds),
-            0);
-  EXPECT_EQ(startProgram("/usr/bin/xdotool", {"key", "--delay", "50", "Tab", "Return"})
-                .waitForExit(kSeconds),
-            0);
+  typeKeys({"Tab", "Return"});
   EXPECT_TRUE(waitForText("Successfully removed"));
   EXPECT_FALSE(exists(file));
 }
@@ -197,13 +204,42 @@ TEST_F(EveryKindTest, OpenFolderShowsTheFolderInANewWindow) {
   EXPECT_THAT(desktop_.opened().front(), HasSubstr("Music%20%26%20more"));
 }
 
-TEST_F(EveryKindTest, CopyAndCompressSayThatTheyDoNothing) {
-  for (const std::string kind : {"copy", "compress"}) {
-    const std::string uid = home().succeed({"add", kind});
-    home().succeed({"choose", uid, home().file("plain.txt")});
-  }
-  EXPECT_TRUE(waitForText("(TVCopyToAction)"));
-  EXPECT_TRUE(waitForText("(TVCompressPasswordAction)"));
+TEST_F(EveryKindTest, CopyLeavesTheFileAndShowsItsCopy) {
+  const auto file = home().file(kOddName, "content");
+  choose({"copy", "--to", home().folder("to")}, {file});
+  const std::string made = home().path() + "/to/" + kOddName;
+  EXPECT_TRUE(waitForText("Finished copying"));
+  EXPECT_EQ(contentsOf(made), "content");
+  EXPECT_EQ(contentsOf(file), "content");
+  EXPECT_TRUE(waitUntil([this] { return !desktop_.revealed().empty(); }, kSeconds));
+}
+
+TEST_F(EveryKindTest, ACopyThatFailsSaysWhy) {
+  const auto folder = home().folder("outer/to");
+  choose({"copy", "--to", folder}, {home().path() + "/outer"});
+  EXPECT_TRUE(waitForText("a folder cannot be copied into itself"));
+}
+
+TEST_F(EveryKindTest, CompressAsksForThePasswordAndMakesTheArchive) {
+  const auto file = home().file(kOddName, "content");
+  choose({"compress"}, {file});
+  focusWindow();
+  typeKeys({"a", "b", "c", "Tab", "a", "b", "c", "Return"});
+  EXPECT_TRUE(waitForText("Finished compressing"));
+  const std::string archive = home().path() + "/" + kOddName + ".zip";
+  ASSERT_TRUE(exists(archive));
+  EXPECT_EQ(runProgram({"/usr/bin/bsdtar", {"-xO", "--passphrase", "abc", "-f", archive}}).output,
+            "content");
+}
+
+TEST_F(EveryKindTest, CompressThatIsRefusedMakesNothing) {
+  const auto file = home().file("plain.txt");
+  choose({"compress"}, {file});
+  focusWindow();
+  typeKeys({"a", "Tab", "a", "Escape"});
+  EXPECT_TRUE(desktop_.waitForNoCompanion()) << "the request has ended";
+  EXPECT_FALSE(exists(file + ".zip"));
+  EXPECT_TRUE(desktop_.notificationTexts().empty());
 }
 
 }  // namespace tervano::test

@@ -1,0 +1,92 @@
+#include "companion/ask_window.h"
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+
+#include "archive/platform_exception.h"
+#include "archive/printable.h"
+#include "platform/bundle.h"
+#include "platform/platform.h"
+#include "tasks/vx_task_helper.h"
+
+namespace tervano {
+
+namespace {
+
+constexpr std::size_t kMaximumItems = 100;
+constexpr int kConsented = 0;
+constexpr int kRefused = 1;
+
+// One window, from its start to its answer.
+class Window : public VXTaskHelperDelegate, public std::enable_shared_from_this<Window> {
+ public:
+  explicit Window(WindowAnswer answer) : answer_(std::move(answer)) {}
+
+  void open(const Question& question, int passwordDescriptor) {
+    const auto task = platform().processes->createProcess();
+    task->setLaunchPath(platform().bundle->pathForAuxiliaryExecutable("tervano-ask"));
+    std::vector<std::string> arguments{"--question", printable(question.text),
+                                       "--detail",   question.detail,
+                                       "--consent",  question.consent};
+    if (passwordDescriptor >= 0) {
+      task->setExtraDescriptor(passwordDescriptor);
+      arguments.emplace_back("--password");
+    }
+    arguments.emplace_back("--");
+    for (auto& item : shownPaths(question)) arguments.push_back(std::move(item));
+    task->setArguments(std::move(arguments));
+    helper_ = VXTaskHelper::taskHelperWithTask(task);
+    helper_->setDelegate(weak_from_this());
+    self_ = shared_from_this();
+    try {
+      helper_->launch();
+    } catch (const PlatformException&) {
+      helper_->cleanup();
+      end(std::nullopt);
+    }
+  }
+
+  void taskHelperDidReceiveOutput(const std::shared_ptr<VXTaskHelper>& /*helper*/,
+                                  const Data& /*data*/) override {}
+  void taskHelperDidReceiveError(const std::shared_ptr<VXTaskHelper>& /*helper*/,
+                                 const Data& /*data*/) override {}
+  void taskHelperDidFinish(const std::shared_ptr<VXTaskHelper>& helper,
+                           std::int64_t terminationReason) override {
+    const bool isExit = terminationReason == static_cast<std::int64_t>(TerminationReason::exit);
+    const int status = helper->task()->terminationStatus();
+    const bool isAnswer = isExit && (status == kConsented || status == kRefused);
+    end(isAnswer ? std::optional(status == kConsented) : std::nullopt);
+  }
+
+ private:
+  void end(std::optional<bool> consents) {
+    const auto self = std::move(self_);
+    answer_(consents);
+  }
+
+  WindowAnswer answer_;
+  std::shared_ptr<VXTaskHelper> helper_;
+  // Until the answer.
+  std::shared_ptr<Window> self_;
+};
+
+}  // namespace
+
+std::vector<std::string> shownPaths(const Question& question) {
+  const std::size_t shown = std::min(question.paths.size(), kMaximumItems);
+  std::vector<std::string> items;
+  std::transform(question.paths.begin(),
+                 question.paths.begin() + static_cast<std::ptrdiff_t>(shown),
+                 std::back_inserter(items), printable);
+  if (shown < question.paths.size()) {
+    items.push_back("and " + std::to_string(question.paths.size() - shown) + " more");
+  }
+  return items;
+}
+
+void askInWindow(const Question& question, WindowAnswer answer, int passwordDescriptor) {
+  std::make_shared<Window>(std::move(answer))->open(question, passwordDescriptor);
+}
+
+}  // namespace tervano

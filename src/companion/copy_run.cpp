@@ -1,0 +1,122 @@
+#include "companion/copy_run.h"
+
+#include <cerrno>
+#include <memory>
+
+#include "actions/next_available_path.h"
+#include "actions/path_relations.h"
+#include "actions/transfer_report.h"
+#include "platform/file_manager.h"
+#include "platform/log.h"
+#include "platform/platform.h"
+#include "platform/user_notifications.h"
+#include "platform/workspace.h"
+#include "prefs/tv_user_defaults.h"
+
+namespace tervano {
+
+namespace {
+
+// How often a name that was free may be taken by somebody else before the copy has it.
+constexpr int kMostNames = 100;
+
+// One run of a copy, on its queue.
+class CopyRun {
+ public:
+  CopyRun(const Url& destination, const std::vector<std::string>& paths, const WorkMonitor& monitor)
+      : destination_(destination),
+        destinationPath_(destination.path()),
+        paths_(paths),
+        follower_(monitor, paths) {}
+
+  FileWorkOutcome run() {
+    for (const auto& source : paths_) {
+      error_ = follower_.isCancelled() ? posixError(ECANCELED, source) : copyItem(source);
+      if (error_) break;
+    }
+    if (error_ && error_->code == ECANCELED) return {false, true, std::nullopt};
+    if (error_) log("Could not copy because of error: " + error_->message);
+    if (!error_) follower_.finish();
+    report();
+    return {!error_, false, error_};
+  }
+
+ private:
+  std::optional<Error> copyItem(const std::string& source) {
+    if (source == destinationPath_) {
+      log("Skipping: " + source);
+      return std::nullopt;
+    }
+    const std::string target =
+        destination_.URLByAppendingPathComponent(lastPathComponent(source)).path();
+    if (!defaults_->overwriteDestinationFile()) return copyToFreeName(source, target);
+    if (source == target) {
+      log("Skipping: " + source);
+    } else {
+      const FileManager& files = *platform().fileManager;
+      if (files.itemExistsAtPath(target) && files.itemExistsAtPath(source)) {
+        if (auto error = reasonNotToReplace(target, source, destinationPath_)) return error;
+      }
+      if (auto error = copyTo(source, target, true)) return error;
+    }
+    copied_.push_back(target);
+    return std::nullopt;
+  }
+
+  // Somebody else, such as another copy of the same file, may take the name meanwhile.
+  std::optional<Error> copyToFreeName(const std::string& source, const std::string& wanted) {
+    for (int attempt = 1;; ++attempt) {
+      const std::string target = vx_nextAvailablePath(wanted);
+      auto error = copyTo(source, target, false);
+      if (!error) copied_.push_back(target);
+      if (!error || error->code != EEXIST || attempt == kMostNames) return error;
+    }
+  }
+
+  std::optional<Error> copyTo(const std::string& source, const std::string& target, bool replaces) {
+    auto error = platform().fileManager->performCopy({source, target, replaces, &follower_});
+    follower_.didEndTemporary();
+    return error;
+  }
+
+  void report() const {
+    if (!defaults_->disableActionNotifications()) {
+      auto notification = transferNotification(!error_, "copying", copied_);
+      if (error_) *notification.informativeText += " " + error_->message;
+      platform().userNotifications->deliverNotification(notification);
+    }
+    if (defaults_->showFileOnMoveCopyComplete()) {
+      std::vector<Url> urls;
+      for (const auto& path : copied_) urls.push_back(Url::fileURLWithPath(path));
+      platform().workspace->activateFileViewerSelectingURLs(urls);
+    }
+  }
+
+  const Url& destination_;
+  const std::string destinationPath_;
+  const std::vector<std::string>& paths_;
+  WorkFollower follower_;
+  std::shared_ptr<TVUserDefaults> defaults_ = TVUserDefaults::create();
+  // Where the items lie that were copied.
+  std::vector<std::string> copied_;
+  std::optional<Error> error_;
+};
+
+}  // namespace
+
+void copyFiles(const std::optional<Url>& destination, const std::vector<std::string>& paths,
+               const WorkMonitor& monitor, FileWorkEnd finished) {
+  runFileWork(
+      "com.vessok.copyqueue",
+      [destination, paths, monitor]() -> FileWorkOutcome {
+        const FileManager& files = *platform().fileManager;
+        const std::string path = destination ? destination->path() : "";
+        if (path.empty() || !files.fileExistsAtPath(path) || !files.isWritableFileAtPath(path)) {
+          return {};
+        }
+        return CopyRun(*destination, paths, monitor).run();
+      },
+      std::move(finished));
+}
+
+}  // namespace tervano
