@@ -19,10 +19,8 @@ namespace tervano::test {
 
 namespace fs = std::filesystem;
 
-namespace {
-
 // The real one; knows who draws, and may refuse.
-class WatchedCodec : public ForwardingImageCodec {
+class WatchedIconCodec : public ForwardingImageCodec {
  public:
   using ForwardingImageCodec::ForwardingImageCodec;
   mutable std::atomic<int> drawn = 0;
@@ -39,7 +37,7 @@ class WatchedCodec : public ForwardingImageCodec {
   const std::thread::id main_ = std::this_thread::get_id();
 };
 
-class FullDisk : public ForwardingFileManager {
+class FillingDisk : public ForwardingFileManager {
  public:
   using ForwardingFileManager::ForwardingFileManager;
   std::atomic<bool> isFull = false;
@@ -50,8 +48,6 @@ class FullDisk : public ForwardingFileManager {
     return ForwardingFileManager::writeDataToFile(data, path, atomically);
   }
 };
-
-}  // namespace
 
 class IconFilesTest : public testing::Test {
  protected:
@@ -97,8 +93,8 @@ class IconFilesTest : public testing::Test {
 
   ClassRegistry registry_;
   ScopedPlatform platform_;
-  WatchedCodec codec_;
-  FullDisk files_;
+  WatchedIconCodec codec_;
+  FillingDisk files_;
   int changes_ = 0;
   std::shared_ptr<IconFiles> icons_ = std::make_shared<IconFiles>([this] { ++changes_; });
 };
@@ -189,7 +185,7 @@ TEST_F(IconFilesTest, PicturesThatNobodyNeededForADayAreRemoved) {
             std::chrono::hours(1));
 }
 
-TEST_F(IconFilesTest, AFullDiskGivesNoIconAndTheNextListTriesAgain) {
+TEST_F(IconFilesTest, AFillingDiskGivesNoIconAndTheNextListTriesAgain) {
   const auto action = actionWith(picture(10));
   files_.isFull = true;
   prepare(ActionList{action});
