@@ -231,10 +231,19 @@ TEST_F(DolphinMenuTest, AnEntryKeepsItsSelectionWhenAnotherMenuIsShown) {
   EXPECT_EQ(handedOver(), std::vector<std::string>{home_.path() + "/one.txt"});
 }
 
-TEST_F(DolphinMenuTest, ItemsOfTheTrashHaveNoMenuAlthoughTheyHaveAPath) {
-  addMove("Away");
-  ASSERT_EQ(titlesOnceTheyAre("Tervano[Away]", oneFile_), "Tervano[Away]");
-  EXPECT_EQ(titlesOf(menuOf({listedItem("trash:/0-one.txt", home_.path() + "/one.txt")})), "");
+TEST_F(DolphinMenuTest, AnEntryChosenOnItemsOfTheTrashTouchesNothing) {
+  home_.succeed({"prefs", "set", "useSubmenu", "no"});
+  add({"secure-delete", "--title", "Delete"});
+  ASSERT_EQ(titlesOnceTheyAre("Delete", oneFile_), "Delete");
+  // An item of the trash has a path on this machine.
+  const KFileItem trashed = listedItem("trash:/0-one.txt", home_.path() + "/one.txt");
+  EXPECT_EQ(titlesOf(menuOf({trashed})), "");
+  EXPECT_EQ(entryNamed(menu_.actions(), QStringLiteral("Delete")), nullptr);
+  EXPECT_EQ(titlesOf(menuOf({listedItem("trash:/", home_.folder("Trash"))})), "");
+  EXPECT_EQ(handedOver(), std::vector<std::string>{"no file"});
+  ASSERT_EQ(titlesOf(menuOf({trashed, itemOf(home_.file("two.txt"))})), "Delete");
+  entryNamed(menu_.actions(), QStringLiteral("Delete"))->trigger();
+  EXPECT_EQ(handedOver(), std::vector<std::string>{home_.path() + "/two.txt"});
 }
 
 TEST_F(DolphinMenuTest, AnItemElsewhereIsUsedByItsPathHere) {
