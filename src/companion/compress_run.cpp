@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <memory>
 #include <set>
 
@@ -85,7 +86,8 @@ class CompressRun {
  private:
   static std::vector<std::string> pathsOf(const std::vector<PackedItem>& items) {
     std::vector<std::string> paths;
-    for (const auto& item : items) paths.push_back(item.path);
+    std::transform(items.begin(), items.end(), std::back_inserter(paths),
+                   [](const PackedItem& item) { return item.path; });
     return paths;
   }
 

@@ -18,7 +18,7 @@ namespace tervano {
 
 namespace {
 
-constexpr std::size_t kLongestNote = 64 * 1024;
+constexpr std::size_t kLongestNote = std::size_t{64} * 1024;
 
 std::string notesFolder() {
   return stateHomeFolder() + "/tervano/unfinished";
