@@ -4,6 +4,7 @@
 
 #include "archive/archiver.h"
 #include "companion/arguments.h"
+#include "companion/list_versions.h"
 #include "model/action_list.h"
 #include "platform/file_coordinator.h"
 #include "platform/file_manager.h"
@@ -29,8 +30,12 @@ void requireSaved(const TVActionsManager& manager, const std::string& path) {
 std::shared_ptr<TVActionsManager> loadActions() {
   std::string reason;
   auto manager = TVActionsManager::create<TVActionsManager>(&reason);
-  if (manager == nullptr) throw CommandError("The action list cannot be read: " + reason);
-  return manager;
+  if (manager != nullptr) return manager;
+  if (reason.ends_with('.')) reason.pop_back();
+  throw CommandError("The action list cannot be read: " + reason +
+                     (listVersions().empty() ? "."
+                                             : "; \"tervano restore\" offers the last one "
+                                               "that can."));
 }
 
 std::optional<ActionPlace> findAction(const ActionList& actions, const std::string& uid) {
@@ -67,8 +72,10 @@ void changeActions(const std::function<void(TVActionsManager&)>& change) {
   if (!url) throw CommandError("There is no container for the action list on this system.");
   const auto error =
       platform().fileCoordinator->coordinateWriting(url->path(), [&](const std::string& path) {
+        const auto former = platform().fileManager->contentsAtPath(path);
         const auto manager = loadActions();
         change(*manager);
+        if (former && !former->empty()) keepVersion(*former);
         manager->actuallySave();
         requireSaved(*manager, path);
       });

@@ -39,8 +39,8 @@ ActionPlace requireAction(const ActionList& actions, const std::string& uid);
 bool isUid(const std::string& word);
 
 // Loads the list, lets `change` change it, saves and announces it, all under the lock that other
-// commands take too. When `change` throws, nothing is written. Throws CommandError when the list
-// cannot be read or did not reach the disk.
+// commands take too; what it replaces becomes a version (list_versions.h). When `change` throws,
+// nothing is written. Throws CommandError when the list cannot be read or did not reach the disk.
 void changeActions(const std::function<void(TVActionsManager&)>& change);
 
 }  // namespace tervano

@@ -22,8 +22,10 @@ struct Command {
 };
 
 // The commands of each topic, in the order in which help shows them.
+std::vector<Command> setupCommands();
 std::vector<Command> listCommands();
 std::vector<Command> editCommands();
+std::vector<Command> exchangeCommands();
 std::vector<Command> menuCommands();
 std::vector<Command> explainCommands();
 std::vector<Command> runCommands();
@@ -31,7 +33,9 @@ std::vector<Command> preferenceCommands();
 std::vector<Command> messageCommands();
 std::vector<Command> archiveCommands();
 std::vector<Command> doctorCommands();
-// Those of all topics.
+std::vector<Command> completionCommands();
+// Those of all topics, and their help.
 std::vector<Command> allCommands();
+std::vector<CommandHelp> helpOfAllCommands();
 
 }  // namespace tervano

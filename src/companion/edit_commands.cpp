@@ -6,8 +6,10 @@
 #include "companion/action_store.h"
 #include "companion/arguments.h"
 #include "companion/command.h"
+#include "companion/consent.h"
 #include "companion/value_json.h"
 #include "model/tv_action_group.h"
+#include "prefs/tv_user_defaults.h"
 
 namespace tervano {
 
@@ -86,9 +88,29 @@ int disable(const std::vector<std::string>& words) {
   return setEnabled(words, false);
 }
 
+// Asks whether the action may go, unless the user wants no such question.
+bool mayRemove(const TVAction& action) {
+  if (TVUserDefaults::create()->suppressActionDeletionAlert()) return true;
+  Question question;
+  question.text =
+      "Remove \"" + action.title().value_or("(no title)") + "\" from the list of actions?";
+  question.consent = "Remove";
+  if (const auto* group = dynamic_cast<const TVActionGroup*>(&action)) {
+    for (const auto& member : group->actions().value_or(ActionList())) {
+      question.paths.push_back(member->title().value_or("(no title)"));
+    }
+  }
+  return consentsOnTerminal(question, true);
+}
+
 int removeAction(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {});
+  const Arguments arguments(words, {{}, {"yes"}});
   arguments.requirePositional(1, 1, "The uid of an action");
+  const auto listed = loadActions();
+  if (!arguments.has("yes") &&
+      !mayRemove(*requireAction(listed->actions(), arguments.positional().front()).action)) {
+    throw CommandError("Nothing was removed.");
+  }
   changeActions([&](TVActionsManager& manager) {
     detach(manager, requireAction(manager.actions(), arguments.positional().front()));
   });
@@ -227,7 +249,12 @@ std::vector<Command> editCommands() {
       {{"set", "change an action", {"UID OPTION..."}, {}, helpOfSettings()}, set},
       {{"enable", "show an action in menus", {"UID"}, {}, {}}, enable},
       {{"disable", "hide an action from menus without removing it", {"UID"}, {}, {}}, disable},
-      {{"remove", "remove an action, a group with its members", {"UID"}, {}, {}}, removeAction},
+      {{"remove",
+        "remove an action, a group with its members",
+        {"[--yes] UID"},
+        {"Asks first on a terminal, unless the preference suppressActionDeletionAlert is yes."},
+        {{"--yes", "Asks nothing."}}},
+       removeAction},
       {{"reorder",
         "move an action to another place",
         {"UID --before UID", "UID --after UID", "UID --into GROUP_UID", "UID --first",

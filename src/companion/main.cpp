@@ -15,13 +15,6 @@ namespace tervano {
 
 namespace {
 
-std::vector<CommandHelp> helpOf(const std::vector<Command>& commands) {
-  std::vector<CommandHelp> help;
-  help.reserve(commands.size());
-  for (const auto& command : commands) help.push_back(command.help);
-  return help;
-}
-
 const Command& requireCommand(const std::vector<Command>& commands, const std::string& name) {
   for (const auto& command : commands) {
     if (command.help.name == name) return command;
@@ -34,7 +27,7 @@ int help(const std::vector<Command>& commands, const std::vector<std::string>& w
   arguments.requirePositional(0, 1, "");
   const bool asManualPage = arguments.has("man");
   if (arguments.positional().empty()) {
-    const auto all = helpOf(commands);
+    const auto all = helpOfAllCommands();
     std::cout << (asManualPage ? overviewManualPage(all) : overviewText(all));
   } else {
     const auto& command = requireCommand(commands, arguments.positional().front()).help;
@@ -57,7 +50,7 @@ void installLinuxPlatform(bool logs) {
 int perform(std::vector<std::string> words) {
   const auto commands = allCommands();
   if (words.empty()) {
-    std::cerr << overviewText(helpOf(commands));
+    std::cerr << overviewText(helpOfAllCommands());
     return kExitUsage;
   }
   const std::string name = words.front();

@@ -148,6 +148,7 @@ class Rehearsal {
    public:
     using ForwardingUserNotifications::ForwardingUserNotifications;
     void deliverNotification(const UserNotification& /*notification*/) override {}
+    void playAlert() override {}
   };
 
   RehearsedSteps steps_;

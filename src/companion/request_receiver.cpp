@@ -9,6 +9,7 @@
 
 #include "companion/action_store.h"
 #include "companion/arguments.h"
+#include "companion/completion_alert.h"
 #include "platform/clock.h"
 #include "platform/linux/unfinished_items.h"
 #include "platform/log.h"
@@ -62,7 +63,11 @@ void RequestReceiver::openURL(const std::string& url, Finished finished) {
     const auto place = findAction(manager->actions(), handOff->action);
     if (!place)
       return fail("The chosen action is no longer in the list (" + handOff->action + ").");
-    runAction(*place->action, *paths, askers_, ended);
+    runAction(*place->action, *paths, askers_,
+              [ended, action = place->action](const auto& outcome) {
+                if (outcome.success) alertOfCompletion(*action);
+                ended(outcome);
+              });
   } catch (const CommandError& unreadable) {
     fail(unreadable.what());
   }

@@ -13,8 +13,10 @@
 #include "companion/asker.h"
 #include "companion/command.h"
 #include "companion/complain.h"
+#include "companion/completion_alert.h"
 #include "companion/compress_run.h"
 #include "companion/file_work.h"
+#include "companion/first_run.h"
 #include "companion/recording_processes.h"
 #include "companion/rehearsal.h"
 #include "companion/request_receiver.h"
@@ -94,6 +96,7 @@ int descriptorFrom(const std::string& text) {
 int openURL(const std::vector<std::string>& words) {
   const Arguments arguments(words, {});
   arguments.requirePositional(1, 1, "The URL");
+  makeFirstRunAtStart();
   const auto receiver = std::make_shared<RequestReceiver>(askersOfDesktop());
   removeUnfinishedItems();
   std::optional<RequestReceiver::Result> ended;
@@ -203,6 +206,7 @@ int run(const std::vector<std::string>& words) {
       monitor);
   platform().runLoop->runMainLoopUntil([&] { return ended.has_value(); }, -1);
   cancelling.reset();
+  if (ended->success) alertOfCompletion(*place.action);
   waitForDesktop();
   if (!ended->success) throw CommandError(ended->message);
   const auto complaints = processes.complaints();
@@ -225,6 +229,7 @@ class Service {
     }
     RequestReceiver::removeStaleHandOffFiles();
     removeLeftOvers();
+    makeFirstRunAtStart();
     platform().userNotifications->setActivationHandler([this](const UserNotification& shown) {
       touch();
       RequestReceiver::showFilesOfNotification(shown.userInfo);

@@ -30,10 +30,14 @@ class UserNotifications {
 
   virtual ~UserNotifications() = default;
   virtual void deliverNotification(const UserNotification& notification) = 0;
+  // Plays the desktop's sound for something that was done; neither blocks nor fails visibly. Any
+  // thread.
+  virtual void playAlert() = 0;
   // Called on the main queue when the user presses the action button of a notification that this
   // process delivered. Null removes it.
   virtual void setActivationHandler(ActivationHandler handler) = 0;
-  // Deliveries that the daemon has not answered yet; a short-lived program waits for 0.
+  // Deliveries that the daemon has not answered yet, and sounds that have not ended; a short-lived
+  // program waits for 0.
   virtual int pendingDeliveries() const = 0;
   // Notifications with an action button that are still on the screen.
   virtual int openNotifications() const = 0;
@@ -45,6 +49,7 @@ class ForwardingUserNotifications : public UserNotifications {
   void deliverNotification(const UserNotification& notification) override {
     real_.deliverNotification(notification);
   }
+  void playAlert() override { real_.playAlert(); }
   void setActivationHandler(ActivationHandler handler) override {
     real_.setActivationHandler(std::move(handler));
   }

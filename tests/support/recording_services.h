@@ -42,6 +42,14 @@ class RecordingUserNotifications : public ForwardingUserNotifications {
     const std::lock_guard lock(mutex_);
     delivered_.push_back(notification);
   }
+  void playAlert() override {
+    const std::lock_guard lock(mutex_);
+    ++alerts_;
+  }
+  int alerts() const {
+    const std::lock_guard lock(mutex_);
+    return alerts_;
+  }
   std::vector<UserNotification> delivered() const {
     const std::lock_guard lock(mutex_);
     return delivered_;
@@ -50,6 +58,7 @@ class RecordingUserNotifications : public ForwardingUserNotifications {
  private:
   mutable std::mutex mutex_;
   std::vector<UserNotification> delivered_;
+  int alerts_ = 0;
 };
 
 // Keeps what is to be opened and revealed, instead of asking the desktop.

@@ -56,7 +56,7 @@ GList* toolbarItems(CajaMenuProvider* /*provider*/, GtkWidget* window, CajaFileI
     auto* const extension = HostExtension::shared(CajaHost::kIcons);
     if (extension == nullptr || folder == nullptr || !extension->showsToolbarItem()) return;
     const FinderSync& finderSync = extension->finderSync();
-    const std::string icon = extension->iconPathOf(finderSync.toolbarItemImage());
+    const std::string icon = extension->iconPathOf(extension->toolbarImage());
     CajaMenuItem* const item = caja_menu_item_new(
         "Tervano::toolbar", menuLabel(finderSync.toolbarItemName()).c_str(),
         finderSync.toolbarItemToolTip().c_str(), icon.empty() ? nullptr : icon.c_str());

@@ -105,6 +105,12 @@ const UrlSet& HostExtension::watchedDirectories() const {
   return controller_->directoryURLs();
 }
 
+ImagePtr HostExtension::toolbarImage() const {
+  return finderSync_->userDefaults()->useBlackAndWhiteIcon()
+             ? Image::imageNamed("icon-tervano-symbolic")
+             : finderSync_->toolbarItemImage();
+}
+
 std::string HostExtension::iconPathOf(const ImagePtr& image) const {
   return icons_ == nullptr ? std::string() : icons_->pathOf(image);
 }

@@ -43,6 +43,9 @@ class HostExtension {
   // Every visible volume, kept up to date while volumes come and go. File managers have no such
   // setting: whatever they show of this machine lies below one of these.
   const UrlSet& watchedDirectories() const;
+  // What the toolbar button shows: the extension's image, or its one-coloured form when the user
+  // wants that.
+  ImagePtr toolbarImage() const;
   // Empty for none, and where the file manager draws no icons.
   std::string iconPathOf(const ImagePtr& image) const;
 

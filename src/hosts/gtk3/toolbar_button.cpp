@@ -148,6 +148,13 @@ class Buttons {
 
  private:
   static void show(GtkWidget* button, const HostExtension& extension) {
+    if (const std::string icon = extension.iconPathOf(extension.toolbarImage()); !icon.empty()) {
+      const GObjectPtr<GFile> file(g_file_new_for_path(icon.c_str()));
+      const GObjectPtr<GIcon> image(g_file_icon_new(file.get()));
+      gtk_button_set_image(GTK_BUTTON(button),
+                           gtk_image_new_from_gicon(image.get(), GTK_ICON_SIZE_MENU));
+      gtk_button_set_always_show_image(GTK_BUTTON(button), TRUE);
+    }
     gtk_widget_set_visible(button, extension.showsToolbarItem() ? TRUE : FALSE);
     if (GtkWidget* const strip = gtk_widget_get_parent(button); strip != nullptr) {
       gtk_widget_set_visible(strip, hasVisibleChild(strip) ? TRUE : FALSE);
@@ -202,13 +209,6 @@ GtkWidget* newToolbarButton(HostExtension& extension, const char* uri, GtkWidget
   gtk_widget_set_tooltip_text(button, finderSync.toolbarItemToolTip().c_str());
   gtk_button_set_relief(GTK_BUTTON(button), GTK_RELIEF_NONE);
   gtk_widget_set_halign(button, GTK_ALIGN_END);
-  if (const std::string icon = extension.iconPathOf(finderSync.toolbarItemImage()); !icon.empty()) {
-    const GObjectPtr<GFile> file(g_file_new_for_path(icon.c_str()));
-    const GObjectPtr<GIcon> image(g_file_icon_new(file.get()));
-    gtk_button_set_image(GTK_BUTTON(button),
-                         gtk_image_new_from_gicon(image.get(), GTK_ICON_SIZE_MENU));
-    gtk_button_set_always_show_image(GTK_BUTTON(button), TRUE);
-  }
   const GObjectPtr<GFile> location(g_file_new_for_uri(uri == nullptr ? "" : uri));
   const GCharPtr path = localPathOf(location.get());
   SelectedItem folder{path == nullptr ? Url("about:blank") : Url::fileURLWithPath(path.get(), true),

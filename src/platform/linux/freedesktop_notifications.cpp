@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/linux/event_sound.h"
 #include "platform/linux/guard.h"
 #include "platform/log.h"
 #include "platform/platform.h"
@@ -19,6 +20,7 @@ constexpr char kShowAction[] = "show";
 constexpr char kDefaultAction[] = "default";
 // The sound theme's name for a message that has just come.
 constexpr char kDefaultSound[] = "message-new-instant";
+constexpr char kAlertSound[] = "complete";
 constexpr int kDefaultExpiry = -1;
 // A bus takes no more than 128 unanswered calls of a connection; the rest wait here.
 constexpr int kMaximumCalls = 16;
@@ -105,6 +107,15 @@ void FreedesktopNotifications::deliverNotification(const UserNotification& notif
   bus_.post([this, copy = std::make_shared<const UserNotification>(notification)] {
     waiting_.push_back(copy);
     deliverWaiting();
+  });
+}
+
+void FreedesktopNotifications::playAlert() {
+  ++*pendingSounds_;
+  bus_.post([pending = pendingSounds_] {
+    if (playEventSound(kAlertSound, [pending] { --*pending; })) return;
+    --*pending;
+    log("Could not play the sound of a completed action");
   });
 }
 

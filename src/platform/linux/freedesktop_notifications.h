@@ -32,8 +32,10 @@ class FreedesktopNotifications : public UserNotifications {
   ~FreedesktopNotifications() override;
 
   void deliverNotification(const UserNotification& notification) override;
+  // The sound "complete" of the sound theme.
+  void playAlert() override;
   void setActivationHandler(ActivationHandler handler) override;
-  int pendingDeliveries() const override { return pendingDeliveries_; }
+  int pendingDeliveries() const override { return pendingDeliveries_ + *pendingSounds_; }
   int openNotifications() const override { return openNotifications_; }
 
  private:
@@ -66,6 +68,8 @@ class FreedesktopNotifications : public UserNotifications {
   int replyTimeoutMilliseconds_;
   std::atomic<int> pendingDeliveries_{0};
   std::atomic<int> openNotifications_{0};
+  // Shared with the ends of sounds, which may come late.
+  std::shared_ptr<std::atomic<int>> pendingSounds_ = std::make_shared<std::atomic<int>>(0);
   // Shared with activations that are on their way to the main queue.
   std::shared_ptr<Handlers> handlers_ = std::make_shared<Handlers>();
 

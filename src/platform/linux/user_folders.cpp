@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
+#include <string_view>
 
 namespace tervano {
 
@@ -57,7 +59,37 @@ Descriptor openFolder(int parent, const std::string& name, bool create, mode_t f
   return folder;
 }
 
+// The quoted text of a shell's assignment: "$HOME/..." or an absolute path; nil for any other.
+std::optional<std::string> pathOfAssignment(std::string_view text) {
+  if (!text.starts_with('"')) return std::nullopt;
+  std::string path;
+  for (std::size_t at = 1; at < text.size() && text[at] != '"'; ++at) {
+    if (text[at] == '\\' && at + 1 < text.size()) ++at;
+    path += text[at];
+  }
+  constexpr std::string_view kHome = "$HOME";
+  if (path.starts_with(kHome)) path = homeFolder() + path.substr(kHome.size());
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  if (!path.starts_with('/')) return std::nullopt;
+  return path;
+}
+
 }  // namespace
+
+std::optional<std::string> userDirectory(const std::string& name) {
+  std::ifstream file(configHomeFolder() + "/user-dirs.dirs");
+  const std::string key = "XDG_" + name + "_DIR=";
+  std::optional<std::string> path;
+  for (std::string line; std::getline(file, line);) {
+    const auto begin = line.find_first_not_of(" \t");
+    if (begin == std::string::npos || line.compare(begin, key.size(), key) != 0) continue;
+    // As in a shell, the last one counts.
+    if (auto found = pathOfAssignment(std::string_view(line).substr(begin + key.size()))) {
+      path = std::move(found);
+    }
+  }
+  return path;
+}
 
 std::string homeFolder() {
   return absoluteVariable("HOME").value_or(accountHome());

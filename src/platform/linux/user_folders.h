@@ -22,6 +22,11 @@ std::string stateHomeFolder();
 // the more important folder first.
 std::vector<std::string> dataFolders();
 
+// The folder that the user's "user-dirs.dirs" has under "XDG_NAME_DIR", as "DOWNLOAD"
+// (freedesktop's xdg-user-dirs; the home folder means that the user wants none). Nil when the file
+// does not say.
+std::optional<std::string> userDirectory(const std::string& name);
+
 // Where the processes of one user meet: a folder "tervano" that lies in $XDG_RUNTIME_DIR, in
 // /run/user/UID or, with neither, a folder /tmp/tervano-UID. Not every process of a session has
 // the variable, so whoever wants to be found looks at all of them.

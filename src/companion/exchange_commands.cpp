@@ -1,0 +1,249 @@
+#include <sys/stat.h>
+
+#include <array>
+#include <ctime>
+#include <iostream>
+
+#include "actions/next_available_path.h"
+#include "companion/action_exchange.h"
+#include "companion/action_store.h"
+#include "companion/arguments.h"
+#include "companion/command.h"
+#include "companion/consent.h"
+#include "companion/list_versions.h"
+#include "companion/silent_log.h"
+#include "model/tv_action_group.h"
+#include "platform/file_coordinator.h"
+#include "platform/file_manager.h"
+#include "platform/platform.h"
+
+namespace tervano {
+
+namespace {
+
+constexpr char kStandardOutput[] = "-";
+
+std::string titleOf(const TVAction& action) {
+  return printable(action.title().value_or("(no title)"));
+}
+
+ExchangeForm formOfFile(const std::string& file) {
+  const std::string extension = pathExtension(file);
+  if (extension == "json") return ExchangeForm::json;
+  return extension == "xml" ? ExchangeForm::xml : ExchangeForm::archive;
+}
+
+int exportActions(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{"form"}, {}});
+  arguments.requirePositional(1, SIZE_MAX, "The file");
+  const auto& positional = arguments.positional();
+  const auto form = arguments.value("form");
+  const auto list = loadActions()->actions();
+  ActionList chosen;
+  for (auto uid = positional.begin() + 1; uid != positional.end(); ++uid) {
+    chosen.push_back(requireAction(list, *uid).action);
+  }
+  const Data bytes =
+      exportedActions(positional.size() == 1 ? list : chosen,
+                      form ? requireExchangeForm(*form) : formOfFile(positional.front()));
+  if (positional.front() == kStandardOutput) {
+    std::cout.write(reinterpret_cast<const char*>(bytes.data()),
+                    static_cast<std::streamsize>(bytes.size()));
+    return kExitSuccess;
+  }
+  const std::string path = absolutePath(positional.front());
+  auto& files = *platform().fileManager;
+  if (files.itemExistsAtPath(path)) {
+    throw CommandError(printable(path) + " is there already and stays as it is.");
+  }
+  if (const auto error = files.writeDataToFile(bytes, path, true)) {
+    throw CommandError("The actions could not be written: " + error->message);
+  }
+  return kExitSuccess;
+}
+
+void showImported(const TVAction& action, const std::string& margin) {
+  std::cerr << margin << titleOf(action) << "  [" << action.className() << "]\n";
+  for (const auto& line : commandsOfAction(action)) {
+    std::cerr << margin << "    " << printable(line) << "\n";
+  }
+  const auto* group = dynamic_cast<const TVActionGroup*>(&action);
+  if (group == nullptr) return;
+  for (const auto& member : group->actions().value_or(ActionList())) {
+    showImported(*member, margin + "    ");
+  }
+}
+
+int importActions(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{}, {"yes"}});
+  arguments.requirePositional(1, 1, "The file");
+  const std::string path = absolutePath(arguments.positional().front());
+  std::optional<Error> error;
+  const auto bytes = platform().fileManager->contentsAtPath(path, &error);
+  if (!bytes) throw CommandError(error->message);
+  const ActionList imported = importedActions(*bytes);
+  if (imported.empty()) throw CommandError("The file holds no actions.");
+
+  for (const auto& action : imported) showImported(*action, "");
+  for (const auto& action : freshenUids(imported, loadActions()->actions())) {
+    std::cerr << "Note: \"" << titleOf(*action)
+              << "\" gets a new uid, for its own is taken or is none.\n";
+  }
+  Question question;
+  question.text = "Add these actions to the list?";
+  question.consent = "Add";
+  if (!arguments.has("yes") && !consentsOnTerminal(question, false)) {
+    throw CommandError(
+        "Nothing was imported: it needs your yes on a terminal, or --yes when you know what the "
+        "actions do.");
+  }
+  changeActions([&](TVActionsManager& manager) {
+    // The list may have changed while the user was reading.
+    freshenUids(imported, manager.actions());
+    for (const auto& action : imported) manager.addAction(action);
+  });
+  for (const auto& action : imported) std::cout << action->uid().value() << "\n";
+  return kExitSuccess;
+}
+
+std::string timeOfFile(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return "(unknown time)";
+  std::tm parts{};
+  localtime_r(&status.st_mtim.tv_sec, &parts);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);
+  return text.data();
+}
+
+int versions(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {});
+  arguments.requirePositional(0, 0, "");
+  for (const auto& version : listVersions()) {
+    const auto actions = actionsOfVersion(version);
+    std::cout << version.number << "  " << timeOfFile(version.path) << "  "
+              << (actions ? std::to_string(actions->size()) + " entries" : "cannot be read")
+              << "\n";
+  }
+  return kExitSuccess;
+}
+
+ListVersion requireVersion(const std::vector<ListVersion>& kept, const std::string& word) {
+  for (const auto& version : kept) {
+    if (std::to_string(version.number) == word) return version;
+  }
+  throw UsageError("There is no version \"" + printable(word) +
+                   "\"; \"tervano versions\" lists them.");
+}
+
+// Why the list cannot be read; nil when it can.
+std::optional<std::string> complaintAboutList() {
+  const ScopedSilence silence;
+  try {
+    loadActions();
+    return std::nullopt;
+  } catch (const CommandError& unreadable) {
+    return unreadable.what();
+  }
+}
+
+// Moves a list that cannot be read to a name of its own.
+void setListAside() {
+  const auto url = TVActionsManager().saveURL();
+  if (!url) throw CommandError("There is no container for the action list on this system.");
+  std::optional<Error> failure;
+  const auto unlocked =
+      platform().fileCoordinator->coordinateWriting(url->path(), [&](const std::string& path) {
+        // It may have become readable while the user was asked.
+        if (!complaintAboutList()) return;
+        const std::string aside = vx_nextAvailablePath(
+            appendingPathComponent(deletingLastPathComponent(path), "Unreadable Actions.plist"));
+        failure = platform().fileManager->moveItemAtPath(path, aside);
+        if (!failure)
+          std::cout << "The list that cannot be read is now " << printable(aside) << "\n";
+      });
+  if (unlocked) failure = unlocked;
+  if (failure) throw CommandError("The list could not be set aside: " + failure->message);
+}
+
+int restore(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{}, {"yes"}});
+  arguments.requirePositional(0, 1, "");
+  const auto kept = listVersions();
+  std::optional<ListVersion> chosen;
+  ActionList actions;
+  if (!arguments.positional().empty()) {
+    chosen = requireVersion(kept, arguments.positional().front());
+    const auto read = actionsOfVersion(*chosen);
+    if (!read) throw CommandError("That version cannot be read.");
+    actions = *read;
+  } else {
+    for (const auto& version : kept) {
+      const auto read = actionsOfVersion(version);
+      if (!read) continue;
+      chosen = version;
+      actions = *read;
+      break;
+    }
+  }
+  const auto complaint = complaintAboutList();
+  if (!chosen && !complaint) throw CommandError("There is no former version of the list.");
+
+  const std::string replacement = chosen ? "version " + std::to_string(chosen->number) + " with " +
+                                               std::to_string(actions.size()) + " entries"
+                                         : "an empty list, for there is no former version";
+  Question question;
+  question.text = complaint ? *complaint + " Set it aside and take " + replacement + "?"
+                            : "Replace the list by " + replacement + "?";
+  question.consent = "Restore";
+  if (!arguments.has("yes") && !consentsOnTerminal(question, false)) {
+    throw CommandError("Nothing was changed: it needs your yes on a terminal, or --yes.");
+  }
+  if (complaint) setListAside();
+  changeActions([&](TVActionsManager& manager) { manager.updateActions(actions); });
+  return kExitSuccess;
+}
+
+}  // namespace
+
+std::vector<Command> exchangeCommands() {
+  return {
+      {{"export",
+        "write actions to a file, for another machine or another user",
+        {"[--form archive|xml|json] FILE [UID...]"},
+        {"All actions, or those that are named, groups with their members. FILE is a new one, or "
+         "\"-\" for standard output. Scripts, templates and applications stay where they are: an "
+         "action names their paths."},
+        {{"--form FORM",
+          "archive: the format of the list itself. xml: the same as an XML property list. json: an "
+          "array of objects. Unless given, the extension .xml or .json tells, else archive."}}},
+       exportActions},
+      {{"import",
+        "add actions from a file, after showing what they do",
+        {"[--yes] FILE"},
+        {"Whatever \"tervano export\" writes, and the list of another system. First every action "
+         "is shown on standard error with what it starts, opens, removes or changes; the text of "
+         "a script that is here is shown as well. Then you are asked. An action whose uid is in "
+         "the list already gets a new one; the one in the list stays as it is. Prints the uids of "
+         "the new entries."},
+        {{"--yes", "Asks nothing. Without a terminal nothing is imported unless this is given."}}},
+       importActions},
+      {{"versions",
+        "list the former versions of the list of actions",
+        {""},
+        {"The last ten, the newest first, each with its number, the time at which it was replaced "
+         "and its size."},
+        {}},
+       versions},
+      {{"restore",
+        "put a former version of the list back",
+        {"[--yes] [NUMBER]"},
+        {"The newest version that can be read, or the one of that number. What it replaces becomes "
+         "a version itself. A list that cannot be read is set aside under another name. Asks "
+         "first."},
+        {{"--yes", "Asks nothing. Without a terminal nothing is restored unless this is given."}}},
+       restore},
+  };
+}
+
+}  // namespace tervano
