@@ -104,12 +104,12 @@ Finding findingOfFormats(const std::string& output) {
   std::string listed;
   for (std::string word; words >> word;) {
     formats.push_back(word);
-    listed += (listed.empty() ? "" : ", ") + word;
+    listed.append(listed.empty() ? "" : ", ").append(word);
   }
   std::string lacking;
   for (const auto& format : allFormats()) {
     if (std::find(formats.begin(), formats.end(), format) != formats.end()) continue;
-    lacking += (lacking.empty() ? "" : ", ") + format;
+    lacking.append(lacking.empty() ? "" : ", ").append(format);
   }
   if (lacking.empty()) return {"picture formats", Health::ok, listed + ".", ""};
   return {"picture formats", Health::missing, "Pictures cannot be converted to " + lacking + ".",
@@ -127,8 +127,9 @@ void addTools(std::vector<Finding>& findings) {
     const BriefRun run = runBriefly(path, tool.question, kToolSeconds);
     const std::string why = whyRunFailed(run, tool.status);
     if (!why.empty()) {
-      findings.push_back(
-          {tool.name, Health::broken, path + " fails: " + why + ".", installAgain(kMainPackage)});
+      std::string detail = path;
+      detail.append(" fails: ").append(why).append(".");
+      findings.push_back({tool.name, Health::broken, detail, installAgain(kMainPackage)});
       continue;
     }
     findings.push_back({tool.name, Health::ok, path + " runs.", ""});

@@ -11,7 +11,8 @@ std::string whyModuleIsUnusable(const std::string& path, const std::vector<std::
     return why == nullptr ? path + " cannot be loaded" : why;
   }
   for (const auto& entry : entries) {
-    if (dlsym(module, entry.c_str()) == nullptr) return path + " lacks the function " + entry;
+    if (dlsym(module, entry.c_str()) != nullptr) continue;
+    return std::string(path).append(" lacks the function ").append(entry);
   }
   return "";
 }
