@@ -23,8 +23,8 @@ class Window : public VXTaskHelperDelegate, public std::enable_shared_from_this<
  public:
   explicit Window(WindowAnswer answer) : answer_(std::move(answer)) {}
 
-  void open(const Question& question, int passwordDescriptor) {
-    const auto task = platform().processes->createProcess();
+  void open(Processes& processes, const Question& question, int passwordDescriptor) {
+    const auto task = processes.createProcess();
     task->setLaunchPath(platform().bundle->pathForAuxiliaryExecutable("tervano-ask"));
     std::vector<std::string> arguments{"--question", printable(question.text),
                                        "--detail",   question.detail,
@@ -85,8 +85,9 @@ std::vector<std::string> shownPaths(const Question& question) {
   return items;
 }
 
-void askInWindow(const Question& question, WindowAnswer answer, int passwordDescriptor) {
-  std::make_shared<Window>(std::move(answer))->open(question, passwordDescriptor);
+void askInWindow(Processes& processes, const Question& question, WindowAnswer answer,
+                 int passwordDescriptor) {
+  std::make_shared<Window>(std::move(answer))->open(processes, question, passwordDescriptor);
 }
 
 }  // namespace tervano

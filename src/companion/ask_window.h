@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "companion/action_driver.h"
+#include "platform/process.h"
 
 namespace tervano {
 
@@ -17,9 +18,10 @@ std::vector<std::string> shownPaths(const Question& question);
 using WindowAnswer = std::function<void(std::optional<bool> consents)>;
 
 // Shows the question in a window of the desktop, which is a program of its own, and calls `answer`
-// once, at once when the program cannot be started, else later on the main queue. With a
+// once, at once when `processes` cannot start the program, else later on the main queue. With a
 // `passwordDescriptor` the window asks for a new password besides and writes it there before it
 // consents; it is used up to the launch. Main thread.
-void askInWindow(const Question& question, WindowAnswer answer, int passwordDescriptor = -1);
+void askInWindow(Processes& processes, const Question& question, WindowAnswer answer,
+                 int passwordDescriptor = -1);
 
 }  // namespace tervano

@@ -11,6 +11,7 @@
 #include "companion/hidden_input.h"
 #include "platform/error.h"
 #include "platform/linux/descriptor.h"
+#include "platform/platform.h"
 
 namespace tervano {
 
@@ -39,8 +40,8 @@ void askOnTerminal(const Question& question, const Answer& answer) {
   answer(line == "y" || line == "Y" || line == "yes", "");
 }
 
-void askForConsentInWindow(const Question& question, const Answer& answer) {
-  askInWindow(question, [question, answer](std::optional<bool> consents) {
+void askForConsentInWindow(Processes& processes, const Question& question, const Answer& answer) {
+  askInWindow(processes, question, [question, answer](std::optional<bool> consents) {
     if (consents) {
       answer(*consents, "");
     } else if (hasTerminal()) {
@@ -65,7 +66,8 @@ void askForPasswordOnTerminal(const Question& question, const PasswordAnswer& an
   }
 }
 
-void askForPasswordInWindow(const Question& question, const PasswordAnswer& answer) {
+void askForPasswordInWindow(Processes& processes, const Question& question,
+                            const PasswordAnswer& answer) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
     return answer(std::nullopt,
@@ -75,7 +77,7 @@ void askForPasswordInWindow(const Question& question, const PasswordAnswer& answ
   const auto readingEnd = std::make_shared<Descriptor>(ends[0]);
   const Descriptor writingEnd(ends[1]);
   askInWindow(
-      question,
+      processes, question,
       [question, answer, readingEnd](std::optional<bool> consents) {
         if (!consents && hasTerminal()) return askForPasswordOnTerminal(question, answer);
         if (!consents) return answer(std::nullopt, kNobodyToAsk);
@@ -96,15 +98,20 @@ Asker askerOfTerminal() {
 }
 
 Asker askerOfDesktop() {
-  return askForConsentInWindow;
+  return [processes = platform().processes](const Question& question, const Answer& answer) {
+    askForConsentInWindow(*processes, question, answer);
+  };
 }
 
 PasswordAsker passwordAskerOfTerminal() {
-  return hasTerminal() ? askForPasswordOnTerminal : askForPasswordInWindow;
+  return hasTerminal() ? PasswordAsker(askForPasswordOnTerminal) : passwordAskerOfDesktop();
 }
 
 PasswordAsker passwordAskerOfDesktop() {
-  return askForPasswordInWindow;
+  return
+      [processes = platform().processes](const Question& question, const PasswordAnswer& answer) {
+        askForPasswordInWindow(*processes, question, answer);
+      };
 }
 
 PasswordAsker passwordAskerOfDescriptor(int descriptor) {

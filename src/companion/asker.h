@@ -11,6 +11,8 @@ Asker askerOfTerminal();
 // answer is no, with the reason.
 Asker askerOfDesktop();
 
+// The windows of both are started by the process service of the time when the asker was made.
+
 // Ask for a new password: on the terminal first or in a window first, each else in the other way.
 // On the terminal it is typed unseen.
 PasswordAsker passwordAskerOfTerminal();

@@ -70,7 +70,7 @@ std::vector<std::string> templateNames() {
 
 std::string pathOfTemplate(const std::string& name) {
   if (const auto folder = pathOfUserFolder({"TEMPLATES", "Templates"})) {
-    const std::string own = *folder + "/" + name;
+    std::string own = *folder + "/" + name;
     if (platform().fileManager->fileExistsAtPath(own)) return own;
   }
   return platform().bundle->resourcePath() + "/" + kTemplatesResource + "/" + name;
@@ -154,7 +154,7 @@ void makeTemplates(FirstRun& firstRun) {
       throw CommandError("The templates could not be made: " + error->message);
     }
     for (const auto& name : templateNames()) {
-      const std::string target = folder + "/" + name;
+      const std::string target = appendingPathComponent(folder, name);
       if (files.itemExistsAtPath(target)) continue;
       const auto error = files.copyItemAtPath(
           platform().bundle->resourcePath() + "/" + kTemplatesResource + "/" + name, target);

@@ -171,7 +171,10 @@ int run(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{"password-fd"}, {"yes", "dry-run", "json"}});
   arguments.requirePositional(1, SIZE_MAX, "The uid of an action");
   Askers askers;
-  if (!arguments.has("yes")) askers.consent = askerOfTerminal();
+  if (!arguments.has("yes")) {
+    askers.consent = askerOfTerminal();
+    if (!askers.consent) askers.consent = askerOfDesktop();
+  }
   const auto descriptor = arguments.value("password-fd");
   askers.password = descriptor ? passwordAskerOfDescriptor(descriptorFrom(*descriptor))
                                : passwordAskerOfTerminal();
@@ -318,7 +321,8 @@ std::vector<Command> runCommands() {
       {{"run",
         "run an action on files and wait for its end",
         {"[--yes] [--password-fd N] UID [PATH...]", "--dry-run [--json] UID [PATH...]"},
-        {"On a terminal, what removes files for good asks first. A kind of action that does "
+        {"What removes files for good asks first, on the terminal, else in a window. A kind of "
+         "action that does "
          "nothing when it is run says so. A tool that wrote an error, "
          "ended badly or could not be started is a failure too.",
          "What compresses asks for the password on the terminal, unseen, else in a window. An "

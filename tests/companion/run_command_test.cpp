@@ -100,6 +100,14 @@ TEST_F(RunCommandTest, AToolThatASignalEndedIsAFailure) {
   expectFailureWith(run(addScript("kill -9 $$\n")), "/bin/bash was ended by signal 9.");
 }
 
+TEST_F(RunCommandTest, WithNobodyToAskNothingIsRemoved) {
+  const auto uid = home_.succeed({"add", "secure-delete"});
+  const std::string path = home_.file("precious.txt");
+  expectFailureWith(home_.tervano({"run", uid, path}),
+                    "Nothing was done: there is neither a display nor a terminal to ask on.");
+  EXPECT_TRUE(std::filesystem::exists(path));
+}
+
 TEST_F(RunCommandTest, AToolThatCannotBeStartedIsAFailure) {
   const auto uid = home_.succeed({"add", "secure-delete"});
   ProgramStart start;

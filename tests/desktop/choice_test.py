@@ -105,6 +105,10 @@ class ChoiceTest(DesktopTest):
     def test_items_of_the_trash_are_left_alone(self):
         self.add_move("Move away")
         self.desktop.tervano("add", "secure-delete", "--title", "Delete")
+        self.manager.open()
+        self.manager.select("gamma.txt")
+        self.assertIsNotNone(self.manager.open_menu().member("Tervano"))
+        self.manager.close_menu()
         subprocess.run(["gio", "trash", self.desktop.files / "alpha.txt"], check=True)
         self.manager.open("trash:///")
         self.manager.select("alpha.txt")
@@ -135,7 +139,9 @@ class ChoiceTest(DesktopTest):
         self.manager.open()
         self.choose_for(["alpha.txt"], "Move away")
         self.wait_for_move("alpha.txt")
-        for process in self.desktop.processes_named("tervano"):
+        companions = self.desktop.processes_named("tervano")
+        self.assertTrue(companions)
+        for process in companions:
             os.kill(process, 9)
         self.manager.close_menu()
         self.choose_for(["gamma.txt"], "Move away")

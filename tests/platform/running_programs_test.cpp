@@ -2,13 +2,16 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <limits>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "tests/support/program.h"
-#include "tests/support/temporary_home.h"
+#include "tests/support/scoped_platform.h"
 #include "tests/support/wait.h"
 
 namespace tervano::test {
@@ -21,22 +24,25 @@ using testing::IsEmpty;
 // A program of our own that runs until the test ends.
 class CopiedProgram {
  public:
-  CopiedProgram() : path_(home_.path() + "/a program of ours") {
+  CopiedProgram() {
     std::filesystem::copy_file("/usr/bin/sleep", path_);
     child_ = std::make_unique<ChildProcess>(startProgram(path_, {"600"}));
   }
 
   pid_t pid() const { return child_->pid(); }
   const std::string& path() const { return path_; }
-  std::vector<pid_t> found() const { return processesOfProgram("a program of ours"); }
+  const std::string& name() const { return name_; }
+  std::vector<pid_t> found() const { return processesOfProgram(name_); }
   // Until the fork has become the program.
   bool runs() const {
     return waitUntil([this] { return !found().empty() && processHasLoaded(pid(), "libc.so.6"); });
   }
 
  private:
-  TemporaryHome home_;
-  std::string path_;
+  ScopedPlatform platform_;
+  // Its own, since tests run beside each other.
+  const std::string name_ = "a program of " + std::to_string(getpid());
+  const std::string path_ = platform_.home().path() + "/" + name_;
   std::unique_ptr<ChildProcess> child_;
 };
 
@@ -46,7 +52,7 @@ TEST(RunningProgramsTest, AProgramIsFoundByTheNameOfItsFile) {
   const CopiedProgram program;
   ASSERT_TRUE(program.runs());
   EXPECT_THAT(program.found(), testing::ElementsAre(program.pid()));
-  EXPECT_THAT(processesOfProgram("program of ours"), IsEmpty());
+  EXPECT_THAT(processesOfProgram(program.name().substr(2)), IsEmpty());
 }
 
 TEST(RunningProgramsTest, AProgramWhoseFileWasRemovedIsStillFound) {
@@ -66,12 +72,13 @@ TEST(RunningProgramsTest, WhatAProcessHasLoadedIsKnownByItsWholeFileName) {
 TEST(RunningProgramsTest, AFileThatWasRemovedSinceDoesNotCount) {
   const CopiedProgram program;
   ASSERT_TRUE(program.runs());
-  EXPECT_TRUE(processHasLoaded(program.pid(), "a program of ours"));
+  EXPECT_TRUE(processHasLoaded(program.pid(), program.name()));
   std::filesystem::remove(program.path());
-  EXPECT_FALSE(processHasLoaded(program.pid(), "a program of ours"));
+  EXPECT_FALSE(processHasLoaded(program.pid(), program.name()));
 }
 
 TEST(RunningProgramsTest, AProcessThatIsGoneHasNothingLoaded) {
+  const ScopedPlatform platform;
   EXPECT_FALSE(processHasLoaded(std::numeric_limits<pid_t>::max(), "libc.so.6"));
 }
 

@@ -2,10 +2,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
@@ -13,6 +15,7 @@
 #include "platform/linux/posix_file_manager.h"
 #include "platform/linux/unfinished_items.h"
 #include "tests/support/child_process.h"
+#include "tests/support/refused_calls.h"
 #include "tests/support/run_program.h"
 #include "tests/support/temporary_home.h"
 #include "tests/support/watching_observer.h"
@@ -167,6 +170,41 @@ TEST_F(WatchedCopyTest, WhatCannotBeRemovedIsNamedAndTheCopyStands) {
   EXPECT_EQ(child.waitForExit(), 0);
   EXPECT_THAT(*message, HasSubstr("what it replaces is now called .tervano-"));
   EXPECT_THAT(*message, HasSubstr("Permission denied"));
+  EXPECT_EQ(contentsOf(at("to/a")), "new");
+  EXPECT_EQ(namesIn("to").size(), 2U);
+}
+
+TEST_F(WatchedCopyTest, WhereNothingCanBeExchangedTheOldOneStaysUntilTheNewOneIsThere) {
+  make("to/a/inside", "old");
+  make("a", "new");
+  auto child = forkChild([&](ParentLink& parent) {
+    refuseCalls({{SYS_renameat2, EINVAL, RefusedCall::Having::theValue, 4, RENAME_EXCHANGE}});
+    const auto error = copy("a", "to/a", true);
+    parent.say(error ? error->message : "none");
+    return 0;
+  });
+  EXPECT_EQ(child.hear(), "none");
+  EXPECT_EQ(child.waitForExit(), 0);
+  EXPECT_EQ(contentsOf(at("to/a")), "new");
+  EXPECT_THAT(namesIn("to"), ElementsAre("a"));
+}
+
+TEST_F(WatchedCopyTest, WhereNothingCanBeExchangedWhatCannotBeRemovedIsNamedAndTheCopyStands) {
+  make("to/a/locked/inside", "old");
+  make("a", "new");
+  giveToNobody(home_.path());
+  ASSERT_EQ(chmod(at("to/a/locked").c_str(), 0555), 0);
+  auto child = forkChild([&](ParentLink& parent) {
+    if (!becomeNobody()) return 98;
+    refuseCalls({{SYS_renameat2, EINVAL, RefusedCall::Having::theValue, 4, RENAME_EXCHANGE}});
+    const auto error = copy("a", "to/a", true);
+    parent.say(error ? error->message : "none");
+    return 0;
+  });
+  const auto message = child.hear();
+  ASSERT_TRUE(message);
+  EXPECT_EQ(child.waitForExit(), 0);
+  EXPECT_THAT(*message, HasSubstr("what it replaces is now called .tervano-"));
   EXPECT_EQ(contentsOf(at("to/a")), "new");
   EXPECT_EQ(namesIn("to").size(), 2U);
 }

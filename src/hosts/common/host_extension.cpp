@@ -5,6 +5,7 @@
 #include "actions/register_action_classes.h"
 #include "messaging/message_identifiers.h"
 #include "model/action_list.h"
+#include "platform/linux/blocked_signals.h"
 #include "platform/linux/guard.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/linux/uniform_type_table.h"
@@ -34,14 +35,17 @@ void installServices() {
   options.classRegistry = &registry;
   const Platform& services = linuxPlatform(options);
   installPlatform(services);
-  // Reads many files.
-  std::thread([&services] {
-    guarded("the desktop's types", [&services] {
-      if (auto* table = dynamic_cast<UniformTypeTable*>(services.uniformTypes)) {
-        table->loadDesktopTypes();
-      }
-    });
-  }).detach();
+  // Reads many files. Without it the types of the system are known.
+  guarded("the start of a thread", [&services] {
+    const BlockedSignals blocked;
+    std::thread([&services] {
+      guarded("the desktop's types", [&services] {
+        if (auto* table = dynamic_cast<UniformTypeTable*>(services.uniformTypes)) {
+          table->loadDesktopTypes();
+        }
+      });
+    }).detach();
+  });
 }
 
 }  // namespace
@@ -121,8 +125,13 @@ void HostExtension::listDidChange() {
 }
 
 void HostExtension::notify() const {
-  for (const auto& observer : observers_) {
-    guarded("a file manager's observer", [&] { observer(); });
+  // An observer may add another one, which moves them all; that one has nothing to hear yet.
+  const std::size_t count = observers_.size();
+  for (std::size_t i = 0; i < count; ++i) {
+    guarded("a file manager's observer", [&] {
+      const auto observer = observers_[i];
+      observer();
+    });
   }
 }
 

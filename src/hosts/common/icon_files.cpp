@@ -103,7 +103,6 @@ void IconFiles::prepare(const std::optional<ActionList>& actions) {
   for (auto& icon : iconsOf(actions.value_or(ActionList()))) {
     if (icon->name().empty()) drawn.push_back(std::move(icon));
   }
-  if (drawn.empty()) return;
   if (queue_ == nullptr) queue_ = platform().runLoop->createSerialQueue("icons");
   queue_->dispatchAsync([weak = weak_from_this(), generation, drawn = std::move(drawn)] {
     PictureFolder folder;
@@ -114,6 +113,7 @@ void IconFiles::prepare(const std::optional<ActionList>& actions) {
       if (!path.empty()) paths.emplace(icon, std::move(path));
     }
     folder.removeOld();
+    if (drawn.empty()) return;
     platform().runLoop->dispatchAsyncOnMainQueue([weak, generation, paths = std::move(paths)] {
       const auto self = weak.lock();
       if (self == nullptr || self->generation_ != generation) return;

@@ -6,13 +6,13 @@
 #include <atomic>
 #include <cmath>
 #include <condition_variable>
-#include <csignal>
 #include <deque>
 #include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 
+#include "platform/linux/blocked_signals.h"
 #include "platform/linux/guard.h"
 
 namespace tervano {
@@ -163,22 +163,6 @@ struct QueueState {
     }
     running = false;
   }
-};
-
-// No signal of the host may be handled on a thread of ours.
-class BlockedSignals {
- public:
-  BlockedSignals() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &previous_);
-  }
-  BlockedSignals(const BlockedSignals&) = delete;
-  BlockedSignals& operator=(const BlockedSignals&) = delete;
-  ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
-
- private:
-  sigset_t previous_;
 };
 
 class ThreadQueue : public SerialQueue {

@@ -122,23 +122,28 @@ std::optional<Error> replaceWithCopy(const ItemPlace& to, const std::string& tem
                                      const std::string& phrase) {
   const int folder = to.folder();
   const char* const name = to.name().c_str();
-  if (renameat2(folder, temporary.c_str(), folder, name, RENAME_EXCHANGE) == 0) {
-    auto error = removeTree(folder, temporary, to.path());
-    if (error) {
-      error->message = phrase + ": what it replaces is now called " + temporary +
-                       " and could not be removed: " + error->message;
+  std::string replaced = temporary;
+  if (renameat2(folder, temporary.c_str(), folder, name, RENAME_EXCHANGE) != 0) {
+    // In two steps where the file system has no exchange.
+    int code = errno;
+    if (code == EINVAL || code == ENOSYS) {
+      replaced = temporaryName();
+      code = renameWithoutReplacing(folder, to.name(), folder, replaced);
+      if (code == 0) {
+        code = renameWithoutReplacing(folder, temporary, folder, to.name());
+        if (code != 0) renameWithoutReplacing(folder, replaced, folder, to.name());
+      }
     }
-    return error;
+    if (code != 0) {
+      removeTree(folder, temporary, to.path());
+      return posixError(code, phrase);
+    }
   }
-  std::optional<Error> error;
-  if (errno != EINVAL && errno != ENOSYS) {
-    error = posixError(errno, phrase);
-  } else if ((error = removeTree(folder, to.name(), to.path()))) {
-    error->message = phrase + ": " + error->message;
-  } else if (const int code = renameWithoutReplacing(folder, temporary, folder, to.name())) {
-    error = posixError(code, phrase);
+  auto error = removeTree(folder, replaced, to.path());
+  if (error) {
+    error->message = phrase + ": what it replaces is now called " + replaced +
+                     " and could not be removed: " + error->message;
   }
-  if (error) removeTree(folder, temporary, to.path());
   return error;
 }
 

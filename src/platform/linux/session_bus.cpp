@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "platform/linux/blocked_signals.h"
 #include "platform/linux/guard.h"
 
 namespace tervano {
@@ -53,18 +54,8 @@ SessionBus::~SessionBus() {
 void SessionBus::post(std::function<void()> item) {
   {
     const std::lock_guard lock(mutex_);
+    if (context_ == nullptr) start();
     items_.push_back(std::move(item));
-    if (context_ == nullptr) {
-      context_ = g_main_context_new();
-      loop_ = g_main_loop_new(context_, FALSE);
-      callsCancellable_.reset(g_cancellable_new());
-      thread_ = std::thread([context = context_, loop = loop_] {
-        pthread_setname_np(pthread_self(), "tervano-bus");
-        g_main_context_push_thread_default(context);
-        g_main_loop_run(loop);
-        g_main_context_pop_thread_default(context);
-      });
-    }
   }
   // One turn of the loop for each item.
   GSource* source = g_idle_source_new();
@@ -80,6 +71,27 @@ void SessionBus::post(std::function<void()> item) {
       this, nullptr);
   g_source_attach(source, context_);
   g_source_unref(source);
+}
+
+void SessionBus::start() {
+  GMainContext* const context = g_main_context_new();
+  GMainLoop* const loop = g_main_loop_new(context, FALSE);
+  try {
+    const BlockedSignals blocked;
+    thread_ = std::thread([context, loop] {
+      pthread_setname_np(pthread_self(), "tervano-bus");
+      g_main_context_push_thread_default(context);
+      g_main_loop_run(loop);
+      g_main_context_pop_thread_default(context);
+    });
+  } catch (...) {
+    g_main_loop_unref(loop);
+    g_main_context_unref(context);
+    throw;
+  }
+  context_ = context;
+  loop_ = loop;
+  callsCancellable_.reset(g_cancellable_new());
 }
 
 void SessionBus::runNextItem() {

@@ -51,6 +51,8 @@ class SessionBus {
             ReplyHandler handler, GObjectPtr<GUnixFDList> descriptors = nullptr);
 
  private:
+  // Makes the thread; throws when there can be none, and then nothing was made.
+  void start();
   void runNextItem();
   void connect();
   void finishConnecting(GObjectPtr<GDBusConnection> connection);

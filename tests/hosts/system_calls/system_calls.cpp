@@ -65,11 +65,13 @@ void markMenuRequest() {
 
 void expectHarmlessSystemCalls(const std::string& program, const std::string& folder) {
   const std::set<std::string> refused = {
-      "fork",   "vfork",   "clone", "clone3",    "execve",          "execveat", "connect",
-      "sendto", "sendmsg", "recv",  "recvmsg",   "recvfrom",        "poll",     "ppoll",
-      "select", "pselect", "epoll", "nanosleep", "clock_nanosleep", "fsync",    "fdatasync",
-      "syncfs", "flock",   "wait4", "waitid",    "rename",          "renameat", "renameat2",
-      "unlink", "unlinkat"};
+      "fork",      "vfork",           "clone",   "clone3",    "execve",     "execveat",
+      "connect",   "sendto",          "sendmsg", "recv",      "recvmsg",    "recvfrom",
+      "sendmmsg",  "recvmmsg",        "sync",    "msync",     "link",       "linkat",
+      "poll",      "ppoll",           "select",  "pselect6",  "epoll_wait", "epoll_pwait",
+      "nanosleep", "clock_nanosleep", "fsync",   "fdatasync", "syncfs",     "flock",
+      "wait4",     "waitid",          "rename",  "renameat",  "renameat2",  "unlink",
+      "unlinkat"};
   const auto forOne = requestsFor(1, program, folder);
   ASSERT_EQ(forOne.size(), 2U);
   for (const auto& calls : forOne) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/support/child_process.h"
+#include "tests/support/refused_calls.h"
 #include "tests/support/scoped_platform.h"
 
 namespace tervano::test {
@@ -40,21 +41,6 @@ class RunningProgram {
   pid_t pid_;
   std::string outputs_;
 };
-
-// What a system call is answered with: calls of that number, or only those in which an argument is
-// `value`, or has one of its bits.
-struct RefusedCall {
-  enum class Having { anything, theValue, aBit };
-
-  long number = 0;
-  int code = 0;
-  Having having = Having::anything;
-  int argument = 0;
-  unsigned value = 0;
-};
-// From now on, for this process and the programs that it becomes. For children before their
-// program.
-void refuseCalls(const std::vector<RefusedCall>& calls);
 
 // A file of a process in /proc; empty when the process is gone.
 std::string procFile(pid_t process, const std::string& name);
