@@ -110,7 +110,7 @@ class ChoiceTest(DesktopTest):
         self.assertIsNotNone(self.manager.open_menu().member("Tervano"))
         self.manager.close_menu()
         subprocess.run(["gio", "trash", self.desktop.files / "alpha.txt"], check=True)
-        self.manager.open("trash:///")
+        self.manager.open_window("trash:///")
         self.manager.select("alpha.txt")
         self.assertIsNone(self.manager.open_menu().member("Tervano"))
 

@@ -68,7 +68,7 @@ class FileManager:
     def open_window(self, folder):
         """Another window, which is used from now on."""
         self.desktop.start(self.command(str(folder)))
-        self.use_window(os.path.basename(folder))
+        self.use_window(os.path.basename(folder) or self.trash_window)
 
     def use_window(self, folder_name):
         """Uses the window of that folder from now on, once it is there."""
