@@ -72,13 +72,19 @@ HostExtension::HostExtension(Icons icons)
     icons_->prepare(finderSync_->actionsArray());
   }
   if (wormhole_ == nullptr) return;
+  // What it posted may be run after its end.
+  const auto later = [this](void (HostExtension::*member)()) {
+    return [this, member, alive = std::weak_ptr<const bool>(alive_)](const Value&) {
+      platform().runLoop->dispatchAsyncOnMainQueue([this, member, alive] {
+        if (!alive.expired()) (this->*member)();
+      });
+    };
+  };
   // The extension hears of the change by the same notification; it goes first.
-  wormhole_->listenForMessageWithIdentifier(kActionsDidChangeNotification, [this](const Value&) {
-    platform().runLoop->dispatchAsyncOnMainQueue([this] { listDidChange(); });
-  });
-  wormhole_->listenForMessageWithIdentifier(
-      kUserDefaultsDidChangeNotification,
-      [this](const Value&) { platform().runLoop->dispatchAsyncOnMainQueue([this] { notify(); }); });
+  wormhole_->listenForMessageWithIdentifier(kActionsDidChangeNotification,
+                                            later(&HostExtension::listDidChange));
+  wormhole_->listenForMessageWithIdentifier(kUserDefaultsDidChangeNotification,
+                                            later(&HostExtension::notify));
 }
 
 Menu HostExtension::menuForItems(SelectedItems items) const {
@@ -124,7 +130,7 @@ void HostExtension::listDidChange() {
   notify();
 }
 
-void HostExtension::notify() const {
+void HostExtension::notify() {
   // An observer may add another one, which moves them all; that one has nothing to hear yet.
   const std::size_t count = observers_.size();
   for (std::size_t i = 0; i < count; ++i) {

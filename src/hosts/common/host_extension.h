@@ -55,7 +55,7 @@ class HostExtension {
 
  private:
   void listDidChange();
-  void notify() const;
+  void notify();
 
   std::shared_ptr<HostController> controller_;
   std::shared_ptr<FinderSync> finderSync_;
@@ -63,6 +63,8 @@ class HostExtension {
   // Null where no icons are drawn.
   std::shared_ptr<IconFiles> icons_;
   std::vector<std::function<void()>> observers_;
+  // Ends with this object.
+  std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
 };
 
 }  // namespace tervano
