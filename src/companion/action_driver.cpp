@@ -1,5 +1,6 @@
 #include "companion/action_driver.h"
 
+#include <csignal>
 #include <set>
 
 #include "actions/next_available_path.h"
@@ -17,6 +18,7 @@
 #include "archive/platform_exception.h"
 #include "companion/compress_run.h"
 #include "companion/copy_run.h"
+#include "companion/file_work.h"
 #include "model/tv_action_group.h"
 #include "platform/file_manager.h"
 #include "platform/log.h"
@@ -28,6 +30,9 @@
 namespace tervano {
 
 namespace {
+
+// How long a tool may take to end by itself.
+constexpr double kMercySeconds = 5;
 
 std::string quotedTitle(const TVAction& action) {
   return "\"" + action.title().value_or("(no title)") + "\"";
@@ -107,6 +112,20 @@ void releaseHelpers(TVAction& action) {
   }
 }
 
+// Lets go of the tools of a run and has them end. False when the action has none, or its end is
+// heard of in another way.
+bool cancelTools(TVAction& action) {
+  const auto* const run = dynamic_cast<const ToolRun*>(&action);
+  const auto* const script = dynamic_cast<const TVShellScriptAction*>(&action);
+  if (run != nullptr) {
+    const auto helpers = run->pendingTasks().value_or(ToolRun::TaskHelpers());
+    for (const auto& helper : helpers) helper->cancel();
+  } else if (script != nullptr && script->taskHelper() != nullptr) {
+    script->taskHelper()->cancel();
+  }
+  return run != nullptr || script != nullptr;
+}
+
 std::string subjectOf(const std::vector<std::string>& paths) {
   return paths.size() == 1 ? "\"" + lastPathComponent(paths.front()) + "\""
                            : std::to_string(paths.size()) + " items";
@@ -129,15 +148,21 @@ Question passwordQuestionFor(const std::vector<std::string>& paths) {
 class Run : public std::enable_shared_from_this<Run> {
  public:
   Run(std::shared_ptr<TVAction> action, std::vector<std::string> paths, Askers askers,
-      std::function<void(const RunOutcome&)> finished, WorkMonitor monitor = {})
+      std::function<void(const RunOutcome&)> finished, std::shared_ptr<Job> job)
       : action_(std::move(action)),
         paths_(std::move(paths)),
         askers_(std::move(askers)),
         finished_(std::move(finished)),
-        monitor_(std::move(monitor)) {}
+        job_(std::move(job)) {}
 
   void start() {
+    if (job_ != nullptr) {
+      job_->setCancelHandler([weak = weak_from_this()] {
+        if (const auto run = weak.lock()) run->stop();
+      });
+    }
     guarded([this] {
+      if (isStopped()) return endAsCancelled();
       silence_ = reasonForSilence(*action_, paths_);
       if (is<TVCompressPasswordAction>(*action_) && !silence_) return askForPassword();
       const auto question = questionFor(*action_, paths_);
@@ -162,7 +187,7 @@ class Run : public std::enable_shared_from_this<Run> {
 
   // After the user's answer.
   void goOn(bool consents, const std::string& reason) {
-    if (consents) {
+    if (consents && !isStopped()) {
       guarded([this] { prepare(); });
     } else if (reason.empty()) {
       endAsCancelled();
@@ -193,9 +218,9 @@ class Run : public std::enable_shared_from_this<Run> {
     if (silence_) {
       end({false, *silence_, false});
     } else if (const auto* copy = dynamic_cast<const TVCopyToAction*>(action_.get())) {
-      copyFiles(copy->destinationURL(), paths_, monitor_, endOfWork());
+      copyFiles(copy->destinationURL(), paths_, monitor(), endOfWork());
     } else if (is<TVCompressPasswordAction>(*action_)) {
-      compressFiles(paths_, std::move(*password_), monitor_, endOfWork());
+      compressFiles(paths_, std::move(*password_), monitor(), endOfWork());
     } else if (startedNoTool(*action_)) {
       end({false, quotedTitle(*action_) + " found nothing to do.", false});
     }
@@ -203,7 +228,9 @@ class Run : public std::enable_shared_from_this<Run> {
 
   void complete(bool success, const std::optional<Error>& error) {
     if (ended_) return;
-    if (success) {
+    if (isStopped() && !success) {
+      endAsCancelled();
+    } else if (success) {
       end({true, "", true});
     } else if (error) {
       end({false, error->message, tellsFailures()});
@@ -224,10 +251,37 @@ class Run : public std::enable_shared_from_this<Run> {
     return is<TVMoveToAction>(*action_) || is<TVCopyToAction>(*action_);
   }
 
-  void endAsCancelled() { end({false, quotedTitle(*action_) + " was cancelled.", true}); }
+  WorkMonitor monitor() const { return job_ == nullptr ? WorkMonitor() : job_->monitor(); }
+  bool isStopped() const { return job_ != nullptr && job_->cancelToken().isCancelled(); }
+
+  // The job was cancelled. Work of this process ends by itself. Tools are let go of, since their
+  // ends would be taken for the action's, and the run ends with the last of them. Somebody who is
+  // being asked is not waited for.
+  void stop() {
+    if (ended_) return;
+    if (!proceeds_) return endAsCancelled();
+    const bool isLetGo = cancelTools(*action_);
+    for (const auto& process : job_->runningProcesses()) process->terminate();
+    killing_ = platform().runLoop->scheduleTimer(kMercySeconds, false, [job = job_] {
+      for (const auto& process : job->runningProcesses()) {
+        kill(static_cast<pid_t>(process->processIdentifier()), SIGKILL);
+      }
+    });
+    if (!isLetGo) return;
+    // Nothing else holds it now.
+    stopping_ = shared_from_this();
+    const auto endWithLastTool = [this] {
+      if (job_->runningProcesses().empty()) endAsCancelled();
+    };
+    job_->setProcessEndHandler(endWithLastTool);
+    endWithLastTool();
+  }
+
+  void endAsCancelled() { end({false, quotedTitle(*action_) + " was cancelled.", true, true}); }
 
   // The outermost caller of an action: here its exception ends.
   void guarded(const std::function<void()>& step) {
+    const JobScope scope(job_);
     try {
       step();
     } catch (const PlatformException& exception) {
@@ -239,10 +293,16 @@ class Run : public std::enable_shared_from_this<Run> {
   void end(RunOutcome outcome) {
     if (ended_) return;
     ended_ = true;
+    if (killing_ != nullptr) killing_->invalidate();
+    if (job_ != nullptr) {
+      job_->setCancelHandler(nullptr);
+      job_->setProcessEndHandler(nullptr);
+    }
     platform().runLoop->dispatchAsyncOnMainQueue(
         [run = shared_from_this(), outcome = std::move(outcome)] {
           // A block that was never called, or is kept, would hold the action and itself for ever.
           run->action_.reset();
+          run->stopping_.reset();
           run->finished_(outcome);
         });
   }
@@ -251,7 +311,11 @@ class Run : public std::enable_shared_from_this<Run> {
   std::vector<std::string> paths_;
   Askers askers_;
   std::function<void(const RunOutcome&)> finished_;
-  WorkMonitor monitor_;
+  // Null for none.
+  const std::shared_ptr<Job> job_;
+  // Tools that are let go of hold nothing: what keeps this while they end.
+  std::shared_ptr<Run> stopping_;
+  std::shared_ptr<RunLoopTimer> killing_;
   // Nil until it was given.
   std::optional<Secret> password_;
   // Why the run will not call back; nil when it will.
@@ -284,21 +348,25 @@ std::vector<std::string> takeBatch(const TVConvertImageAction& conversion,
 class Conversion : public std::enable_shared_from_this<Conversion> {
  public:
   Conversion(std::shared_ptr<TVAction> action, std::vector<std::string> paths,
-             std::function<void(const RunOutcome&)> finished)
-      : action_(std::move(action)), paths_(std::move(paths)), finished_(std::move(finished)) {}
+             std::function<void(const RunOutcome&)> finished, std::shared_ptr<Job> job)
+      : action_(std::move(action)),
+        paths_(std::move(paths)),
+        finished_(std::move(finished)),
+        job_(std::move(job)) {}
 
   void runNext() {
     auto batch = takeBatch(static_cast<const TVConvertImageAction&>(*action_), paths_);
     std::make_shared<Run>(
         action_->copy(), std::move(batch), Askers(),
-        [conversion = shared_from_this()](const RunOutcome& outcome) { conversion->end(outcome); })
+        [conversion = shared_from_this()](const RunOutcome& outcome) { conversion->end(outcome); },
+        job_)
         ->start();
   }
 
  private:
   void end(const RunOutcome& outcome) {
-    if (outcome_.success) outcome_ = outcome;
-    if (paths_.empty()) {
+    if (outcome_.success || outcome.cancelled) outcome_ = outcome;
+    if (paths_.empty() || outcome.cancelled) {
       finished_(outcome_);
     } else {
       runNext();
@@ -309,6 +377,7 @@ class Conversion : public std::enable_shared_from_this<Conversion> {
   // Those of the batches to come.
   std::vector<std::string> paths_;
   std::function<void(const RunOutcome&)> finished_;
+  const std::shared_ptr<Job> job_;
   RunOutcome outcome_{true, "", true};
 };
 
@@ -318,12 +387,30 @@ bool isFileWork(const TVAction& action) {
   return is<TVCopyToAction>(action) || is<TVCompressPasswordAction>(action);
 }
 
+JobSubject jobSubjectOf(const TVAction& action, std::vector<std::string> paths) {
+  return {action.uid().value_or(""), action.title().value_or(""), std::string(action.className()),
+          std::move(paths)};
+}
+
 void runAction(const TVAction& action, std::vector<std::string> paths, const Askers& askers,
-               std::function<void(const RunOutcome&)> finished, const WorkMonitor& monitor) {
+               std::function<void(const RunOutcome&)> finished, std::shared_ptr<Job> job) {
+  if (job != nullptr) {
+    job->setState(JobState::running);
+    finished = [job, finished = std::move(finished)](const RunOutcome& outcome) {
+      job->setState(outcome.success     ? JobState::succeeded
+                    : outcome.cancelled ? JobState::cancelled
+                                        : JobState::failed);
+      finished(outcome);
+    };
+  }
+  const JobScope scope(job);
   if (is<TVConvertImageAction>(action)) {
-    std::make_shared<Conversion>(action.copy(), std::move(paths), std::move(finished))->runNext();
+    std::make_shared<Conversion>(action.copy(), std::move(paths), std::move(finished),
+                                 std::move(job))
+        ->runNext();
   } else {
-    std::make_shared<Run>(action.copy(), std::move(paths), askers, std::move(finished), monitor)
+    std::make_shared<Run>(action.copy(), std::move(paths), askers, std::move(finished),
+                          std::move(job))
         ->start();
   }
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "companion/file_work.h"
+#include "jobs/job.h"
 #include "model/tv_action.h"
 #include "platform/linux/secret.h"
 
@@ -19,6 +19,8 @@ struct RunOutcome {
   std::string message;
   // Whether the action itself has told the user, by its own notification.
   bool toldByAction = false;
+  // Whether it failed because the user wanted it to end, before it began or later.
+  bool cancelled = false;
 };
 
 // What the user is asked before something is done to files.
@@ -53,13 +55,22 @@ struct Askers {
 // Whether running the action is work of this process that a monitor can follow and stop.
 bool isFileWork(const TVAction& action);
 
-// Runs a copy of `action` on the paths: first its before-run, then its run, holding the copy to the
-// end. What the classes leave to their driver, copying and compressing, is done here after that,
-// and `monitor` may follow and stop it. What removes files for good is run only after the user's
-// consent; what compresses asks for the password. `finished` is called exactly once, later, on the
-// main queue, also when the action throws or is one whose run or before-run never calls back. Main
-// thread.
+// What a job of that action on these paths is about.
+JobSubject jobSubjectOf(const TVAction& action, std::vector<std::string> paths);
+
+// Runs a copy of the action on the paths: first its before-run, then its run, holding the copy to
+// the end. What the classes leave to their driver, copying and compressing, is done here after
+// that. What removes files for good is run only after the user's consent; what compresses asks for
+// the password.
+//
+// `job`, when there is one, is the current job of everything that the run does, and its state is
+// set at the beginning and at the end. Cancelling it stops the run: its tools are ended, and none
+// of them is heard of again; a move or a copy ends between two parts of a file. The run has ended
+// once all its processes have.
+//
+// `finished` is called exactly once, later, on the main queue, also when the action throws or is
+// one whose run or before-run never calls back. Main thread.
 void runAction(const TVAction& action, std::vector<std::string> paths, const Askers& askers,
-               std::function<void(const RunOutcome&)> finished, const WorkMonitor& monitor = {});
+               std::function<void(const RunOutcome&)> finished, std::shared_ptr<Job> job = nullptr);
 
 }  // namespace tervano

@@ -1,14 +1,9 @@
 #include "companion/file_work.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <exception>
 
-#include "archive/url.h"
-#include "platform/linux/descriptor.h"
-#include "platform/linux/tree_walk.h"
+#include "jobs/content_size.h"
 #include "platform/log.h"
 #include "platform/platform.h"
 #include "platform/run_loop.h"
@@ -19,40 +14,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kProgressInterval(100);
 
-class SizeCounter : public TreeVisitor {
- public:
-  explicit SizeCounter(const CancelToken& cancel) : cancel_(cancel) {}
-
-  bool visitItem(const TreeItem& item) override {
-    struct stat status {};
-    if (fstatat(item.folder(), item.name().c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-        S_ISREG(status.st_mode)) {
-      size_ += static_cast<std::uint64_t>(status.st_size);
-    }
-    return !cancel_.isCancelled();
-  }
-  bool leaveFolder(const TreeItem& /*item*/) override { return !cancel_.isCancelled(); }
-  bool visitMount(const TreeItem& /*item*/) override { return true; }
-  bool fail(const TreeItem& /*item*/, int /*code*/) override { return true; }
-
-  std::uint64_t size() const { return size_; }
-
- private:
-  const CancelToken& cancel_;
-  std::uint64_t size_ = 0;
-};
-
 }  // namespace
-
-std::uint64_t contentSizeOf(const std::vector<std::string>& paths, const CancelToken& cancel) {
-  SizeCounter counter(cancel);
-  for (const auto& path : paths) {
-    const std::string folder = deletingLastPathComponent(path);
-    const Descriptor parent(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (parent) walkTree(parent.get(), lastPathComponent(path), path, counter);
-  }
-  return counter.size();
-}
 
 WorkFollower::WorkFollower(const WorkMonitor& monitor, const std::vector<std::string>& paths)
     : monitor_(monitor) {

@@ -1,48 +1,18 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "jobs/work_monitor.h"
 #include "platform/error.h"
 #include "platform/linux/unfinished_items.h"
 #include "platform/work_observer.h"
 
 namespace tervano {
-
-// Stops long work. Copies of one token are one and the same. Any thread; `cancel` also in a signal
-// handler.
-class CancelToken {
- public:
-  void cancel() const { isCancelled_->store(true, std::memory_order_relaxed); }
-  bool isCancelled() const { return isCancelled_->load(std::memory_order_relaxed); }
-
- private:
-  std::shared_ptr<std::atomic<bool>> isCancelled_ = std::make_shared<std::atomic<bool>>(false);
-};
-
-// How far work on files has come, in bytes of their contents.
-struct WorkProgress {
-  std::uint64_t bytesDone = 0;
-  std::uint64_t bytesTotal = 0;
-};
-
-// Whoever starts long work may follow it and stop it.
-struct WorkMonitor {
-  CancelToken cancel;
-  // Called on the main queue, some ten times a second and, when the work succeeds, at its end with
-  // all bytes done. Empty: nobody looks, and nothing is counted.
-  std::function<void(const WorkProgress&)> progress;
-};
-
-// The size of the contents of all files in and below the paths, links not followed; what cannot be
-// read counts nothing. Stops counting when cancelled. Blocking; any thread.
-std::uint64_t contentSizeOf(const std::vector<std::string>& paths, const CancelToken& cancel);
 
 // The monitor's side of the work of one run on one thread.
 class WorkFollower : public WorkObserver {

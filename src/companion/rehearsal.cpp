@@ -14,9 +14,6 @@ namespace tervano {
 
 namespace {
 
-constexpr char kImageTool[] = "/usr/bin/sips";
-constexpr char kOutputOption[] = "--out";
-
 std::vector<std::string> pathsOf(const std::vector<Url>& urls) {
   std::vector<std::string> paths;
   std::transform(urls.begin(), urls.end(), std::back_inserter(paths), [](const Url& url) {
@@ -249,12 +246,8 @@ void RehearsedProcesses::noteLaunch(const std::string& path,
   std::vector<std::string> words{tool == tools_.end() ? path : tool->second};
   words.insert(words.end(), arguments.begin(), arguments.end());
   steps_.note("run", std::move(words));
-  if (path != kImageTool) return;
   // Its next picture must not get the same name.
-  const auto option = std::find(arguments.begin(), arguments.end(), kOutputOption);
-  if (option != arguments.end() && std::next(option) != arguments.end()) {
-    files_.noteMade(*std::next(option));
-  }
+  if (const auto conversion = pictureConversionOf(path, arguments)) files_.noteMade(conversion->to);
 }
 
 bool RehearsedWorkspace::openURL(const Url& url) {

@@ -60,6 +60,9 @@ class RehearsedFileManager : public ForwardingFileManager {
   std::optional<Error> setAttributesOfItemAtPath(const FileAttributes& attributes,
                                                  const std::string& path) override;
   std::optional<Error> moveItemAtPath(const std::string& from, const std::string& to) override;
+  std::optional<Error> performMove(const ItemMove& move) override {
+    return moveItemAtPath(move.from, move.to);
+  }
 
   // A file that a tool would have made.
   void noteMade(const std::string& path) { change(path, Item::file); }

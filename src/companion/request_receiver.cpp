@@ -63,11 +63,11 @@ void RequestReceiver::openURL(const std::string& url, Finished finished) {
     const auto place = findAction(manager->actions(), handOff->action);
     if (!place)
       return fail("The chosen action is no longer in the list (" + handOff->action + ").");
-    runAction(*place->action, *paths, askers_,
-              [ended, action = place->action](const auto& outcome) {
-                if (outcome.success) alertOfCompletion(*action);
-                ended(outcome);
-              });
+    runner_->run(*place->action, *paths, askers_,
+                 [ended, action = place->action](const auto& outcome) {
+                   if (outcome.success) alertOfCompletion(*action);
+                   ended(outcome);
+                 });
   } catch (const CommandError& unreadable) {
     fail(unreadable.what());
   }

@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include "companion/action_driver.h"
+#include "companion/job_runner.h"
 #include "extension/hand_off.h"
 
 namespace tervano {
@@ -21,7 +21,9 @@ class RequestReceiver : public std::enable_shared_from_this<RequestReceiver> {
   using Finished = std::function<void(Result result, const std::string& message)>;
 
   // Asks the user through `askers`.
-  explicit RequestReceiver(Askers askers = {}) : askers_(std::move(askers)) {}
+  explicit RequestReceiver(Askers askers = {},
+                           std::shared_ptr<JobRunner> runner = std::make_shared<JobRunner>())
+      : askers_(std::move(askers)), runner_(std::move(runner)) {}
 
   // `finished` is called exactly once, later, on the main queue; may be empty.
   void openURL(const std::string& url, Finished finished = nullptr);
@@ -38,6 +40,7 @@ class RequestReceiver : public std::enable_shared_from_this<RequestReceiver> {
   void end(const HandOff& handOff, const RunOutcome& outcome, const Finished& finished);
 
   Askers askers_;
+  std::shared_ptr<JobRunner> runner_;
   // The names of the hand-off files of running requests.
   std::set<std::string> running_;
 };

@@ -17,11 +17,12 @@
 #include "companion/compress_run.h"
 #include "companion/file_work.h"
 #include "companion/first_run.h"
-#include "companion/recording_processes.h"
+#include "companion/job_runner.h"
 #include "companion/rehearsal.h"
 #include "companion/request_receiver.h"
 #include "companion/silent_log.h"
 #include "companion/value_json.h"
+#include "jobs/job_services.h"
 #include "platform/linux/application_service.h"
 #include "platform/log.h"
 #include "platform/platform.h"
@@ -36,6 +37,7 @@ namespace {
 constexpr char kApplicationIdentifier[] = "com.vessok.tervano";
 // How long a short-lived command waits for the desktop to take its notifications and requests.
 constexpr double kDeliveryTimeoutSeconds = 10;
+constexpr double kHeartbeatSeconds = 0.2;
 constexpr int kDefaultIdleSeconds = 60;
 constexpr int kOpenNotificationSeconds = 600;
 
@@ -46,6 +48,12 @@ void waitForDesktop() {
                platform().workspace->pendingRequests() == 0;
       },
       kDeliveryTimeoutSeconds);
+}
+
+// Never taken out again: what an action posted may still use them until the process ends.
+void installJobServices() {
+  static const JobServices jobServices(platform());
+  installPlatform(jobServices.services());
 }
 
 Askers askersOfDesktop() {
@@ -82,6 +90,20 @@ class CancelOnSignals {
   std::array<struct sigaction, kSignals.size()> before_{};
 };
 
+// Has signals cancel the job for as long as it runs.
+class CancellingListener : public JobListener {
+ public:
+  void jobWillRun(const std::shared_ptr<Job>& job) override {
+    cancelling_.emplace(job->cancelToken());
+  }
+  void jobDidEnd(const std::shared_ptr<Job>& /*job*/, const RunOutcome& /*outcome*/) override {
+    cancelling_.reset();
+  }
+
+ private:
+  std::optional<CancelOnSignals> cancelling_;
+};
+
 // An open descriptor as a word of the command line.
 int descriptorFrom(const std::string& text) {
   constexpr std::size_t kMaximumDigits = 6;
@@ -97,6 +119,7 @@ int openURL(const std::vector<std::string>& words) {
   const Arguments arguments(words, {});
   arguments.requirePositional(1, 1, "The URL");
   makeFirstRunAtStart();
+  installJobServices();
   const auto receiver = std::make_shared<RequestReceiver>(askersOfDesktop());
   removeUnfinishedItems();
   std::optional<RequestReceiver::Result> ended;
@@ -191,28 +214,26 @@ int run(const std::vector<std::string>& words) {
     return rehearse(*place.action, std::move(paths), arguments.has("json"));
   }
   if (arguments.has("json")) throw UsageError("--json goes with --dry-run only.");
-  // Never taken out again: what an action posted may still use it until the process ends.
-  static RecordingProcesses processes(*platform().processes);
-  static Platform services = platform();
-  services.processes = &processes;
-  installPlatform(services);
-  const WorkMonitor monitor;
-  std::optional<CancelOnSignals> cancelling;
-  // Other kinds are ended by a signal as any program is, and their tools with them.
-  if (isFileWork(*place.action)) {
-    cancelling.emplace(monitor.cancel);
-    removeUnfinishedItems();
-  }
+  installJobServices();
+  removeUnfinishedItems();
   std::optional<RunOutcome> ended;
-  runAction(
-      *place.action, std::move(paths), askers, [&](const RunOutcome& outcome) { ended = outcome; },
-      monitor);
-  platform().runLoop->runMainLoopUntil([&] { return ended.has_value(); }, -1);
-  cancelling.reset();
+  const auto runner = std::make_shared<JobRunner>();
+  runner->addListener(std::make_shared<CancellingListener>());
+  const auto job = runner->run(*place.action, std::move(paths), askers,
+                               [&](const RunOutcome& outcome) { ended = outcome; });
+  // A signal wakes the loop only while it sleeps.
+  const auto heartbeat = platform().runLoop->scheduleTimer(kHeartbeatSeconds, true, [] {});
+  platform().runLoop->runMainLoopUntil(
+      [&] {
+        if (job->cancelToken().isCancelled()) job->cancel();
+        return ended.has_value();
+      },
+      -1);
+  heartbeat->invalidate();
   if (ended->success) alertOfCompletion(*place.action);
   waitForDesktop();
   if (!ended->success) throw CommandError(ended->message);
-  const auto complaints = processes.complaints();
+  const auto complaints = job->complaints();
   for (const auto& complaint : complaints) complain(complaint);
   return complaints.empty() ? kExitSuccess : kExitFailure;
 }
@@ -303,6 +324,7 @@ int service(const std::vector<std::string>& words) {
     }
     idleSeconds = std::stoi(*text);
   }
+  installJobServices();
   return Service(idleSeconds).run(arguments.positional());
 }
 

@@ -28,6 +28,15 @@ struct ItemCopy {
   WorkObserver* observer = nullptr;
 };
 
+// A move that somebody follows.
+struct ItemMove {
+  std::string from;
+  std::string to;
+  // Hears of the bytes when they have to be copied, and may stop the move until the copy is whole.
+  // Lives to the end of the move.
+  WorkObserver* observer = nullptr;
+};
+
 // Files and folders by absolute path, as bytes. Blocking; any thread. An operation that can fail
 // answers nullopt for success or the error.
 class FileManager {
@@ -83,6 +92,8 @@ class FileManager {
   // lists, times, hard and symbolic links and holes, flushes, then removes the source; on any
   // failure the source is whole and nothing stays at `to`. A folder cannot be moved into itself.
   virtual std::optional<Error> moveItemAtPath(const std::string& from, const std::string& to) = 0;
+  // The same with an observer.
+  virtual std::optional<Error> performMove(const ItemMove& move) = 0;
 };
 
 class ForwardingFileManager : public FileManager {
@@ -135,6 +146,9 @@ class ForwardingFileManager : public FileManager {
   }
   std::optional<Error> moveItemAtPath(const std::string& from, const std::string& to) override {
     return real_.moveItemAtPath(from, to);
+  }
+  std::optional<Error> performMove(const ItemMove& move) override {
+    return real_.performMove(move);
   }
 
  private:

@@ -270,15 +270,16 @@ TEST_F(ActionDriverTest, ACopyThatIsStoppedEndsAsCancelled) {
   const auto copy = action<TVCopyToAction>();
   copy->setTitle("Backup");
   copy->setDestinationURL(Url::fileURLWithPath(home + "/to", true));
-  const WorkMonitor monitor;
-  monitor.cancel.cancel();
+  const auto job = std::make_shared<Job>(jobSubjectOf(*copy, {home + "/a.txt"}));
+  job->cancel();
   std::optional<RunOutcome> ended;
   runAction(
-      *copy, {home + "/a.txt"}, askers_, [&](const RunOutcome& outcome) { ended = outcome; },
-      monitor);
+      *copy, {home + "/a.txt"}, askers_, [&](const RunOutcome& outcome) { ended = outcome; }, job);
   ASSERT_TRUE(waitUntil([&] { return ended.has_value(); }));
   EXPECT_FALSE(ended->success);
   EXPECT_TRUE(ended->toldByAction) << "who stops it need not be told";
+  EXPECT_TRUE(ended->cancelled);
+  EXPECT_EQ(job->state(), JobState::cancelled);
   EXPECT_EQ(ended->message, "\"Backup\" was cancelled.");
   EXPECT_TRUE(std::filesystem::is_empty(home + "/to"));
 }

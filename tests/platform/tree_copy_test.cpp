@@ -25,6 +25,7 @@
 #include "platform/linux/posix_file_manager.h"
 #include "tests/support/child_process.h"
 #include "tests/support/temporary_home.h"
+#include "tests/support/watching_observer.h"
 
 namespace tervano {
 namespace {
@@ -101,6 +102,43 @@ TEST_F(MoveAcrossFileSystemsTest, AFileArrivesWholeAndTheSourceIsGone) {
     EXPECT_EQ(text(far + "/file"), content);
     EXPECT_FALSE(fs::exists(at("file")));
     EXPECT_EQ(itemsIn(far), 1u);
+  });
+}
+
+TEST_F(MoveAcrossFileSystemsTest, AnObserverHearsOfTheHiddenNameAndOfEveryByte) {
+  withFar([&] {
+    make(at("file"), std::string(300000, 'x'));
+    test::WatchingObserver observer;
+    EXPECT_EQ(files.performMove({at("file"), far + "/file", &observer}), std::nullopt);
+    EXPECT_EQ(observer.processed, 300000u);
+    ASSERT_EQ(observer.temporaries.size(), 1u);
+    EXPECT_TRUE(observer.temporaries.front().starts_with(far + "/.tervano-"));
+    EXPECT_EQ(itemsIn(far), 1u);
+  });
+}
+
+TEST_F(MoveAcrossFileSystemsTest, AStoppedMoveLeavesTheSourceWholeAndNothingElse) {
+  withFar([&] {
+    fs::create_directory(at("folder"));
+    for (const char* name : {"a", "b", "c"}) make(at("folder/") + name, std::string(5 << 20, 'x'));
+    test::WatchingObserver observer;
+    observer.onBytes = [&] { observer.cancelled = observer.processed >= 7 << 20; };
+    const auto error = files.performMove({at("folder"), far + "/folder", &observer});
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, ECANCELED);
+    EXPECT_EQ(itemsIn(at("folder")), 3u);
+    EXPECT_EQ(text(at("folder/c")).size(), 5u << 20);
+    EXPECT_EQ(itemsIn(far), 0u);
+  });
+}
+
+TEST_F(MoveAcrossFileSystemsTest, AMoveOnOneFileSystemCopiesNothing) {
+  withFar([&] {
+    make(at("file"));
+    test::WatchingObserver observer;
+    EXPECT_EQ(files.performMove({at("file"), at("moved"), &observer}), std::nullopt);
+    EXPECT_EQ(observer.processed, 0u);
+    EXPECT_TRUE(observer.temporaries.empty());
   });
 }
 

@@ -175,14 +175,15 @@ std::optional<Error> copyIntoPlace(const ItemPlace& from, const ItemPlace& to,
 
 // Moves between file systems: a copy under a hidden name, flushed, then renamed into place, then
 // the source removed as far as it was copied.
-std::optional<Error> moveByCopying(const ItemPlace& from, const ItemPlace& to) {
+std::optional<Error> moveByCopying(const ItemPlace& from, const ItemPlace& to,
+                                   WorkObserver* observer) {
   // Would leave both, so it is better found out before anything is copied.
   if (faccessat(from.folder(), ".", W_OK | X_OK, AT_EACCESS) != 0) {
     return posixError(errno, movePhrase(from.path(), to.path()));
   }
   CopiedItems copied;
   if (auto error = copyIntoPlace(from, to, movePhrase(from.path(), to.path()), &copied,
-                                 {from.path(), to.path()})) {
+                                 {from.path(), to.path(), false, observer})) {
     return error;
   }
   const RemovalFilter onlyCopied = [&copied](const struct stat& status, const std::string& path) {
@@ -424,6 +425,12 @@ std::optional<Error> PosixFileManager::setAttributesOfItemAtPath(const FileAttri
 
 std::optional<Error> PosixFileManager::moveItemAtPath(const std::string& from,
                                                       const std::string& to) {
+  return performMove({from, to});
+}
+
+std::optional<Error> PosixFileManager::performMove(const ItemMove& move) {
+  const std::string& from = move.from;
+  const std::string& to = move.to;
   // The usual case in one step; whatever stands in its way is found out below.
   if (isUsable(from) && isUsable(to) &&
       renameat2(AT_FDCWD, withoutTrailingSlashes(from).c_str(), AT_FDCWD,
@@ -451,7 +458,8 @@ std::optional<Error> PosixFileManager::moveItemAtPath(const std::string& from,
   const int code =
       renameWithoutReplacing(source.folder(), source.name(), target.folder(), target.name());
   if (code == 0) return std::nullopt;
-  return code == EXDEV ? moveByCopying(source, target) : std::optional(failure(code));
+  return code == EXDEV ? moveByCopying(source, target, move.observer)
+                       : std::optional(failure(code));
 }
 
 }  // namespace tervano

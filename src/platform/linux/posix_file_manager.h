@@ -46,6 +46,7 @@ class PosixFileManager : public FileManager {
   // When the copy to another file system is whole but the source cannot be removed (or changed
   // meanwhile), the error says so, the copy stays, and of the source whatever was not copied.
   std::optional<Error> moveItemAtPath(const std::string& from, const std::string& to) override;
+  std::optional<Error> performMove(const ItemMove& move) override;
 
   // Makes one more group known.
   void registerGroup(const std::string& groupIdentifier);

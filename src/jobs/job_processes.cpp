@@ -1,6 +1,8 @@
-#include "companion/recording_processes.h"
+#include "jobs/job_processes.h"
 
 #include "archive/platform_exception.h"
+#include "jobs/job.h"
+#include "platform/linux/tool_table.h"
 #include "platform/notification_center.h"
 #include "platform/platform.h"
 
@@ -8,8 +10,9 @@ namespace tervano {
 
 namespace {
 
-// More than this of what a process wrote is not kept.
-constexpr std::size_t kKeptBytes = 4096;
+// More than this of what a process wrote is not kept, and not told in one sentence.
+constexpr std::size_t kKeptBytes = std::size_t{16} << 10;
+constexpr std::size_t kToldBytes = 4096;
 
 std::string withoutBlankEnds(const std::string& text) {
   constexpr char kBlanks[] = " \t\r\n";
@@ -18,29 +21,17 @@ std::string withoutBlankEnds(const std::string& text) {
   return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
-}  // namespace
-
-void RecordingProcesses::Record::complain(std::string sentence) {
-  const std::lock_guard lock(mutex_);
-  complaints_.push_back(std::move(sentence));
-}
-
-std::vector<std::string> RecordingProcesses::Record::complaints() const {
-  const std::lock_guard lock(mutex_);
-  return complaints_;
-}
-
 // Keeps the beginning of what is read through it.
-class RecordingProcesses::RecordedFileHandle
-    : public FileHandle,
-      public std::enable_shared_from_this<RecordedFileHandle> {
+class RecordedFileHandle : public FileHandle,
+                           public std::enable_shared_from_this<RecordedFileHandle> {
  public:
   explicit RecordedFileHandle(std::shared_ptr<FileHandle> real) : real_(std::move(real)) {}
 
   void setReadabilityHandler(ReadabilityHandler handler) override {
     if (handler == nullptr) return real_->setReadabilityHandler(nullptr);
     real_->setReadabilityHandler(
-        [handle = weak_from_this(), handler = std::move(handler)](FileHandle&) {
+        [handle = weak_from_this(), handler = std::move(handler), job = currentJob()](FileHandle&) {
+          const JobScope scope(job);
           if (const auto alive = handle.lock()) handler(*alive);
         });
   }
@@ -61,7 +52,7 @@ class RecordingProcesses::RecordedFileHandle
   std::string text_;
 };
 
-class RecordingProcesses::RecordedPipe : public Pipe {
+class RecordedPipe : public Pipe {
  public:
   explicit RecordedPipe(std::shared_ptr<Pipe> real)
       : real_(std::move(real)),
@@ -79,11 +70,10 @@ class RecordingProcesses::RecordedPipe : public Pipe {
 };
 
 // Stands for one process; its end is announced again with this object as the sender.
-class RecordingProcesses::RecordedProcess : public Process,
-                                            public std::enable_shared_from_this<RecordedProcess> {
+class RecordedProcess : public Process, public std::enable_shared_from_this<RecordedProcess> {
  public:
-  RecordedProcess(std::shared_ptr<Process> real, std::shared_ptr<Record> record)
-      : real_(std::move(real)), record_(std::move(record)) {}
+  RecordedProcess(std::shared_ptr<Process> real, std::shared_ptr<Job> job, bool complains)
+      : real_(std::move(real)), job_(std::move(job)), complains_(complains) {}
 
   void setLaunchPath(std::string path) override { real_->setLaunchPath(std::move(path)); }
   const std::string& launchPath() const override { return real_->launchPath(); }
@@ -119,10 +109,11 @@ class RecordingProcesses::RecordedProcess : public Process,
     try {
       real_->launch();
     } catch (const PlatformException& exception) {
-      record_->complain(exception.reason());
+      if (complains_) job_->complain(exception.reason());
       end_.cancel();
       throw;
     }
+    job_->processDidLaunch(real_);
   }
   bool isRunning() const override { return real_->isRunning(); }
   void terminate() override { real_->terminate(); }
@@ -138,40 +129,69 @@ class RecordingProcesses::RecordedProcess : public Process,
     return recorded == nullptr ? pipe : recorded->real();
   }
 
+  static std::string textOf(const std::shared_ptr<Pipe>& pipe) {
+    const auto recorded = std::dynamic_pointer_cast<RecordedPipe>(pipe);
+    return recorded == nullptr ? "" : recorded->text();
+  }
+
   void didEnd() {
     const auto keptToTheEnd = shared_from_this();
+    const JobScope scope(job_);
     end_.cancel();
-    const int status = real_->terminationStatus();
-    const auto errors = std::dynamic_pointer_cast<RecordedPipe>(standardError_);
-    const std::string text = errors == nullptr ? "" : withoutBlankEnds(errors->text());
-    std::string ending;
-    if (real_->terminationReason() == TerminationReason::uncaughtSignal) {
-      ending = " was ended by signal " + std::to_string(status);
-    } else if (status != 0) {
-      ending = " ended with status " + std::to_string(status);
-    } else if (!text.empty()) {
-      ending = " wrote an error";
+    // The signal that cancelled the job may have ended the process too: then the action is let go
+    // of before it takes this for an end of its own.
+    if (job_->cancelToken().isCancelled()) job_->cancel();
+    if (complains_) complain();
+    job_->addOutput(textOf(standardOutput_));
+    const auto conversion = pictureConversionOf(launchPath(), arguments());
+    if (conversion && endedWell()) {
+      job_->addChange({JobChange::Kind::made, conversion->from, conversion->to});
     }
-    if (!ending.empty()) {
-      record_->complain(launchPath() + ending + (text.empty() ? "." : ": " + text));
-    }
+    // These are started once for each item.
+    if (conversion || isRemoveTool(launchPath())) job_->addDoneItem();
+    job_->processDidEnd(*real_);
     platform().notificationCenter->post(
         {kTaskDidTerminateNotification, static_cast<Process*>(this), {}});
   }
 
+  bool endedWell() const {
+    return terminationReason() == TerminationReason::exit && terminationStatus() == 0;
+  }
+
+  void complain() const {
+    const std::string text = withoutBlankEnds(textOf(standardError_).substr(0, kToldBytes));
+    std::string ending;
+    if (terminationReason() == TerminationReason::uncaughtSignal) {
+      ending = " was ended by signal " + std::to_string(terminationStatus());
+    } else if (terminationStatus() != 0) {
+      ending = " ended with status " + std::to_string(terminationStatus());
+    } else if (!text.empty()) {
+      ending = " wrote an error";
+    }
+    if (!ending.empty()) job_->complain(launchPath() + ending + (text.empty() ? "." : ": " + text));
+  }
+
   std::shared_ptr<Process> real_;
-  std::shared_ptr<Record> record_;
+  const std::shared_ptr<Job> job_;
+  const bool complains_;
   std::shared_ptr<Pipe> standardOutput_;
   std::shared_ptr<Pipe> standardError_;
   Subscription end_;
 };
 
-std::shared_ptr<Process> RecordingProcesses::createProcess() {
-  return std::make_shared<RecordedProcess>(ForwardingProcesses::createProcess(), record_);
+}  // namespace
+
+std::shared_ptr<Process> JobProcesses::createProcess() {
+  auto process = ForwardingProcesses::createProcess();
+  auto job = currentJob();
+  if (job == nullptr) return process;
+  return std::make_shared<RecordedProcess>(std::move(process), std::move(job),
+                                           judgement_ == Judgement::complains);
 }
 
-std::shared_ptr<Pipe> RecordingProcesses::createPipe() {
-  return std::make_shared<RecordedPipe>(ForwardingProcesses::createPipe());
+std::shared_ptr<Pipe> JobProcesses::createPipe() {
+  auto pipe = ForwardingProcesses::createPipe();
+  return currentJob() == nullptr ? pipe : std::make_shared<RecordedPipe>(std::move(pipe));
 }
 
 }  // namespace tervano

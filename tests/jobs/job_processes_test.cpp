@@ -1,4 +1,4 @@
-#include "companion/recording_processes.h"
+#include "jobs/job_processes.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -9,6 +9,8 @@
 #include <fstream>
 
 #include "archive/platform_exception.h"
+#include "jobs/job.h"
+#include "jobs/job_services.h"
 #include "platform/notification_center.h"
 #include "platform/user_scripts.h"
 #include "tasks/vx_task_helper.h"
@@ -40,11 +42,10 @@ class Ends : public VXTaskHelperDelegate {
   std::optional<std::int64_t> reason;
 };
 
-class RecordingProcessesTest : public testing::Test {
+class JobProcessesTest : public testing::Test {
  protected:
-  RecordingProcessesTest() : processes_(platform_.processes()) {
-    platform_.services().processes = &processes_;
-  }
+  JobProcessesTest() { platform_.services() = services_.services(); }
+  ~JobProcessesTest() override { platform_.services() = real_; }
 
   std::shared_ptr<Process> prepared(const std::string& path,
                                     const std::vector<std::string>& arguments) {
@@ -65,72 +66,75 @@ class RecordingProcessesTest : public testing::Test {
   }
 
   ScopedPlatform platform_;
-  RecordingProcesses processes_;
+  const Platform real_ = platform();
+  JobServices services_{real_};
+  std::shared_ptr<Job> job_ = std::make_shared<Job>(JobSubject{"uid", "Title", "TVAction", {}});
+  JobScope scope_{job_};
 };
 
 }  // namespace
 
-TEST_F(RecordingProcessesTest, QuietSuccessIsNoComplaint) {
+TEST_F(JobProcessesTest, QuietSuccessIsNoComplaint) {
   const auto ends = run("/bin/echo", {"fine"});
   EXPECT_EQ(ends->reason, 1);
-  EXPECT_THAT(processes_.complaints(), IsEmpty());
+  EXPECT_THAT(job_->complaints(), IsEmpty());
 }
 
-TEST_F(RecordingProcessesTest, OutputAndErrorsStillReachTheAction) {
+TEST_F(JobProcessesTest, OutputAndErrorsStillReachTheAction) {
   const auto ends = run("/bin/bash", {"-c", "echo out; echo err >&2"});
   EXPECT_TRUE(waitUntil([&] { return !ends->errors.empty() && !ends->output.empty(); }));
   EXPECT_EQ(ends->output, "out\n");
   EXPECT_EQ(ends->errors, "err\n");
 }
 
-TEST_F(RecordingProcessesTest, TextOnStandardErrorIsAComplaintThoughTheStatusIsZero) {
+TEST_F(JobProcessesTest, TextOnStandardErrorIsAComplaintThoughTheStatusIsZero) {
   run("/bin/bash", {"-c", "echo ' trouble ' >&2"});
-  EXPECT_THAT(processes_.complaints(), ElementsAre("/bin/bash wrote an error: trouble"));
+  EXPECT_THAT(job_->complaints(), ElementsAre("/bin/bash wrote an error: trouble"));
 }
 
-TEST_F(RecordingProcessesTest, BlanksOnStandardErrorAreNoComplaint) {
+TEST_F(JobProcessesTest, BlanksOnStandardErrorAreNoComplaint) {
   run("/bin/bash", {"-c", "echo ' ' >&2"});
-  EXPECT_THAT(processes_.complaints(), IsEmpty());
+  EXPECT_THAT(job_->complaints(), IsEmpty());
 }
 
-TEST_F(RecordingProcessesTest, StatusOtherThanZeroIsAComplaintWithoutAnyText) {
+TEST_F(JobProcessesTest, StatusOtherThanZeroIsAComplaintWithoutAnyText) {
   run("/bin/bash", {"-c", "exit 3"});
-  EXPECT_THAT(processes_.complaints(), ElementsAre("/bin/bash ended with status 3."));
+  EXPECT_THAT(job_->complaints(), ElementsAre("/bin/bash ended with status 3."));
 }
 
-TEST_F(RecordingProcessesTest, StatusIsToldWithWhatWasWritten) {
+TEST_F(JobProcessesTest, StatusIsToldWithWhatWasWritten) {
   run("/bin/bash", {"-c", "echo why >&2; exit 3"});
-  EXPECT_THAT(processes_.complaints(), ElementsAre("/bin/bash ended with status 3: why"));
+  EXPECT_THAT(job_->complaints(), ElementsAre("/bin/bash ended with status 3: why"));
 }
 
-TEST_F(RecordingProcessesTest, SignalIsAComplaintWithItsNumber) {
+TEST_F(JobProcessesTest, SignalIsAComplaintWithItsNumber) {
   const auto ends = run("/bin/bash", {"-c", "kill -KILL $$"});
   EXPECT_EQ(ends->reason, 2);
-  EXPECT_THAT(processes_.complaints(), ElementsAre("/bin/bash was ended by signal 9."));
+  EXPECT_THAT(job_->complaints(), ElementsAre("/bin/bash was ended by signal 9."));
 }
 
-TEST_F(RecordingProcessesTest, ProgramThatCannotBeStartedIsAComplaintAndStillThrows) {
+TEST_F(JobProcessesTest, ProgramThatCannotBeStartedIsAComplaintAndStillThrows) {
   const auto process = prepared("/no/such/program", {});
   EXPECT_THROW(process->launch(), PlatformException);
-  ASSERT_EQ(processes_.complaints().size(), 1U);
-  EXPECT_THAT(processes_.complaints().front(), testing::HasSubstr("/no/such/program"));
+  ASSERT_EQ(job_->complaints().size(), 1U);
+  EXPECT_THAT(job_->complaints().front(), testing::HasSubstr("/no/such/program"));
 }
 
-TEST_F(RecordingProcessesTest, EveryProcessHasItsOwnComplaint) {
+TEST_F(JobProcessesTest, EveryProcessHasItsOwnComplaint) {
   run("/bin/bash", {"-c", "exit 1"});
   run("/bin/true", {});
   run("/bin/bash", {"-c", "exit 2"});
-  EXPECT_THAT(processes_.complaints(),
+  EXPECT_THAT(job_->complaints(),
               ElementsAre("/bin/bash ended with status 1.", "/bin/bash ended with status 2."));
 }
 
-TEST_F(RecordingProcessesTest, OnlyTheBeginningOfALongErrorIsKept) {
+TEST_F(JobProcessesTest, OnlyTheBeginningOfALongErrorIsKept) {
   run("/bin/bash", {"-c", "head -c 100000 /dev/zero | tr '\\0' x >&2"});
-  ASSERT_EQ(processes_.complaints().size(), 1U);
-  EXPECT_LT(processes_.complaints().front().size(), 5000U);
+  ASSERT_EQ(job_->complaints().size(), 1U);
+  EXPECT_LT(job_->complaints().front().size(), 5000U);
 }
 
-TEST_F(RecordingProcessesTest, EndIsAnnouncedOnceWithTheProcessThatTheActionKnows) {
+TEST_F(JobProcessesTest, EndIsAnnouncedOnceWithTheProcessThatTheActionKnows) {
   const auto process = prepared("/bin/true", {});
   int ends = 0;
   const auto observation = platform().notificationCenter->addObserver(
@@ -142,7 +146,7 @@ TEST_F(RecordingProcessesTest, EndIsAnnouncedOnceWithTheProcessThatTheActionKnow
   EXPECT_EQ(process->terminationStatus(), 0);
 }
 
-TEST_F(RecordingProcessesTest, SuspendResumeAndTerminateReachTheRealProcess) {
+TEST_F(JobProcessesTest, SuspendResumeAndTerminateReachTheRealProcess) {
   const auto process = prepared("/bin/sleep", {"60"});
   process->launch();
   EXPECT_TRUE(process->isRunning());
@@ -151,10 +155,10 @@ TEST_F(RecordingProcessesTest, SuspendResumeAndTerminateReachTheRealProcess) {
   process->terminate();
   EXPECT_TRUE(waitUntil([&] { return !process->isRunning(); }));
   EXPECT_EQ(process->terminationReason(), TerminationReason::uncaughtSignal);
-  EXPECT_THAT(processes_.complaints(), ElementsAre("/bin/sleep was ended by signal 15."));
+  EXPECT_THAT(job_->complaints(), ElementsAre("/bin/sleep was ended by signal 15."));
 }
 
-TEST_F(RecordingProcessesTest, GivenDescriptorsReachTheRealProcess) {
+TEST_F(JobProcessesTest, GivenDescriptorsReachTheRealProcess) {
   int input[2];
   int extra[2];
   ASSERT_EQ(pipe2(input, O_CLOEXEC), 0);
@@ -174,7 +178,7 @@ TEST_F(RecordingProcessesTest, GivenDescriptorsReachTheRealProcess) {
   close(extra[0]);
 }
 
-TEST_F(RecordingProcessesTest, WhatAUserScriptPrintsIsNoComplaint) {
+TEST_F(JobProcessesTest, WhatAUserScriptPrintsIsNoComplaint) {
   const std::string path = platform_.home().path() + "/script.sh";
   std::ofstream(path) << "runWithPaths() { echo debugging >&2; }\n";
   const auto task = platform().userScripts->taskWithURL(Url::fileURLWithPath(path), nullptr);
@@ -188,15 +192,15 @@ TEST_F(RecordingProcessesTest, WhatAUserScriptPrintsIsNoComplaint) {
     hasEnded = true;
   });
   EXPECT_TRUE(waitUntil([&] { return hasEnded; }, 60));
-  EXPECT_THAT(processes_.complaints(), IsEmpty());
+  EXPECT_THAT(job_->complaints(), IsEmpty());
 }
 
-TEST_F(RecordingProcessesTest, PlainPipeOfTheRealServiceMayBeGivenToo) {
+TEST_F(JobProcessesTest, PlainPipeOfTheRealServiceMayBeGivenToo) {
   const auto process = prepared("/bin/bash", {"-c", "echo why >&2"});
   process->setStandardError(platform_.processes().createPipe());
   process->launch();
   EXPECT_TRUE(waitUntil([&] { return !process->isRunning(); }));
-  EXPECT_THAT(processes_.complaints(), IsEmpty());
+  EXPECT_THAT(job_->complaints(), IsEmpty());
 }
 
 }  // namespace tervano::test

@@ -1,0 +1,18 @@
+#include "jobs/job_services.h"
+
+namespace tervano {
+
+JobServices::JobServices(const Platform& real)
+    : runLoop_(*real.runLoop),
+      fileManager_(*real.fileManager),
+      processes_(*real.processes),
+      scriptProcesses_(*real.processes, JobProcesses::Judgement::leavesItToOthers),
+      userScripts_(scriptProcesses_),
+      services_(real) {
+  services_.runLoop = &runLoop_;
+  services_.fileManager = &fileManager_;
+  services_.processes = &processes_;
+  services_.userScripts = &userScripts_;
+}
+
+}  // namespace tervano
