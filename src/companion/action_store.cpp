@@ -20,9 +20,11 @@ void requireSaved(const TVActionsManager& manager, const std::string& path) {
   std::optional<Error> error;
   const auto found = platform().fileManager->contentsAtPath(path, &error);
   if (found == expected) return;
-  throw CommandError("The action list could not be saved" +
-                     (error ? ": " + error->message : " to " + path) +
-                     "; what was there before is unchanged.");
+  throw CommandError(
+      error ? tr("The action list could not be saved: {1}; what was there before is unchanged.",
+                 error->message)
+            : tr("The action list could not be saved to {1}; what was there before is unchanged.",
+                 path));
 }
 
 }  // namespace
@@ -32,10 +34,12 @@ std::shared_ptr<TVActionsManager> loadActions() {
   auto manager = TVActionsManager::create<TVActionsManager>(&reason);
   if (manager != nullptr) return manager;
   if (reason.ends_with('.')) reason.pop_back();
-  throw CommandError("The action list cannot be read: " + reason +
-                     (listVersions().empty() ? "."
-                                             : "; \"tervano restore\" offers the last one "
-                                               "that can."));
+  throw CommandError(
+      listVersions().empty()
+          ? tr("The action list cannot be read: {1}.", reason)
+          : tr("The action list cannot be read: {1}; \"tervano restore\" offers the last one that "
+               "can.",
+               reason));
 }
 
 std::optional<ActionPlace> findAction(const ActionList& actions, const std::string& uid) {
@@ -61,15 +65,15 @@ ActionPlace requireAction(const ActionList& actions, const std::string& uid) {
   auto place = findAction(actions, uid);
   if (place) return *place;
   if (!isUid(uid)) {
-    throw UsageError("\"" + printable(uid) +
-                     "\" is no uid; a uid has 32 characters of 0 to 9 and A to F.");
+    throw UsageError(
+        tr("\"{1}\" is no uid; a uid has 32 characters of 0 to 9 and A to F.", printable(uid)));
   }
-  throw CommandError("There is no action with the uid " + uid + " in the list.");
+  throw CommandError(tr("There is no action with the uid {1} in the list.", uid));
 }
 
 void changeActions(const std::function<void(TVActionsManager&)>& change) {
   const auto url = TVActionsManager().saveURL();
-  if (!url) throw CommandError("There is no container for the action list on this system.");
+  if (!url) throw CommandError(tr("There is no container for the action list on this system."));
   const auto error =
       platform().fileCoordinator->coordinateWriting(url->path(), [&](const std::string& path) {
         const auto former = platform().fileManager->contentsAtPath(path);
@@ -79,7 +83,7 @@ void changeActions(const std::function<void(TVActionsManager&)>& change) {
         manager->actuallySave();
         requireSaved(*manager, path);
       });
-  if (error) throw CommandError("The action list could not be locked: " + error->message);
+  if (error) throw CommandError(tr("The action list could not be locked: {1}", error->message));
 }
 
 }  // namespace tervano

@@ -5,10 +5,12 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "model/tv_action.h"
 #include "model/tv_action_group.h"
 #include "store/tv_actions_manager.h"
+#include "translation/translation.h"
 
 namespace tervano {
 
@@ -16,7 +18,14 @@ namespace tervano {
 // companion.
 class CommandError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit CommandError(Sentence sentence)
+      : std::runtime_error(sentence.shown()), sentence_(std::move(sentence)) {}
+
+  // In both languages; what() is what is shown.
+  const Sentence& sentence() const { return sentence_; }
+
+ private:
+  Sentence sentence_;
 };
 
 // Where an action stands: in the list itself (`group` null) or in a group of it.

@@ -24,25 +24,26 @@ Arguments::Arguments(const std::vector<std::string>& words, const Known& known) 
     const std::string name = spelled.starts_with("--") ? spelled.substr(2) : spelled;
     if (known.flags.contains(name)) {
       if (equals != std::string::npos)
-        throw UsageError("The option " + spelled + " takes no value.");
+        throw UsageError(tr("The option {1} takes no value.", spelled));
       if (!flags_.insert(name).second) {
-        throw UsageError("The option " + spelled + " is given twice.");
+        throw UsageError(tr("The option {1} is given twice.", spelled));
       }
     } else if (known.valued.contains(name)) {
       std::string value;
       if (equals != std::string::npos) {
         value = word->substr(equals + 1);
       } else if (std::next(word) == words.end()) {
-        throw UsageError("The option " + spelled + " needs a value.");
+        throw UsageError(tr("The option {1} needs a value.", spelled));
       } else {
         value = *++word;
       }
       if (!values_.emplace(name, value).second) {
-        throw UsageError("The option " + spelled + " is given twice.");
+        throw UsageError(tr("The option {1} is given twice.", spelled));
       }
     } else {
-      throw UsageError("There is no option " + printable(spelled) +
-                       " here; a path that begins with a hyphen goes behind \"--\".");
+      throw UsageError(
+          tr("There is no option {1} here; a path that begins with a hyphen goes behind \"--\".",
+             printable(spelled)));
     }
   }
 }
@@ -53,16 +54,15 @@ std::optional<std::string> Arguments::value(const std::string& option) const {
   return found->second;
 }
 
-void Arguments::requirePositional(std::size_t least, std::size_t most,
-                                  const std::string& what) const {
-  if (positional_.size() < least) throw UsageError(what + " is missing.");
+void Arguments::requirePositional(std::size_t least, std::size_t most, const Sentence& what) const {
+  if (positional_.size() < least) throw UsageError(tr("{1} is missing.", what));
   if (positional_.size() > most) {
-    throw UsageError("\"" + printable(positional_[most]) + "\" is one word too many.");
+    throw UsageError(tr("\"{1}\" is one word too many.", printable(positional_[most])));
   }
 }
 
 std::string absolutePath(const std::string& argument) {
-  if (argument.empty()) throw UsageError("An empty path names nothing.");
+  if (argument.empty()) throw UsageError(tr("An empty path names nothing."));
   const auto resolve = [](const std::string& path) -> std::optional<std::string> {
     char resolved[PATH_MAX];
     if (realpath(path.c_str(), resolved) == nullptr) return std::nullopt;

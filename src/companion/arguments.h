@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "archive/printable.h"
+#include "translation/translation.h"
 
 namespace tervano {
 
@@ -15,7 +16,7 @@ namespace tervano {
 // status 2. Never leaves the companion.
 class UsageError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit UsageError(const Sentence& sentence) : std::runtime_error(sentence.shown()) {}
 };
 
 // The words of one command, parsed against the options it knows. "--name value" and "--name=value"
@@ -35,7 +36,7 @@ class Arguments {
   std::optional<std::string> value(const std::string& option) const;
   const std::vector<std::string>& positional() const { return positional_; }
   // Throws UsageError unless the number of positional words lies in the range; `what` names them.
-  void requirePositional(std::size_t least, std::size_t most, const std::string& what) const;
+  void requirePositional(std::size_t least, std::size_t most, const Sentence& what) const;
 
  private:
   std::map<std::string, std::string> values_;

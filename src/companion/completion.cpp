@@ -175,7 +175,7 @@ std::string completionScript(const std::string& shell, std::span<const CommandHe
   if (shell == "bash") return bashScript(commands);
   if (shell == "zsh") return zshScript(commands);
   if (shell == "fish") return fishScript(commands);
-  throw UsageError("The shells are bash, zsh and fish.");
+  throw UsageError(tr("The shells are bash, zsh and fish."));
 }
 
 }  // namespace tervano

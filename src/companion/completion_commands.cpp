@@ -10,7 +10,7 @@ namespace {
 
 int completion(const std::vector<std::string>& words) {
   const Arguments arguments(words, {});
-  arguments.requirePositional(1, 1, "The shell");
+  arguments.requirePositional(1, 1, tr("The shell"));
   std::cout << completionScript(arguments.positional().front(), helpOfAllCommands());
   return kExitSuccess;
 }
@@ -19,10 +19,10 @@ int completion(const std::vector<std::string>& words) {
 
 std::vector<Command> completionCommands() {
   return {{{"completion",
-            "print what a shell needs to complete the words of this program",
+            trMark("print what a shell needs to complete the words of this program"),
             {"bash|zsh|fish"},
-            {"An installation has the three files where the shells look for them. Elsewhere "
-             "\"source <(tervano completion bash)\" does it for one shell."},
+            {trMark("An installation has the three files where the shells look for them. Elsewhere "
+                    "\"source <(tervano completion bash)\" does it for one shell.")},
             {}},
            completion}};
 }

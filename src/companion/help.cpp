@@ -1,22 +1,29 @@
 #include "companion/help.h"
 
+#include <algorithm>
 #include <sstream>
-#include <string_view>
+
+#include "translation/translation.h"
 
 namespace tervano {
 
 namespace {
 
 constexpr std::size_t kColumns = 80;
-constexpr std::string_view kUsage = "usage: ";
 
-constexpr char kPurpose[] =
-    "Your own actions in the context menu of your file manager: the list is shown, changed and "
-    "tried here, and this program runs what was chosen.";
+constexpr const char* kPurpose = trMark(
+    "Your own actions in the context menu of your file manager: the list is shown, changed "
+    "and tried here, and this program runs what was chosen.");
 
-constexpr char kStatusText[] =
-    "0 for success, 1 for a failure, 2 when the words of the command cannot be understood. Every "
-    "failure is one sentence on standard error.";
+constexpr const char* kStatusText = trMark(
+    "0 for success, 1 for a failure, 2 when the words of the command cannot be understood. "
+    "Every failure is one sentence on standard error.");
+
+// The characters of UTF-8 text.
+std::size_t columnsOf(const std::string& text) {
+  return static_cast<std::size_t>(
+      std::count_if(text.begin(), text.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
+}
 
 // Breaks a paragraph at blanks so that no line is longer than the width, if its words allow.
 std::string wrapped(const std::string& paragraph, std::size_t indentation) {
@@ -25,7 +32,7 @@ std::string wrapped(const std::string& paragraph, std::size_t indentation) {
   std::string text;
   std::string line = margin;
   for (std::string word; words >> word;) {
-    if (line.size() > indentation && line.size() + 1 + word.size() > kColumns) {
+    if (line.size() > indentation && columnsOf(line) + 1 + columnsOf(word) > kColumns) {
       text += line + "\n";
       line = margin;
     }
@@ -58,28 +65,33 @@ std::string heading(const std::string& name) {
 }  // namespace
 
 std::string overviewText(std::span<const CommandHelp> commands) {
-  std::string text = wrapped(kPurpose, 0) + "\nusage: tervano COMMAND [WORD...]\n\n";
+  std::string text = wrapped(translated(kPurpose), 0) + "\n" + tr("usage: ").shown() +
+                     "tervano COMMAND [WORD...]\n\n";
   for (const auto& command : commands) {
     std::string line = "  " + command.name;
     line.resize(std::max<std::size_t>(line.size() + 2, 14), ' ');
-    text += line + command.summary + "\n";
+    text += line + translated(command.summary).shown() + "\n";
   }
-  return text + "\n\"tervano help COMMAND\" tells more of one.\n";
+  return text + "\n" + tr("\"tervano help COMMAND\" tells more of one.").shown() + "\n";
 }
 
 std::string helpText(const CommandHelp& command) {
+  const std::string usage = tr("usage: ");
+  const std::size_t margin = columnsOf(usage);
   std::string text;
   for (const auto& form : command.forms) {
-    text += wrapped("tervano " + command.name + " " + form, kUsage.size());
+    text += wrapped("tervano " + command.name + " " + form, margin);
   }
-  text.replace(0, kUsage.size(), kUsage);
-  text += "\n" + wrapped(command.summary + ".", 0);
-  for (const auto& paragraph : command.paragraphs) text += "\n" + wrapped(paragraph, 0);
-  if (!command.options.empty()) text += "\nOptions:\n";
+  text.replace(0, margin, usage);
+  text += "\n" + wrapped(translated(command.summary).shown() + ".", 0);
+  for (const auto& paragraph : command.paragraphs) {
+    text += "\n" + wrapped(translated(paragraph), 0);
+  }
+  if (!command.options.empty()) text += "\n" + tr("Options:").shown() + "\n";
   for (const auto& [spelling, meaning] : command.options) {
-    text += "  " + spelling + "\n" + wrapped(meaning, 6);
+    text += "  " + spelling + "\n" + wrapped(translated(meaning), 6);
   }
-  return text + "\nExit status:\n" + wrapped(kStatusText, 2);
+  return text + "\n" + tr("Exit status:").shown() + "\n" + wrapped(translated(kStatusText), 2);
 }
 
 std::string manualPage(const CommandHelp& command) {

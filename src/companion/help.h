@@ -7,7 +7,9 @@
 
 namespace tervano {
 
-// What help and the manual page tell of one command; both are made from this one text.
+// What help and the manual page tell of one command; both are made from this one text, the page in
+// English and help in the language of the user. The summary, the paragraphs and the meanings are
+// marked for translation (trMark).
 struct CommandHelp {
   std::string name;
   // One line that says what it does, without a full stop.

@@ -1,15 +1,17 @@
-#include <clocale>
 #include <csignal>
 #include <iostream>
 
 #include "actions/register_action_classes.h"
 #include "archive/platform_exception.h"
+#include "archive/url.h"
 #include "companion/action_store.h"
 #include "companion/arguments.h"
 #include "companion/command.h"
 #include "companion/complain.h"
 #include "companion/silent_log.h"
+#include "platform/linux/installed_bundle.h"
 #include "platform/linux/linux_platform.h"
+#include "translation/translation.h"
 
 namespace tervano {
 
@@ -19,7 +21,8 @@ const Command& requireCommand(const std::vector<Command>& commands, const std::s
   for (const auto& command : commands) {
     if (command.help.name == name) return command;
   }
-  throw UsageError("There is no command \"" + printable(name) + "\"; \"tervano help\" lists them.");
+  throw UsageError(
+      tr("There is no command \"{1}\"; \"tervano help\" lists them.", printable(name)));
 }
 
 int help(const std::vector<Command>& commands, const std::vector<std::string>& words) {
@@ -72,7 +75,7 @@ int performGuarded(int argc, char** argv) {
   try {
     const int status = perform({argv + 1, argv + argc});
     std::cout.flush();
-    if (!std::cout) throw CommandError("The output could not be written.");
+    if (!std::cout) throw CommandError(tr("The output could not be written."));
     return status;
   } catch (const UsageError& error) {
     complain(error.what());
@@ -90,7 +93,8 @@ int performGuarded(int argc, char** argv) {
 }  // namespace tervano
 
 int main(int argc, char** argv) {
-  std::setlocale(LC_ALL, "");
+  tervano::useLanguageOfUser(
+      tervano::deletingLastPathComponent(tervano::InstalledBundle().resourcePath()) + "/locale");
   std::signal(SIGPIPE, SIG_IGN);
   return tervano::performGuarded(argc, argv);
 }

@@ -30,12 +30,12 @@ int watch(const std::vector<std::string>& words) {
 
 int post(const std::vector<std::string>& words) {
   const Arguments arguments(words, {});
-  arguments.requirePositional(1, 1, "The identifier");
+  arguments.requirePositional(1, 1, tr("The identifier"));
   const auto& identifier = arguments.positional().front();
-  if (identifier.empty()) throw UsageError("An empty identifier names no message.");
+  if (identifier.empty()) throw UsageError(tr("An empty identifier names no message."));
   const auto wormhole = VXWormhole::initWithApplicationGroupIdentifier(kApplicationGroupIdentifier,
                                                                        kWormholeDirectory);
-  if (wormhole == nullptr) throw CommandError("There is no messenger on this system.");
+  if (wormhole == nullptr) throw CommandError(tr("There is no messenger on this system."));
   wormhole->passMessageObject(nullptr, identifier);
   return kExitSuccess;
 }
@@ -45,17 +45,17 @@ int post(const std::vector<std::string>& words) {
 std::vector<Command> messageCommands() {
   return {
       {{"watch",
-        "print the identifier of each message between Tervano's processes as it arrives",
+        trMark("print the identifier of each message between Tervano's processes as it arrives"),
         {"[IDENTIFIER...]"},
-        {"One line a message, until interrupted. Messages that arrive faster than they are read "
-         "may be shown as one. With identifiers, only these."},
+        {trMark("One line a message, until interrupted. Messages that arrive faster than they are "
+                "read may be shown as one. With identifiers, only these.")},
         {}},
        watch},
       {{"post",
-        "send a message without content to every listening process",
+        trMark("send a message without content to every listening process"),
         {"IDENTIFIER"},
-        {"For example TVDidChangeNotification, upon which the file managers read the action list "
-         "again."},
+        {trMark("For example TVDidChangeNotification, upon which the file managers read the action "
+                "list again.")},
         {}},
        post},
   };

@@ -12,8 +12,8 @@ namespace {
 
 void requireName(const std::string& name) {
   if (TVUserDefaults::create()->preferenceNamed(name)) return;
-  throw UsageError("There is no preference \"" + printable(name) +
-                   "\"; \"tervano prefs\" lists them.");
+  throw UsageError(
+      tr("There is no preference \"{1}\"; \"tervano prefs\" lists them.", printable(name)));
 }
 
 int showAll(bool asJson) {
@@ -33,11 +33,11 @@ int showAll(bool asJson) {
 
 int setPreference(const std::string& name, const std::string& word) {
   requireName(name);
-  if (word != "yes" && word != "no") throw UsageError("A preference is set to yes or no.");
+  if (word != "yes" && word != "no") throw UsageError(tr("A preference is set to yes or no."));
   const bool value = word == "yes";
   TVUserDefaults::create()->setPreferenceNamed(name, value);
   if (TVUserDefaults::create()->preferenceNamed(name) != value) {
-    throw CommandError("The preference could not be saved.");
+    throw CommandError(tr("The preference could not be saved."));
   }
   return kExitSuccess;
 }
@@ -46,29 +46,29 @@ int prefs(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{}, {"json"}});
   const auto& positional = arguments.positional();
   if (positional.empty()) return showAll(arguments.has("json"));
-  if (arguments.has("json")) throw UsageError("--json goes with all preferences only.");
+  if (arguments.has("json")) throw UsageError(tr("--json goes with all preferences only."));
   if (positional[0] == "get") {
-    arguments.requirePositional(2, 2, "The name of a preference");
+    arguments.requirePositional(2, 2, tr("The name of a preference"));
     requireName(positional[1]);
     std::cout << (TVUserDefaults::create()->preferenceNamed(positional[1]).value() ? "yes" : "no")
               << "\n";
     return kExitSuccess;
   }
   if (positional[0] == "set") {
-    arguments.requirePositional(3, 3, "The name or the value of a preference");
+    arguments.requirePositional(3, 3, tr("The name or the value of a preference"));
     return setPreference(positional[1], positional[2]);
   }
-  throw UsageError("\"" + printable(positional[0]) + "\" is neither get nor set.");
+  throw UsageError(tr("\"{1}\" is neither get nor set.", printable(positional[0])));
 }
 
 }  // namespace
 
 std::vector<Command> preferenceCommands() {
   return {{{"prefs",
-            "show and set preferences",
+            trMark("show and set preferences"),
             {"[--json]", "get NAME", "set NAME yes|no"},
-            {"A change is seen by the file managers at their next menu."},
-            {{"--json", "All preferences as one object of booleans."}}},
+            {trMark("A change is seen by the file managers at their next menu.")},
+            {{"--json", trMark("All preferences as one object of booleans.")}}},
            prefs}};
 }
 

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <memory>
 
+#include "translation/translation.h"
+
 namespace tervano {
 
 namespace {
@@ -99,20 +101,21 @@ void passwordChanged(GtkEditable* /*field*/, gpointer data) {
   const char* const again = textOf(dialog->again);
   const bool isSame = std::strcmp(password, again) == 0;
   const bool isTooLong = std::strlen(password) > kLongestPassword;
-  const char* complaint = "";
+  std::string complaint;
   if (isTooLong) {
-    complaint = "The password is too long.";
+    complaint = tr("The password is too long.");
   } else if (*again != '\0' && !isSame) {
-    complaint = "The passwords are not the same.";
+    complaint = tr("The passwords are not the same.");
   }
-  gtk_label_set_text(GTK_LABEL(dialog->complaint), complaint);
+  gtk_label_set_text(GTK_LABEL(dialog->complaint), complaint.c_str());
   gtk_widget_set_sensitive(dialog->consent, *password != '\0' && isSame && !isTooLong);
 }
 
-GtkWidget* passwordField(const char* purpose) {
+GtkWidget* passwordField(const std::string& purpose) {
   GtkWidget* const field = gtk_password_entry_new();
-  g_object_set(field, "placeholder-text", purpose, "activates-default", TRUE, nullptr);
-  gtk_accessible_update_property(GTK_ACCESSIBLE(field), GTK_ACCESSIBLE_PROPERTY_LABEL, purpose, -1);
+  g_object_set(field, "placeholder-text", purpose.c_str(), "activates-default", TRUE, nullptr);
+  gtk_accessible_update_property(GTK_ACCESSIBLE(field), GTK_ACCESSIBLE_PROPERTY_LABEL,
+                                 purpose.c_str(), -1);
   return field;
 }
 
@@ -142,7 +145,7 @@ void addEscape(GtkWidget* window) {
 GtkWidget* buttonsOf(const DialogQuestion& question, Dialog& dialog) {
   GtkWidget* const row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, kSpacing);
   gtk_widget_set_halign(row, GTK_ALIGN_END);
-  GtkWidget* const cancel = gtk_button_new_with_label("Cancel");
+  GtkWidget* const cancel = gtk_button_new_with_label(tr("Cancel").shown().c_str());
   GtkWidget* const consent = gtk_button_new_with_label(validText(question.consent).c_str());
   gtk_widget_add_css_class(
       consent, question.passwordDescriptor >= 0 ? "suggested-action" : "destructive-action");
@@ -157,9 +160,9 @@ GtkWidget* buttonsOf(const DialogQuestion& question, Dialog& dialog) {
 
 // Below the items: the two fields and room for what is wrong with them.
 void addPasswordFields(GtkBox* column, Dialog& dialog) {
-  dialog.password = passwordField("Password");
+  dialog.password = passwordField(tr("Password"));
   gtk_password_entry_set_show_peek_icon(GTK_PASSWORD_ENTRY(dialog.password), TRUE);
-  dialog.again = passwordField("The same password again");
+  dialog.again = passwordField(tr("The same password again"));
   dialog.complaint = labelOf("", "error");
   for (GtkWidget* const field : {dialog.password, dialog.again}) {
     gtk_box_append(column, field);

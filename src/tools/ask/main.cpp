@@ -5,7 +5,10 @@
 #include <cstring>
 #include <string_view>
 
+#include "archive/url.h"
+#include "platform/linux/installed_bundle.h"
 #include "tools/ask/dialog.h"
+#include "translation/translation.h"
 
 namespace tervano {
 
@@ -18,8 +21,8 @@ constexpr int kNoDisplay = 3;
 // Where a password is written to.
 constexpr int kPasswordDescriptor = 3;
 
-int complain(const char* sentence) {
-  std::fprintf(stderr, "tervano-ask: %s\n", sentence);
+int complain(const Sentence& sentence) {
+  std::fprintf(stderr, "tervano-ask: %s\n", sentence.shown().c_str());
   return kUsage;
 }
 
@@ -33,7 +36,7 @@ int run(int argc, char** argv) {
       --index;
       continue;
     }
-    if (index + 1 >= argc) return complain("An option lacks its value.");
+    if (index + 1 >= argc) return complain(tr("An option lacks its value."));
     if (option == "--question") {
       question.text = argv[index + 1];
     } else if (option == "--detail") {
@@ -42,16 +45,17 @@ int run(int argc, char** argv) {
       question.consent = argv[index + 1];
     } else {
       return complain(
-          "The options are --question, --detail, --consent and --password, then -- and items.");
+          tr("The options are --question, --detail, --consent and --password, then -- and "
+             "items."));
     }
   }
   for (++index; index < argc; ++index) question.items.emplace_back(argv[index]);
   if (question.text.empty() || question.consent.empty()) {
-    return complain("--question and --consent are needed.");
+    return complain(tr("--question and --consent are needed."));
   }
   if (question.passwordDescriptor >= 0) {
     if (fcntl(question.passwordDescriptor, F_GETFD) < 0) {
-      return complain("--password needs descriptor 3 to write the password to.");
+      return complain(tr("--password needs descriptor 3 to write the password to."));
     }
     // No memory dump has the password in it.
     const rlimit none{0, 0};
@@ -65,7 +69,7 @@ int run(int argc, char** argv) {
     case DialogAnswer::noDisplay:
       break;
   }
-  std::fputs("tervano-ask: There is no display to ask on.\n", stderr);
+  complain(tr("There is no display to ask on."));
   return kNoDisplay;
 }
 
@@ -76,5 +80,7 @@ int run(int argc, char** argv) {
 // Asks one question in a window, and for a new password when it is to: 0 for consent, 1 for a
 // refusal, 2 for wrong arguments, 3 without a display.
 int main(int argc, char** argv) {
+  tervano::useLanguageOfUser(
+      tervano::deletingLastPathComponent(tervano::InstalledBundle().resourcePath()) + "/locale");
   return tervano::run(argc, argv);
 }
