@@ -33,11 +33,11 @@ def wait_for(what, done, seconds=20):
 
 class Desktop:
     """The session. The environment of this process is changed to it."""
+    work = pathlib.Path("/tmp/session")
+    home = work / "home"
 
     def __init__(self, build):
         self.build = pathlib.Path(build)
-        self.work = pathlib.Path("/tmp/session")
-        self.home = self.work / "home"
         self.files = self.home / "files"
         self.target = self.home / "target"
         self.container = self.home / ".local/share" / GROUP

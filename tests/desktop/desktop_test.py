@@ -9,9 +9,10 @@ from file_managers import MANAGERS
 
 class DesktopTest(unittest.TestCase):
     """A desktop with a file manager that is not started yet, and a folder with three files."""
+    desktop_class = Desktop
 
     def setUp(self):
-        self.desktop = Desktop(DesktopTest.build)
+        self.desktop = self.desktop_class(DesktopTest.build)
         self.desktop.start(["dunst"])
         for name in ("alpha.txt", "beta.png", "gamma.txt"):
             self.add_file(name)
