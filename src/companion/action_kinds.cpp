@@ -33,7 +33,7 @@ constexpr char kDefaultFileName[] = "untitled";
 
 void requireNoWords(const std::vector<std::string>& words) {
   if (!words.empty()) {
-    throw UsageError("\"" + printable(words.front()) + "\" is one word too many.");
+    throw UsageError(tr("\"{1}\" is one word too many.", printable(words.front())));
   }
 }
 
@@ -52,12 +52,12 @@ std::string joined(const std::vector<std::string>& words) {
 std::shared_ptr<TVAction> makeBundled(const std::vector<std::string>& words) {
   const auto names = bundledScriptNames();
   if (words.empty()) {
-    throw UsageError("The name of the script is missing; there are " + joined(names) + ".");
+    throw UsageError(tr("The name of the script is missing; there are {1}.", joined(names)));
   }
   requireNoWords({words.begin() + 1, words.end()});
   if (std::find(names.begin(), names.end(), words.front()) == names.end()) {
-    throw UsageError("There is no script \"" + printable(words.front()) + "\"; there are " +
-                     joined(names) + ".");
+    throw UsageError(
+        tr("There is no script \"{1}\"; there are {2}.", printable(words.front()), joined(names)));
   }
   return TVBundledScriptAction::actionWithBundledFileName(words.front());
 }
@@ -75,7 +75,7 @@ void completeSettings(TVAction& action, const Arguments& arguments) {
   if (auto* convert = dynamic_cast<TVConvertImageAction*>(&action)) {
     const std::string extension = usualExtensionOfFormat(convert->outputFormat().value_or(""));
     if (!isFileName(extension)) {
-      throw UsageError("The format " + printable(extension) + " needs --extension.");
+      throw UsageError(tr("The format {1} needs --extension.", printable(extension)));
     }
     convert->setOutputExtension(extension);
   } else if (auto* newFile = dynamic_cast<TVNewFileAction*>(&action)) {
@@ -90,133 +90,133 @@ void completeSettings(TVAction& action, const Arguments& arguments) {
 const std::vector<ActionKind>& actionKinds() {
   static const std::vector<ActionKind> kinds = {
       {"move",
-       "moves the files to a folder",
+       trMark("moves the files to a folder"),
        "TVMoveToAction",
        {"to"},
        {},
        "Move",
        make<TVMoveToAction>},
       {"copy",
-       "copies the files to a folder",
+       trMark("copies the files to a folder"),
        "TVCopyToAction",
        {"to"},
        {},
        "Copy",
        make<TVCopyToAction>},
       {"open-with",
-       "opens the files with an application",
+       trMark("opens the files with an application"),
        "TVOpenWithAppAction",
        {"app"},
        {"app"},
        "Open",
        make<TVOpenWithAppAction>},
       {"mail",
-       "sends the files with the default mail program",
+       trMark("sends the files with the default mail program"),
        "TVSendViaEmailAction",
        {},
        {},
        std::nullopt,
        make<TVSendViaEmailAction>},
       {"new-file",
-       "makes a new file from a template in the folder",
+       trMark("makes a new file from a template in the folder"),
        "TVNewFileAction",
        {"template", "name", "extension", "executable"},
        {"template"},
        "New file",
        makeNewFile},
       {"convert",
-       "converts pictures to another format",
+       trMark("converts pictures to another format"),
        "TVConvertImageAction",
        {"format", "extension"},
        {"format"},
        "Convert",
        make<TVConvertImageAction>},
       {"script",
-       "runs a shell script with the paths as its arguments",
+       trMark("runs a shell script with the paths as its arguments"),
        "TVShellScriptAction",
        {"file"},
        {"file"},
        std::nullopt,
        make<TVShellScriptAction>},
       {"bundled",
-       "runs a script that comes with Tervano; its name follows",
+       trMark("runs a script that comes with Tervano; its name follows"),
        "TVBundledScriptAction",
        {},
        {},
        std::nullopt,
        makeBundled},
       {"user-script",
-       "calls runWithPaths of a Python, JavaScript, shell or Lua file",
+       trMark("calls runWithPaths of a Python, JavaScript, shell or Lua file"),
        "TVAppleScriptAction",
        {"file"},
        {"file"},
        "User script",
        make<TVAppleScriptAction>},
       {"secure-delete",
-       "overwrites and removes the files for good",
+       trMark("overwrites and removes the files for good"),
        "TVSecureRemoveAction",
        {},
        {},
        std::nullopt,
        make<TVSecureRemoveAction>},
       {"reset-app",
-       "resets the preferences of an application",
+       trMark("resets the preferences of an application"),
        "TVResetAppPreferencesAction",
        {},
        {},
        std::nullopt,
        make<TVResetAppPreferencesAction>},
       {"compress",
-       "makes a zip file with a password",
+       trMark("makes a zip file with a password"),
        "TVCompressPasswordAction",
        {},
        {},
        std::nullopt,
        make<TVCompressPasswordAction>},
       {"open-folder",
-       "opens a folder in a new window",
+       trMark("opens a folder in a new window"),
        "TVOpenFavesAction",
        {"to"},
        {"to"},
        "Open folder",
        make<TVOpenFavesAction>},
       {"group-move",
-       "gathers actions that move",
+       trMark("gathers actions that move"),
        "TVMoveActionGroup",
        {},
        {},
        std::nullopt,
        make<TVMoveActionGroup>},
       {"group-copy",
-       "gathers actions that copy",
+       trMark("gathers actions that copy"),
        "TVCopyActionGroup",
        {},
        {},
        std::nullopt,
        make<TVCopyActionGroup>},
       {"group-open-with",
-       "gathers applications",
+       trMark("gathers applications"),
        "TVOpenWithActionGroup",
        {},
        {},
        std::nullopt,
        make<TVOpenWithActionGroup>},
       {"group-new-file",
-       "gathers templates",
+       trMark("gathers templates"),
        "TVNewFileActionGroup",
        {},
        {},
        std::nullopt,
        make<TVNewFileActionGroup>},
       {"group-convert",
-       "gathers picture formats",
+       trMark("gathers picture formats"),
        "TVConvertImageActionGroup",
        {},
        {},
        std::nullopt,
        make<TVConvertImageActionGroup>},
       {"group-open-folder",
-       "gathers favourite folders",
+       trMark("gathers favourite folders"),
        "TVOpenFavesActionGroup",
        {},
        {},
@@ -232,8 +232,8 @@ const ActionKind& requireKind(const std::string& name) {
     if (kind.name == name) return kind;
     known.push_back(kind.name);
   }
-  throw UsageError("There is no kind \"" + printable(name) + "\"; the kinds are " + joined(known) +
-                   ".");
+  throw UsageError(
+      tr("There is no kind \"{1}\"; the kinds are {2}.", printable(name), joined(known)));
 }
 
 std::vector<std::string> bundledScriptNames() {
@@ -251,11 +251,11 @@ std::shared_ptr<TVAction> newAction(const Arguments& arguments) {
   const auto& words = arguments.positional();
   const ActionKind& kind = requireKind(words.front());
   auto made = kind.make({words.begin() + 1, words.end()});
-  if (made == nullptr) throw UsageError("The action cannot be made.");
+  if (made == nullptr) throw UsageError(tr("The action cannot be made."));
   applySettings(*made, arguments);
   for (const auto& required : kind.required) {
     if (!arguments.value(required)) {
-      throw UsageError("The kind " + kind.name + " needs --" + required + ".");
+      throw UsageError(tr("The kind {1} needs --{2}.", kind.name, required));
     }
   }
   completeSettings(*made, arguments);

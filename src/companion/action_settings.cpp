@@ -41,7 +41,7 @@ struct Setting {
 // A text that an archive and the hand-off can hold.
 void requireText(const std::string& setting, const std::string& text) {
   if (!prettyPrintedJSON(Value(text))) {
-    throw UsageError("The text of --" + setting + " is not valid UTF-8.");
+    throw UsageError(tr("The text of --{1} is not valid UTF-8.", setting));
   }
 }
 
@@ -49,7 +49,8 @@ void requireText(const std::string& setting, const std::string& text) {
 void requireNamePart(const std::string& setting, const std::string& text) {
   requireText(setting, text);
   if (text.find('/') != std::string::npos || text.find('\0') != std::string::npos) {
-    throw UsageError("The text of --" + setting + " is part of a file's name, so it has no \"/\".");
+    throw UsageError(
+        tr("The text of --{1} is part of a file's name, so it has no \"/\".", setting));
   }
 }
 
@@ -61,18 +62,19 @@ std::optional<std::vector<std::string>> typesOf(const std::string& words) {
     const std::size_t end = std::min(words.find(',', begin), words.size());
     types.push_back(words.substr(begin, end - begin));
     if (types.back().empty()) {
-      throw UsageError("--types takes type identifiers with commas between them, or \"any\".");
+      throw UsageError(tr("--types takes type identifiers with commas between them, or \"any\"."));
     }
     begin = end + 1;
   }
   for (const auto& type : types) {
     if (!platform().uniformTypes->isDeclared(type)) {
-      std::cerr << "Note: no file has the type " << printable(type) << " on this system.\n";
+      std::cerr << tr("Note: no file has the type {1} on this system.", printable(type)) << "\n";
     }
   }
   if (types.size() > 1) {
-    std::cerr
-        << "Note: shown only when every selected item conforms to every one of these types.\n";
+    std::cerr << tr("Note: shown only when every selected item conforms to every one of these "
+                    "types.")
+              << "\n";
   }
   return types;
 }
@@ -81,9 +83,9 @@ Url folderOf(const std::string& argument) {
   const std::string folder = absolutePath(argument);
   const auto& fileManager = *platform().fileManager;
   if (!fileManager.fileExistsAtPath(folder)) {
-    std::cerr << "Note: the folder " << printable(folder) << " does not exist yet.\n";
+    std::cerr << tr("Note: the folder {1} does not exist yet.", printable(folder)) << "\n";
   } else if (!fileManager.isDirectoryAtPath(folder)) {
-    throw UsageError(printable(folder) + " is not a folder.");
+    throw UsageError(tr("{1} is not a folder.", printable(folder)));
   }
   return Url::fileURLWithPath(folder, true);
 }
@@ -92,10 +94,10 @@ ImagePtr iconOf(const std::string& argument) {
   const std::string path = absolutePath(argument);
   std::optional<Error> error;
   auto bytes = platform().fileManager->contentsAtPath(path, &error);
-  if (!bytes) throw UsageError("The icon cannot be read: " + error->message);
+  if (!bytes) throw UsageError(tr("The icon cannot be read: {1}", error->message));
   auto image = Image::imageWithData(std::make_shared<const Data>(*std::move(bytes)));
   if (image == nullptr)
-    throw UsageError(printable(path) + " is not a picture that can be an icon.");
+    throw UsageError(tr("{1} is not a picture that can be an icon.", printable(path)));
   return image;
 }
 
@@ -103,9 +105,9 @@ Url fileOf(const std::string& setting, const std::string& argument) {
   const std::string path = absolutePath(argument);
   const auto& fileManager = *platform().fileManager;
   if (!fileManager.fileExistsAtPath(path)) {
-    std::cerr << "Note: the file " << printable(path) << " does not exist yet.\n";
+    std::cerr << tr("Note: the file {1} does not exist yet.", printable(path)) << "\n";
   } else if (fileManager.isDirectoryAtPath(path)) {
-    throw UsageError(printable(path) + " is a folder, and --" + setting + " takes a file.");
+    throw UsageError(tr("{1} is a folder, and --{2} takes a file.", printable(path), setting));
   }
   return Url::fileURLWithPath(path);
 }
@@ -129,22 +131,22 @@ Url applicationOf(const std::string& argument) {
       return *url;
     }
     if (!platform().fileManager->fileExistsAtPath(absolutePath(argument))) {
-      throw UsageError("No application with the name " + printable(argument) + " is installed.");
+      throw UsageError(tr("No application with the name {1} is installed.", printable(argument)));
     }
   }
   const std::string path = absolutePath(argument);
   const auto& fileManager = *platform().fileManager;
   if (!fileManager.fileExistsAtPath(path)) {
-    std::cerr << "Note: the application " << printable(path) << " does not exist yet.\n";
+    std::cerr << tr("Note: the application {1} does not exist yet.", printable(path)) << "\n";
   } else if (fileManager.isDirectoryAtPath(path) &&
              strcasecmp(pathExtension(path).c_str(), "app") != 0) {
-    throw UsageError(printable(path) + " is a folder and no application.");
+    throw UsageError(tr("{1} is a folder and no application.", printable(path)));
   }
   return Url::fileURLWithPath(path);
 }
 
 bool yesOrNo(const std::string& setting, const std::string& value) {
-  if (value != "yes" && value != "no") throw UsageError("--" + setting + " takes yes or no.");
+  if (value != "yes" && value != "no") throw UsageError(tr("--{1} takes yes or no.", setting));
   return value == "yes";
 }
 
@@ -201,7 +203,7 @@ bool applyName(TVAction& action, const std::string& value) {
   return changed<TVNewFileAction>(action, [&](auto& typed) {
     requireNamePart("name", value);
     if (value.empty() || value == "." || value == "..") {
-      throw UsageError("A new file needs a name.");
+      throw UsageError(tr("A new file needs a name."));
     }
     typed.setFileName(value);
   });
@@ -212,7 +214,7 @@ bool applyExtension(TVAction& action, const std::string& value) {
   const std::string extension = value.starts_with('.') ? value.substr(1) : value;
   return changed<TVNewFileAction>(action, [&](auto& typed) { typed.setExtension(extension); }) ||
          changed<TVConvertImageAction>(action, [&](auto& typed) {
-           if (extension.empty()) throw UsageError("A converted picture needs an extension.");
+           if (extension.empty()) throw UsageError(tr("A converted picture needs an extension."));
            typed.setOutputExtension(extension);
          });
 }
@@ -225,7 +227,7 @@ bool applyExecutable(TVAction& action, const std::string& value) {
 bool applyFormat(TVAction& action, const std::string& value) {
   return changed<TVConvertImageAction>(action, [&](auto& typed) {
     requireText("format", value);
-    if (value.empty()) throw UsageError("--format takes the name of a format, such as png.");
+    if (value.empty()) throw UsageError(tr("--format takes the name of a format, such as png."));
     typed.setOutputFormat(value);
   });
 }
@@ -233,7 +235,7 @@ bool applyFormat(TVAction& action, const std::string& value) {
 bool applyFile(TVAction& action, const std::string& value) {
   const auto* const shell = dynamic_cast<TVShellScriptAction*>(&action);
   if (shell != nullptr && !shell->isEditable()) {
-    throw UsageError("The script of this action comes with it and cannot be another one.");
+    throw UsageError(tr("The script of this action comes with it and cannot be another one."));
   }
   const auto apply = [&](auto& typed) { typed.setScriptURL(fileOf("file", value)); };
   return changed<TVShellScriptAction>(action, apply) || changed<TVAppleScriptAction>(action, apply);
@@ -241,39 +243,47 @@ bool applyFile(TVAction& action, const std::string& value) {
 
 const std::map<std::string, Setting>& settings() {
   static const std::map<std::string, Setting> table = {
-      {"title", {"TITLE", "The text of the menu entry.", "title", applyTitle}},
+      {"title", {"TITLE", trMark("The text of the menu entry."), trMark("title"), applyTitle}},
       {"types",
        {"TYPE,...|any",
-        "Type identifiers. The entry appears only when every selected item conforms to every one "
-        "of them; a member of a group appears by the filter of its group alone. \"any\" removes "
-        "the filter.",
-        "types", applyTypes}},
-      {"icon", {"FILE", "A picture: SVG, PNG, JPEG, GIF, BMP, ICO or TIFF.", "icon", applyIcon}},
+        trMark("Type identifiers. The entry appears only when every selected item conforms to "
+               "every one "
+               "of them; a member of a group appears by the filter of its group alone. \"any\" "
+               "removes "
+               "the filter."),
+        trMark("types"), applyTypes}},
+      {"icon",
+       {"FILE", trMark("A picture: SVG, PNG, JPEG, GIF, BMP, ICO or TIFF."), trMark("icon"),
+        applyIcon}},
       {"description",
-       {"TEXT", "One line that explains the action.", "description", applyDescription}},
+       {"TEXT", trMark("One line that explains the action."), trMark("description"),
+        applyDescription}},
       {"to",
-       {"FOLDER", "The folder that receives the files, or that is opened.", "folder", applyFolder}},
+       {"FOLDER", trMark("The folder that receives the files, or that is opened."),
+        trMark("folder"), applyFolder}},
       {"app",
        {"NAME|FILE",
-        "The application that opens the files: the name of an installed one, its desktop entry, or "
-        "a program.",
-        "application", applyApplication}},
+        trMark("The application that opens the files: the name of an installed one, its desktop "
+               "entry, or "
+               "a program."),
+        trMark("application"), applyApplication}},
       {"template",
        {"FILE",
-        "What the new file is a copy of: a file, or the name of a template that comes with "
-        "Tervano.",
-        "template", applyTemplate}},
-      {"name", {"NAME", "The new file's name, without extension.", "file name", applyName}},
+        trMark("What the new file is a copy of: a file, or the name of a template that comes with "
+               "Tervano."),
+        trMark("template"), applyTemplate}},
+      {"name",
+       {"NAME", trMark("The new file's name, without extension."), trMark("file name"), applyName}},
       {"extension",
-       {"EXTENSION", "The extension of the new file or of the converted pictures.", "extension",
-        applyExtension}},
+       {"EXTENSION", trMark("The extension of the new file or of the converted pictures."),
+        trMark("extension"), applyExtension}},
       {"executable",
-       {"yes|no", "Notes that the template is meant for programs.", "executable flag",
-        applyExecutable}},
+       {"yes|no", trMark("Notes that the template is meant for programs."),
+        trMark("executable flag"), applyExecutable}},
       {"format",
-       {"FORMAT", "The format of the converted pictures, such as jpeg, png, tiff or pdf.",
-        "picture format", applyFormat}},
-      {"file", {"FILE", "The script that is run.", "script", applyFile}},
+       {"FORMAT", trMark("The format of the converted pictures, such as jpeg, png, tiff or pdf."),
+        trMark("picture format"), applyFormat}},
+      {"file", {"FILE", trMark("The script that is run."), trMark("script"), applyFile}},
   };
   return table;
 }
@@ -327,8 +337,8 @@ void applySettings(TVAction& action, const Arguments& arguments) {
   for (const auto& [name, setting] : settings()) {
     const auto value = arguments.value(name);
     if (value && !setting.apply(action, *value)) {
-      throw UsageError("An action of this kind has no " + setting.noun + ", so --" + name +
-                       " does not fit it.");
+      throw UsageError(tr("An action of this kind has no {1}, so --{2} does not fit it.",
+                          translated(setting.noun), name));
     }
   }
 }

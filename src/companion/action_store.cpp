@@ -54,6 +54,10 @@ std::optional<ActionPlace> findAction(const ActionList& actions, const std::stri
   return std::nullopt;
 }
 
+Sentence shownTitle(const TVAction& action) {
+  return action.title() ? Sentence(*action.title()) : tr("(no title)");
+}
+
 bool isUid(const std::string& word) {
   return word.size() == 32 && std::all_of(word.begin(), word.end(), [](char character) {
            return (character >= '0' && character <= '9') || (character >= 'A' && character <= 'F');

@@ -44,6 +44,9 @@ std::optional<ActionPlace> findAction(const ActionList& actions, const std::stri
 // is not in the list.
 ActionPlace requireAction(const ActionList& actions, const std::string& uid);
 
+// What a person is shown of an action that has no title, too.
+Sentence shownTitle(const TVAction& action);
+
 // 32 upper-case hexadecimal characters.
 bool isUid(const std::string& word);
 

@@ -15,7 +15,7 @@ MenuKind requireMenuKind(const std::string& name) {
   };
   const auto kind = kinds.find(name);
   if (kind == kinds.end()) {
-    throw UsageError("The kinds of menu are items, container, sidebar and toolbar.");
+    throw UsageError(tr("The kinds of menu are items, container, sidebar and toolbar."));
   }
   return kind->second;
 }
@@ -28,7 +28,7 @@ CommandLineSelection::CommandLineSelection(MenuKind kind,
     items.push_back({Url::fileURLWithPath(absolutePath(argument)), std::nullopt});
   }
   if (kind == MenuKind::contextualMenuForContainer || kind == MenuKind::contextualMenuForSidebar) {
-    if (items.size() > 1) throw UsageError("A menu of this kind is for one folder.");
+    if (items.size() > 1) throw UsageError(tr("A menu of this kind is for one folder."));
     if (!items.empty()) targeted_ = items.front();
     items.clear();
   }

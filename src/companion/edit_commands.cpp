@@ -18,9 +18,9 @@ namespace {
 std::shared_ptr<TVActionGroup> requireGroup(const ActionList& actions, const std::string& uid,
                                             const TVAction& member) {
   auto group = std::dynamic_pointer_cast<TVActionGroup>(requireAction(actions, uid).action);
-  if (group == nullptr) throw CommandError("The action " + uid + " is not a group.");
+  if (group == nullptr) throw CommandError(tr("The action {1} is not a group.", uid));
   if (dynamic_cast<const TVActionGroup*>(&member) != nullptr) {
-    throw CommandError("A group cannot be a member of a group.");
+    throw CommandError(tr("A group cannot be a member of a group."));
   }
   return group;
 }
@@ -44,7 +44,7 @@ int add(const std::vector<std::string>& words) {
   auto valued = allSettings();
   valued.insert("into");
   const Arguments arguments(words, {valued, {}});
-  arguments.requirePositional(1, SIZE_MAX, "The kind of action");
+  arguments.requirePositional(1, SIZE_MAX, tr("The kind of action"));
   const auto added = newAction(arguments);
   changeActions([&](TVActionsManager& manager) {
     if (const auto into = arguments.value("into")) {
@@ -59,11 +59,11 @@ int add(const std::vector<std::string>& words) {
 
 int set(const std::vector<std::string>& words) {
   const Arguments arguments(words, {allSettings(), {}});
-  arguments.requirePositional(1, 1, "The uid of an action");
+  arguments.requirePositional(1, 1, tr("The uid of an action"));
   const bool anything =
       std::any_of(allSettings().begin(), allSettings().end(),
                   [&](const std::string& option) { return arguments.value(option).has_value(); });
-  if (!anything) throw UsageError("Nothing to set: give at least one option.");
+  if (!anything) throw UsageError(tr("Nothing to set: give at least one option."));
   changeActions([&](TVActionsManager& manager) {
     applySettings(*requireAction(manager.actions(), arguments.positional().front()).action,
                   arguments);
@@ -73,7 +73,7 @@ int set(const std::vector<std::string>& words) {
 
 int setEnabled(const std::vector<std::string>& words, bool enabled) {
   const Arguments arguments(words, {});
-  arguments.requirePositional(1, 1, "The uid of an action");
+  arguments.requirePositional(1, 1, tr("The uid of an action"));
   changeActions([&](TVActionsManager& manager) {
     requireAction(manager.actions(), arguments.positional().front()).action->setEnabled(enabled);
   });
@@ -92,12 +92,11 @@ int disable(const std::vector<std::string>& words) {
 bool mayRemove(const TVAction& action) {
   if (TVUserDefaults::create()->suppressActionDeletionAlert()) return true;
   Question question;
-  question.text =
-      "Remove \"" + action.title().value_or("(no title)") + "\" from the list of actions?";
-  question.consent = "Remove";
+  question.text = tr("Remove \"{1}\" from the list of actions?", shownTitle(action));
+  question.consent = tr("Remove");
   if (const auto* group = dynamic_cast<const TVActionGroup*>(&action)) {
     for (const auto& member : group->actions().value_or(ActionList())) {
-      question.paths.push_back(member->title().value_or("(no title)"));
+      question.paths.push_back(shownTitle(*member));
     }
   }
   return consentsOnTerminal(question, true);
@@ -105,11 +104,11 @@ bool mayRemove(const TVAction& action) {
 
 int removeAction(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{}, {"yes"}});
-  arguments.requirePositional(1, 1, "The uid of an action");
+  arguments.requirePositional(1, 1, tr("The uid of an action"));
   const auto listed = loadActions();
   if (!arguments.has("yes") &&
       !mayRemove(*requireAction(listed->actions(), arguments.positional().front()).action)) {
-    throw CommandError("Nothing was removed.");
+    throw CommandError(tr("Nothing was removed."));
   }
   changeActions([&](TVActionsManager& manager) {
     detach(manager, requireAction(manager.actions(), arguments.positional().front()));
@@ -122,7 +121,7 @@ void insertBeside(TVActionsManager& manager, const std::shared_ptr<TVAction>& mo
                   const std::string& neighbourUid, bool after) {
   const auto neighbour = requireAction(manager.actions(), neighbourUid);
   if (neighbour.group != nullptr && dynamic_cast<const TVActionGroup*>(moved.get()) != nullptr) {
-    throw CommandError("A group cannot be a member of a group.");
+    throw CommandError(tr("A group cannot be a member of a group."));
   }
   auto list = neighbour.group == nullptr ? manager.actions()
                                          : neighbour.group->actions().value_or(ActionList());
@@ -138,18 +137,18 @@ void insertBeside(TVActionsManager& manager, const std::shared_ptr<TVAction>& mo
 
 int reorder(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{"before", "after", "into"}, {"first", "last"}});
-  arguments.requirePositional(1, 1, "The uid of an action");
+  arguments.requirePositional(1, 1, tr("The uid of an action"));
   const auto before = arguments.value("before");
   const auto after = arguments.value("after");
   const auto into = arguments.value("into");
   const int places = (before ? 1 : 0) + (after ? 1 : 0) + (into ? 1 : 0) +
                      (arguments.has("first") ? 1 : 0) + (arguments.has("last") ? 1 : 0);
   if (places != 1) {
-    throw UsageError("Give exactly one of --before, --after, --into, --first and --last.");
+    throw UsageError(tr("Give exactly one of --before, --after, --into, --first and --last."));
   }
   const auto& uid = arguments.positional().front();
   if (uid == before.value_or("") || uid == after.value_or("") || uid == into.value_or("")) {
-    throw UsageError("An action cannot be placed by itself.");
+    throw UsageError(tr("An action cannot be placed by itself."));
   }
   changeActions([&](TVActionsManager& manager) {
     const auto place = requireAction(manager.actions(), uid);
@@ -177,7 +176,7 @@ OptionHelp helpOfSettings() {
 
 OptionHelp helpOfAdd() {
   auto help = helpOfSettings();
-  help.emplace_back("--into GROUP_UID", "Adds it as the last member of that group.");
+  help.emplace_back("--into GROUP_UID", trMark("Adds it as the last member of that group."));
   return help;
 }
 
@@ -216,11 +215,11 @@ int kinds(const std::vector<std::string>& words) {
     return kExitSuccess;
   }
   for (const auto& kind : actionKinds()) {
-    std::cout << kind.name << optionsText(kind) << "\n    " << kind.summary << "\n";
+    std::cout << kind.name << optionsText(kind) << "\n    " << translated(kind.summary) << "\n";
     if (kind.name != "bundled") continue;
     for (const auto& name : bundledScriptNames()) std::cout << "      " << name << "\n";
   }
-  std::cout << "Every kind takes";
+  std::cout << tr("Every kind takes");
   for (const auto& setting : commonSettings())
     std::cout << " [" << helpOfSetting(setting).first << "]";
   std::cout << " [--into GROUP_UID]\n";
@@ -232,37 +231,41 @@ int kinds(const std::vector<std::string>& words) {
 std::vector<Command> editCommands() {
   return {
       {{"add",
-        "add an action at the end and print its uid",
+        trMark("add an action at the end and print its uid"),
         {"KIND [OPTION...]", "bundled NAME [OPTION...]"},
-        {"\"tervano kinds\" lists the kinds with the options that fit each. Without --title the "
-         "entry gets the name of its folder, application, template or format."},
+        {trMark(
+            "\"tervano kinds\" lists the kinds with the options that fit each. Without --title the "
+            "entry gets the name of its folder, application, template or format.")},
         helpOfAdd()},
        add},
       {{"kinds",
-        "list the kinds of actions with their options",
+        trMark("list the kinds of actions with their options"),
         {"[--json]"},
         {},
         {{"--json",
-          "An array of objects with \"kind\", \"class\", \"summary\", \"options\" and "
-          "\"required\"; the kind \"bundled\" has the \"names\" of its scripts too."}}},
+          trMark("An array of objects with \"kind\", \"class\", \"summary\", \"options\" and "
+                 "\"required\"; the kind \"bundled\" has the \"names\" of its scripts too.")}}},
        kinds},
-      {{"set", "change an action", {"UID OPTION..."}, {}, helpOfSettings()}, set},
-      {{"enable", "show an action in menus", {"UID"}, {}, {}}, enable},
-      {{"disable", "hide an action from menus without removing it", {"UID"}, {}, {}}, disable},
+      {{"set", trMark("change an action"), {"UID OPTION..."}, {}, helpOfSettings()}, set},
+      {{"enable", trMark("show an action in menus"), {"UID"}, {}, {}}, enable},
+      {{"disable", trMark("hide an action from menus without removing it"), {"UID"}, {}, {}},
+       disable},
       {{"remove",
-        "remove an action, a group with its members",
+        trMark("remove an action, a group with its members"),
         {"[--yes] UID"},
-        {"Asks first on a terminal, unless the preference suppressActionDeletionAlert is yes."},
-        {{"--yes", "Asks nothing."}}},
+        {trMark(
+            "Asks first on a terminal, unless the preference suppressActionDeletionAlert is yes.")},
+        {{"--yes", trMark("Asks nothing.")}}},
        removeAction},
       {{"reorder",
-        "move an action to another place",
+        trMark("move an action to another place"),
         {"UID --before UID", "UID --after UID", "UID --into GROUP_UID", "UID --first",
          "UID --last"},
         {},
-        {{"--before UID, --after UID", "Beside that action, in its group when it is in one."},
-         {"--into GROUP_UID", "Behind the last member of that group."},
-         {"--first, --last", "At an end of the list itself."}}},
+        {{"--before UID, --after UID",
+          trMark("Beside that action, in its group when it is in one.")},
+         {"--into GROUP_UID", trMark("Behind the last member of that group.")},
+         {"--first, --last", trMark("At an end of the list itself.")}}},
        reorder},
   };
 }

@@ -56,45 +56,46 @@ class TypedItems {
 };
 
 // "a.txt (public.plain-text), b.c (public.c-source) and 7 more".
-std::string namesOf(const std::vector<std::string>& paths, const TypedItems& items) {
+Sentence namesOf(const std::vector<std::string>& paths, const TypedItems& items) {
   std::string text;
   for (std::size_t i = 0; i < std::min(paths.size(), kNamedItems); ++i) {
     text += (i == 0 ? "" : ", ") + Url::fileURLWithPath(paths[i]).lastPathComponent() + " (" +
             items.typeOf(paths[i]) + ")";
   }
-  if (paths.size() > kNamedItems) {
-    text += " and " + std::to_string(paths.size() - kNamedItems) + " more";
-  }
-  return text;
+  if (paths.size() <= kNamedItems) return text;
+  return trn("{2} and one more", "{2} and {1} more", paths.size() - kNamedItems, text);
 }
 
-std::string sentenceOfUnmet(const UnmetType& unmet, const TypedItems& items) {
-  std::string sentence =
-      "not " + unmet.type + ": " + namesOf(items.pathsOfTypes(unmet.UTIs), items);
-  if (!platform().uniformTypes->isDeclared(unmet.type)) {
-    sentence += "; the type " + unmet.type + " is not known here";
+Sentence sentenceOfUnmet(const UnmetType& unmet, const TypedItems& items) {
+  const Sentence names = namesOf(items.pathsOfTypes(unmet.UTIs), items);
+  if (platform().uniformTypes->isDeclared(unmet.type)) {
+    return tr("not {1}: {2}", unmet.type, names);
   }
-  return sentence;
+  return tr("not {1}: {2}; the type {1} is not known here", unmet.type, names);
 }
 
-std::string sentenceOf(const Explanation& explanation, const TypedItems& items) {
-  if (explanation.groupLeftOut) return "its group is not shown";
+Sentence sentenceOf(const Explanation& explanation, const TypedItems& items) {
+  if (explanation.groupLeftOut) return tr("its group is not shown");
   if (!explanation.leftOut) return "";
   switch (*explanation.leftOut) {
     case LeftOut::disabled:
-      return "it is disabled";
+      return tr("it is disabled");
     case LeftOut::noMember:
-      return "no member of the group is enabled";
+      return tr("no member of the group is enabled");
     case LeftOut::fileTypes:
       break;
   }
-  if (explanation.unmet.empty()) return "nothing is selected, and it is for certain types only";
-  std::string sentence;
+  if (explanation.unmet.empty()) {
+    return tr("nothing is selected, and it is for certain types only");
+  }
+  Sentence sentence;
   for (const auto& unmet : explanation.unmet) {
-    sentence += (sentence.empty() ? "" : "; ") + sentenceOfUnmet(unmet, items);
+    if (!sentence.empty()) sentence += "; ";
+    sentence += sentenceOfUnmet(unmet, items);
   }
   if (explanation.action->fileTypes()->size() > 1) {
-    sentence += "; every item must conform to every type that is listed";
+    sentence += "; ";
+    sentence += tr("every item must conform to every type that is listed");
   }
   return sentence;
 }
@@ -120,7 +121,7 @@ ExplanationJson jsonOfExplanation(const Explanation& explanation, const TypedIte
   json["title"] = action.title() ? ExplanationJson(*action.title()) : ExplanationJson(nullptr);
   json["shown"] = explanation.isShown();
   json["reason"] = reasonOf(explanation);
-  json["explanation"] = sentenceOf(explanation, items);
+  json["explanation"] = sentenceOf(explanation, items).english();
   json["unmet"] = ExplanationJson::array();
   for (const auto& unmet : explanation.unmet) {
     json["unmet"].push_back({{"type", unmet.type}, {"paths", items.pathsOfTypes(unmet.UTIs)}});
@@ -135,25 +136,24 @@ ExplanationJson jsonOfExplanation(const Explanation& explanation, const TypedIte
 void printExplanation(const Explanation& explanation, const TypedItems& items,
                       const std::string& margin) {
   const TVAction& action = *explanation.action;
-  std::cout << margin << (explanation.isShown() ? "shown   " : "hidden  ")
-            << printable(action.title().value_or("(no title)")) << "  ["
+  // The marks have one width in each language.
+  std::cout << margin << (explanation.isShown() ? tr("shown   ") : tr("hidden  "))
+            << printable(shownTitle(action).shown()) << "  ["
             << printable(action.uid().value_or("")) << "]";
-  const std::string sentence = sentenceOf(explanation, items);
+  const std::string sentence = sentenceOf(explanation, items).shown();
   if (!sentence.empty()) std::cout << ": " << printable(sentence);
   std::cout << "\n";
   for (const auto& member : explanation.members) printExplanation(member, items, margin + "    ");
 }
 
 // What the preferences do to a menu of this kind.
-std::string sentenceOfPreferences(MenuKind kind, const TVUserDefaults& userDefaults) {
+Sentence sentenceOfPreferences(MenuKind kind, const TVUserDefaults& userDefaults) {
   if (kind == MenuKind::toolbarItemMenu) {
-    return userDefaults.showIconInToolbar()
-               ? ""
-               : "The toolbar has no item of ours: the preference showIconInToolbar is no.";
+    if (userDefaults.showIconInToolbar()) return {};
+    return tr("The toolbar has no item of ours: the preference showIconInToolbar is no.");
   }
-  return userDefaults.useSubmenu() ? "What is shown stands in the submenu \"Tervano\": the "
-                                     "preference useSubmenu is yes."
-                                   : "";
+  if (!userDefaults.useSubmenu()) return {};
+  return tr("What is shown stands in the submenu \"Tervano\": the preference useSubmenu is yes.");
 }
 
 int explain(const std::vector<std::string>& words) {
@@ -185,16 +185,16 @@ int explain(const std::vector<std::string>& words) {
     std::cout << jsonText(json);
     return kExitSuccess;
   }
-  if (explanations.empty()) std::cout << "The list has no actions.\n";
+  if (explanations.empty()) std::cout << tr("The list has no actions.") << "\n";
   for (const auto& explanation : explanations) printExplanation(explanation, typed, "");
-  const std::string preferences = sentenceOfPreferences(kind, *finderSync->userDefaults());
+  const Sentence preferences = sentenceOfPreferences(kind, *finderSync->userDefaults());
   if (!preferences.empty()) std::cout << preferences << "\n";
   return kExitSuccess;
 }
 
 int types(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{}, {"json"}});
-  arguments.requirePositional(1, SIZE_MAX, "A file");
+  arguments.requirePositional(1, SIZE_MAX, tr("A file"));
   const CommandLineSelection selection(MenuKind::contextualMenuForItems, arguments.positional());
   loadDesktopTypes();
   auto json = ExplanationJson::array();
@@ -224,25 +224,30 @@ int types(const std::vector<std::string>& words) {
 std::vector<Command> explainCommands() {
   return {
       {{"explain",
-        "say for every action whether a menu shows it, and why not",
+        trMark("say for every action whether a menu shows it, and why not"),
         {"[--kind items|container|sidebar|toolbar] [--json] [PATH...]"},
-        {"An action is left out when it is disabled, when a selected item does not conform to "
-         "every one of its file types, when it is a group without an enabled member, and when its "
-         "group is left out. The file types of a member do not count."},
-        {{"--kind KIND", "The kind of menu, as for \"tervano menu\"."},
+        {trMark(
+            "An action is left out when it is disabled, when a selected item does not conform to "
+            "every one of its file types, when it is a group without an enabled member, and when "
+            "its "
+            "group is left out. The file types of a member do not count.")},
+        {{"--kind KIND", trMark("The kind of menu, as for \"tervano menu\".")},
          {"--json",
-          "An object with \"kind\", \"items\" (each with \"path\" and \"type\"), \"useSubmenu\", "
-          "\"showIconInToolbar\" and \"actions\"; an action has \"uid\", \"title\", \"shown\", "
-          "\"reason\" (null, or disabled, fileTypes, noMember or group), \"explanation\", "
-          "\"unmet\" (objects with \"type\" and \"paths\") and the members \"actions\"."}}},
+          trMark(
+              "An object with \"kind\", \"items\" (each with \"path\" and \"type\"), "
+              "\"useSubmenu\", "
+              "\"showIconInToolbar\" and \"actions\"; an action has \"uid\", \"title\", \"shown\", "
+              "\"reason\" (null, or disabled, fileTypes, noMember or group), \"explanation\", "
+              "\"unmet\" (objects with \"type\" and \"paths\") and the members \"actions\".")}}},
        explain},
       {{"types",
-        "show the uniform type of files and what it conforms to",
+        trMark("show the uniform type of files and what it conforms to"),
         {"[--json] PATH..."},
-        {"The names that \"--types\" of other commands takes. A file need not exist: its extension "
-         "tells the type, and only a name without one is looked up."},
-        {{"--json",
-          "An array of objects with \"path\", \"type\" and \"conformsTo\", the nearest first."}}},
+        {trMark("The names that \"--types\" of other commands takes. A file need not exist: its "
+                "extension "
+                "tells the type, and only a name without one is looked up.")},
+        {{"--json", trMark("An array of objects with \"path\", \"type\" and \"conformsTo\", the "
+                           "nearest first.")}}},
        types},
   };
 }

@@ -61,16 +61,18 @@ Json jsonOfAction(const TVAction& action, ShownGroups& shown) {
 
 void printAction(const TVAction& action, const std::string& margin, ShownGroups& shown) {
   std::cout << margin << printable(action.uid().value_or("")) << "  "
-            << printable(action.title().value_or("(no title)"));
+            << printable(shownTitle(action).shown());
   if (const auto destination = destinationOf(action)) {
     std::cout << "  ->  " << printable(destination->path());
   }
-  std::cout << "  [" << action.className() << (action.enabled() ? "" : ", disabled");
+  std::cout << "  [" << action.className() << (action.enabled() ? Sentence() : tr(", disabled"));
   if (const auto& types = action.fileTypes(); types && !types->empty()) {
-    std::cout << ", every item is";
+    Sentence all;
     for (const auto& type : *types) {
-      std::cout << (&type == types->data() ? " " : " and ") << printable(type);
+      if (&type != types->data()) all += tr(" and ");
+      all += printable(type);
     }
+    std::cout << tr(", every item is {1}", all);
   }
   std::cout << "]\n";
   if (const auto* group = dynamic_cast<const TVActionGroup*>(&action)) {
@@ -98,13 +100,15 @@ int list(const std::vector<std::string>& words) {
 
 int show(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{}, {"json"}});
-  arguments.requirePositional(1, 1, "The uid of an action");
+  arguments.requirePositional(1, 1, tr("The uid of an action"));
   const auto manager = loadActions();
   const auto place = requireAction(manager->actions(), arguments.positional().front());
   if (!arguments.has("json")) {
     ShownGroups shown;
     printAction(*place.action, "", shown);
-    std::cout << printable(place.action->actionDescription().value_or("(no description)")) << "\n";
+    std::cout << printable(
+                     place.action->actionDescription().value_or(tr("(no description)").shown()))
+              << "\n";
     return kExitSuccess;
   }
   // All that the archive holds of it, whatever the class.
@@ -122,22 +126,27 @@ int show(const std::vector<std::string>& words) {
 std::vector<Command> listCommands() {
   return {
       {{"list",
-        "show all actions in their order",
+        trMark("show all actions in their order"),
         {"[--json]"},
-        {"Members of a group stand indented below it. A type filter is shown as it works: an "
-         "action appears only when every selected item conforms to every type that it lists, and a "
-         "member of a group appears by the filter of its group alone."},
+        {trMark(
+            "Members of a group stand indented below it. A type filter is shown as it works: an "
+            "action appears only when every selected item conforms to every type that it lists, "
+            "and a "
+            "member of a group appears by the filter of its group alone.")},
         {{"--json",
-          "An array of objects with \"uid\", \"class\", \"title\", \"enabled\", \"isDefault\", "
-          "\"fileTypes\", \"actionDescription\", \"destination\" (a path or null) and \"actions\" "
-          "(the members of a group, else null)."}}},
+          trMark(
+              "An array of objects with \"uid\", \"class\", \"title\", \"enabled\", \"isDefault\", "
+              "\"fileTypes\", \"actionDescription\", \"destination\" (a path or null) and "
+              "\"actions\" "
+              "(the members of a group, else null).")}}},
        list},
       {{"show",
-        "show one action",
+        trMark("show one action"),
         {"UID [--json]"},
         {},
         {{"--json",
-          "All archived fields under the names they have in the file; data is Base64 text."}}},
+          trMark(
+              "All archived fields under the names they have in the file; data is Base64 text.")}}},
        show},
   };
 }

@@ -43,7 +43,7 @@ Json jsonOfMenu(const Menu& menu) {
 void printMenu(const Menu& menu, const std::string& margin) {
   for (const auto& item : menu.items) {
     std::cout << margin << printable(item.title) << (item.submenu == nullptr ? "" : " >")
-              << (item.enabled ? "" : " (disabled)") << "\n";
+              << (item.enabled ? Sentence() : tr(" (disabled)")) << "\n";
     if (item.submenu != nullptr) printMenu(*item.submenu, margin + "    ");
   }
 }
@@ -89,14 +89,14 @@ int handOff(FinderSync& finderSync, const std::string& selector) {
   finderSync.invoke(selector);
   installPlatform(services);
 
-  if (!workspace.opened()) throw CommandError("The choice could not be handed over.");
+  if (!workspace.opened()) throw CommandError(tr("The choice could not be handed over."));
   if (!workspace.handled()) {
     throw CommandError(
-        "Nothing is registered for tervano: URLs, so the choice could not be handed over.");
+        tr("Nothing is registered for tervano: URLs, so the choice could not be handed over."));
   }
   const bool taken = platform().runLoop->runMainLoopUntil(
       [] { return platform().workspace->pendingRequests() == 0; }, kHandOffTimeoutSeconds);
-  if (!taken) throw CommandError("The program that runs actions did not answer.");
+  if (!taken) throw CommandError(tr("The program that runs actions did not answer."));
   return kExitSuccess;
 }
 
@@ -105,7 +105,7 @@ int menu(const std::vector<std::string>& words) {
   const std::string kindName = arguments.value("kind").value_or("items");
   const MenuKind kind = requireMenuKind(kindName);
   if (arguments.has("json") && arguments.has("print")) {
-    throw UsageError("Give --json or --print, not both.");
+    throw UsageError(tr("Give --json or --print, not both."));
   }
   const auto selection = std::make_shared<CommandLineSelection>(kind, arguments.positional());
   static_cast<UniformTypeTable*>(platform().uniformTypes)->loadDesktopTypes();
@@ -131,11 +131,11 @@ int menu(const std::vector<std::string>& words) {
 
 int choose(const std::vector<std::string>& words) {
   const Arguments arguments(words, {});
-  arguments.requirePositional(1, SIZE_MAX, "The uid of an action");
+  arguments.requirePositional(1, SIZE_MAX, tr("The uid of an action"));
   const auto& uid = arguments.positional().front();
   if (!isUid(uid)) {
-    throw UsageError("\"" + printable(uid) +
-                     "\" is no uid; a uid has 32 characters of 0 to 9 and A to F.");
+    throw UsageError(
+        tr("\"{1}\" is no uid; a uid has 32 characters of 0 to 9 and A to F.", printable(uid)));
   }
   const std::vector<std::string> paths(arguments.positional().begin() + 1,
                                        arguments.positional().end());
@@ -149,24 +149,30 @@ int choose(const std::vector<std::string>& words) {
 std::vector<Command> menuCommands() {
   return {
       {{"menu",
-        "show the menu for a selection, as a file manager would",
+        trMark("show the menu for a selection, as a file manager would"),
         {"[--kind items|container|sidebar|toolbar] [--json|--print] [PATH...]"},
-        {"On a terminal the arrow keys move through the menu, and a choice is handed over just as "
-         "in a file manager. Otherwise the menu is printed."},
+        {trMark("On a terminal the arrow keys move through the menu, and a choice is handed over "
+                "just as "
+                "in a file manager. Otherwise the menu is printed.")},
         {{"--kind KIND",
-          "items: the paths are the selection (the default). container: the path is the folder "
-          "whose background was clicked. sidebar: the path is the entry that was clicked. toolbar: "
-          "the menu of the toolbar item."},
+          trMark(
+              "items: the paths are the selection (the default). container: the path is the folder "
+              "whose background was clicked. sidebar: the path is the entry that was clicked. "
+              "toolbar: "
+              "the menu of the toolbar item.")},
          {"--json",
-          "An object with \"kind\" and \"items\"; an item has \"title\", \"uid\" (null for one "
-          "that runs nothing), \"enabled\", \"icon\" and \"submenu\" (a list of items or null)."},
-         {"--print", "As indented text, also on a terminal."}}},
+          trMark(
+              "An object with \"kind\" and \"items\"; an item has \"title\", \"uid\" (null for one "
+              "that runs nothing), \"enabled\", \"icon\" and \"submenu\" (a list of items or "
+              "null).")},
+         {"--print", trMark("As indented text, also on a terminal.")}}},
        menu},
       {{"choose",
-        "hand an action and files over, as choosing it in a menu does",
+        trMark("hand an action and files over, as choosing it in a menu does"),
         {"UID [PATH...]"},
-        {"Writes the hand-off file and opens the hand-off URL; the registered program runs the "
-         "action. The uid is passed on whether or not the list has it."},
+        {trMark(
+            "Writes the hand-off file and opens the hand-off URL; the registered program runs the "
+            "action. The uid is passed on whether or not the list has it.")},
         {}},
        choose,
        true},

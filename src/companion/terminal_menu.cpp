@@ -20,7 +20,6 @@ namespace {
 
 enum class Key { up, down, forward, back, quit, other };
 
-constexpr char kHint[] = "arrows move, Enter chooses, Esc goes back, q leaves";
 constexpr std::string_view kHideCursor = "\x1b[?25l";
 constexpr std::string_view kShowCursor = "\x1b[?25h";
 constexpr std::array<int, 4> kEndingSignals = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
@@ -184,8 +183,10 @@ std::size_t draw(const Level& level) {
     if (entry.hasSubmenu) text += " \u25b8";
     text += " \x1b[0m\r\n";
   }
-  if (level.entries->empty()) text += "   \x1b[2m(nothing here)\x1b[0m\r\n";
-  text += "   \x1b[2m" + fitted(kHint, columns) + "\x1b[0m\r\n";
+  if (level.entries->empty()) text += "   \x1b[2m" + tr("(nothing here)").shown() + "\x1b[0m\r\n";
+  text += "   \x1b[2m" +
+          fitted(tr("arrows move, Enter chooses, Esc goes back, q leaves"), columns) +
+          "\x1b[0m\r\n";
   RawTerminal::write(text);
   return std::max<std::size_t>(visible, 1) + 2;
 }

@@ -110,6 +110,27 @@ TEST_F(LanguageTest, HelpIsInTheUsersLanguageAndFitsATerminal) {
   EXPECT_THAT(home_.succeed({"help", "prefs"}), HasSubstr("affiche et modifie les préférences.\n"));
 }
 
+TEST_F(LanguageTest, AListIsShownInTheUsersLanguageAndItsJsonIsNot) {
+  // It notes on standard error how two types work.
+  std::string uid =
+      home_.tervano({"add", "move", "--types", "public.image,public.data", "--to", home_.path()})
+          .output;
+  uid.pop_back();
+  home_.succeed({"disable", uid});
+  const auto english = home_.json({"list", "--json"});
+  const auto explained = home_.json({"explain", "--json", "/etc/passwd"});
+  speak("de_DE");
+  EXPECT_THAT(home_.succeed({"list"}),
+              HasSubstr(", ausgeschaltet, jedes Objekt ist public.image und public.data]"));
+  EXPECT_EQ(home_.json({"list", "--json"}), english);
+  EXPECT_THAT(home_.succeed({"explain", "/etc/passwd"}),
+              AllOf(testing::StartsWith("verborgen "), HasSubstr(": sie ist ausgeschaltet")));
+  EXPECT_EQ(home_.json({"explain", "--json", "/etc/passwd"}), explained);
+  speak("fr_FR");
+  EXPECT_THAT(home_.succeed({"list"}),
+              HasSubstr(", désactivée, chaque élément est public.image et public.data]"));
+}
+
 TEST_F(LanguageTest, ManualPagesAndCompletionStayEnglish) {
   const std::string page = home_.succeed({"help", "--man", "prefs"});
   const std::string overview = home_.succeed({"help", "--man"});
