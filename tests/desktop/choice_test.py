@@ -171,6 +171,24 @@ class ChoiceTest(DesktopTest):
         self.choose_for(["gamma.txt"], "Move away")
         self.wait_for_move("gamma.txt")
 
+    def test_a_choice_after_the_container_was_deleted_loses_nothing_and_is_told(self):
+        self.add_move("Move away")
+        self.manager.open()
+        self.manager.select("alpha.txt")
+        self.manager.open_menu()
+        shutil.rmtree(self.desktop.container)
+        self.manager.choose("Tervano", "Move away")
+        self.desktop.wait_for_notification("The chosen files could not be read")
+        self.assertEqual(sorted(os.listdir(self.desktop.files)),
+                         ["alpha.txt", "beta.png", "gamma.txt"])
+        self.manager.close_menu()
+        self.add_move("Another")
+        self.manager.select("gamma.txt")
+        # It stands behind what a list that is begun anew holds.
+        wait_for("the new list", lambda: "Another" in self.titles_of_next_menu())
+        self.choose_for(["gamma.txt"], "Another")
+        self.wait_for_move("gamma.txt")
+
     def test_the_file_manager_survives_a_deleted_container(self):
         self.add_move("Move away")
         self.manager.open()
@@ -184,9 +202,12 @@ class ChoiceTest(DesktopTest):
         wait_for("the new list", lambda: self.next_menu_has(["Another"]))
 
     def next_menu_has(self, titles):
+        return self.titles_of_next_menu() == titles
+
+    def titles_of_next_menu(self):
         wrapper = self.manager.open_menu().member("Tervano")
         self.manager.close_menu()
-        return wrapper is not None and wrapper.titles() == titles
+        return wrapper.titles() if wrapper else []
 
     def test_the_file_manager_survives_a_corrupt_list(self):
         self.add_move("Move away")

@@ -22,7 +22,8 @@ class DesktopTest(unittest.TestCase):
 
     def run(self, result=None):
         super().run(result)
-        if not result.wasSuccessful():
+        # Without one the desktop itself has not started.
+        if not result.wasSuccessful() and hasattr(self, "manager"):
             name = f"failed-{self.manager.name}-{self._testMethodName}"
             self.desktop.screenshot(name)
             print(f"{name}.png is in the folder screenshots", file=sys.stderr)

@@ -13,6 +13,8 @@ LIBRARIES = "/usr/lib/x86_64-linux-gnu"
 
 class Entry:
     """An entry of the open menu as it was at the look."""
+    # Whether a picture stands beside it; None where that is not told.
+    has_icon = None
 
     def __init__(self, node, entries):
         self.node = node
@@ -103,6 +105,34 @@ class FileManager:
             (node for node in application.find_all(roles={self.frame_role})
              if node.name.split(" - ")[0] == self.folder_name), None)
 
+    def new_tab(self):
+        """Another tab of the same folder, which is used from now on."""
+        self.focus()
+        keys("ctrl+t")
+        wait_for("the tab", self.has_selected_nothing)
+
+    def former_tab(self):
+        self.focus()
+        keys("ctrl+Prior")
+
+    def split(self):
+        """Shows the folder twice, beside each other; the right one is used from now on."""
+        def views():
+            return len(self.frame().find_all(roles=self.view_roles))
+        before = views()
+        self.focus()
+        keys("F3")
+        wait_for("the other half", lambda: views() > before)
+        self.click_blank()
+
+    def go_to(self, folder):
+        """Shows another folder where this one is."""
+        self.focus()
+        keys("ctrl+l")
+        subprocess.run(["xdotool", "type", "--delay", "20", str(folder)], check=True)
+        keys("Return")
+        self.use_window(os.path.basename(folder))
+
     # Items of the folder.
 
     def view(self, with_items=False):
@@ -155,6 +185,12 @@ class FileManager:
         frame = self.frame()
         return frame is not None and any(
             node.name.startswith(beginnings) for node in frame.find_all(roles={"statusbar", "label"}))
+
+    def has_selected_nothing(self):
+        """Whether the window's status tells of the whole folder."""
+        frame = self.frame()
+        return frame is not None and not any(
+            " selected" in node.name for node in frame.find_all(roles={"statusbar", "label"}))
 
     def click_blank(self, button=1):
         """A click beside all items."""
@@ -400,9 +436,12 @@ class Dolphin(FileManager):
 
 
 def entries_of_qt(entries):
-    return [Entry(Place(entry["title"], entry["isEnabled"], entry["place"]),
-                  None if entry["entries"] is None else entries_of_qt(entry["entries"]))
-            for entry in entries]
+    found = []
+    for entry in entries:
+        found.append(Entry(Place(entry["title"], entry["isEnabled"], entry["place"]),
+                           None if entry["entries"] is None else entries_of_qt(entry["entries"])))
+        found[-1].has_icon = entry["hasIcon"]
+    return found
 
 
 MANAGERS = {manager.name: manager for manager in (Nautilus, Caja, Nemo, Thunar, Dolphin)}

@@ -91,6 +91,27 @@ class MenuContentsTest(DesktopTest):
         self.desktop.tervano("prefs", "set", "useSubmenu", "no")
         wait_for("the entry without wrapper", lambda: self.next_menu_has("Added"))
 
+    def test_one_process_reads_the_list_once_for_all_its_windows_and_menus(self):
+        trace = self.desktop.work / "trace"
+        command = self.manager.command
+        self.manager.command = lambda folder: [
+            "strace", "--daemonize", "--follow-forks", "--seccomp-bpf", "--trace=openat",
+            "--output", trace, *command(folder)]
+        self.add_move("Move away")
+        self.manager.open()
+        self.manager.command = command
+        self.assertEqual(self.entries_for("alpha.txt"), ["Move away"])
+        self.manager.open_background_menu()
+        self.manager.close_menu()
+        other = self.desktop.home / "other"
+        other.mkdir()
+        (other / "delta.txt").write_text("")
+        self.manager.open_window(other)
+        self.assertEqual(self.entries_for("delta.txt"), ["Move away"])
+        # A window of its own, in a process of its own, is not traced.
+        reads = [line for line in trace.read_text().splitlines() if "/Actions.plist\"" in line]
+        self.assertEqual(len(reads), 1, reads)
+
     def next_menu_has(self, *titles):
         """Whether the next menu of what is selected has that entry."""
         menu = self.manager.open_menu()

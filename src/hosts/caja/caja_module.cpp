@@ -14,6 +14,7 @@ extern "C" {
 #include "hosts/common/host_observer.h"
 #include "hosts/common/provider_type.h"
 #include "hosts/gtk3/toolbar_button.h"
+#include "hosts/gtk3/toolbar_item.h"
 
 namespace tervano {
 
@@ -38,15 +39,55 @@ struct CajaHost {
   static void setSubmenu(Item* item, Submenu* menu) { caja_menu_item_set_submenu(item, menu); }
 };
 
+constexpr char kToolbarItemName[] = "Tervano::toolbar";
+
 GType providerType = 0;
 
-GList* fileItems(CajaMenuProvider* /*provider*/, GtkWidget* window, GList* files) {
-  guarded("the selection", [&] { rememberSelection(window, selectedItemsOf<CajaHost>(files)); });
-  return menuForFiles<CajaHost>(files);
+// The provider that the file manager made last.
+GWeakRef provider;
+
+// What the file manager tells of a window while it is asked to.
+struct Telling {
+  GtkWidget* window;
+  std::string folderURI;
+  bool isSelected = false;
+  // Null when the selection could not be kept.
+  SelectedItemsPtr selection;
+};
+Telling* telling = nullptr;
+
+bool isAbout(GtkWidget* window) {
+  return telling != nullptr && window != nullptr && telling->window == window;
 }
 
-GList* backgroundItems(CajaMenuProvider* /*provider*/, GtkWidget* /*window*/,
-                       CajaFileInfo* folder) {
+// A window may show several folders, in tabs or beside each other: it is asked for the one that is
+// used, and tells at once.
+std::optional<SelectedItems> selectionAt(const ToolbarPlace& place) {
+  const GObjectPtr<GObject> living(static_cast<GObject*>(g_weak_ref_get(&provider)));
+  if (living == nullptr) return std::nullopt;
+  Telling told{place.window, {}, false, nullptr};
+  telling = &told;
+  caja_menu_provider_emit_items_updated_signal(CAJA_MENU_PROVIDER(living.get()));
+  telling = nullptr;
+  if (told.folderURI != place.folderURI || !told.isSelected) return std::nullopt;
+  // Which of two views of the same folder is the one that is used is not told.
+  const bool isUnknown =
+      told.selection == nullptr || (place.button != nullptr && hasTwin(place.button));
+  return isUnknown ? unknownSelection() : *told.selection;
+}
+
+GList* fileItems(CajaMenuProvider* /*provider*/, GtkWidget* window, GList* files) {
+  if (!isAbout(window) || files == nullptr) return menuForFiles<CajaHost>(files);
+  telling->isSelected = true;
+  return menuForFiles<CajaHost>(
+      files, [](const SelectedItemsPtr& selection) { telling->selection = selection; });
+}
+
+GList* backgroundItems(CajaMenuProvider* /*provider*/, GtkWidget* window, CajaFileInfo* folder) {
+  if (isAbout(window) && folder != nullptr) {
+    guarded("a folder",
+            [folder] { telling->folderURI = GCharPtr(caja_file_info_get_uri(folder)).get(); });
+  }
   return menuForBackground<CajaHost>(folder);
 }
 
@@ -55,13 +96,15 @@ GList* toolbarItems(CajaMenuProvider* /*provider*/, GtkWidget* window, CajaFileI
   guarded("the toolbar item", [&] {
     auto* const extension = HostExtension::shared(CajaHost::kIcons);
     if (extension == nullptr || folder == nullptr || !extension->showsToolbarItem()) return;
+    followToolbarItem(*extension, window, kToolbarItemName);
     const FinderSync& finderSync = extension->finderSync();
     const std::string icon = extension->iconPathOf(extension->toolbarImage());
-    CajaMenuItem* const item = caja_menu_item_new(
-        "Tervano::toolbar", menuLabel(finderSync.toolbarItemName()).c_str(),
-        finderSync.toolbarItemToolTip().c_str(), icon.empty() ? nullptr : icon.c_str());
-    popUpToolbarMenuOn(G_OBJECT(item), *extension, selectedItemOf<CajaHost>(folder), window);
-    items = g_list_append(nullptr, item);
+    GObjectPtr<CajaMenuItem> item(caja_menu_item_new(
+        kToolbarItemName, menuLabel(finderSync.toolbarItemName()).c_str(),
+        finderSync.toolbarItemToolTip().c_str(), icon.empty() ? nullptr : icon.c_str()));
+    const GCharPtr uri(caja_file_info_get_uri(folder));
+    popUpToolbarMenuOn(G_OBJECT(item.get()), *extension, uri.get(), window, selectionAt);
+    items = g_list_append(nullptr, item.release());
   });
   return items;
 }
@@ -71,16 +114,16 @@ GtkWidget* locationWidget(CajaLocationWidgetProvider* /*provider*/, const char* 
   GtkWidget* button = nullptr;
   guarded("the toolbar button", [&] {
     auto* const extension = HostExtension::shared(CajaHost::kIcons);
-    if (extension != nullptr) button = newToolbarButton(*extension, uri, window);
+    if (extension != nullptr) button = newToolbarButton(*extension, uri, window, selectionAt);
   });
   return button;
 }
 
 void initMenus(gpointer interface, gpointer /*data*/) {
-  auto* const provider = static_cast<CajaMenuProviderIface*>(interface);
-  provider->get_file_items = fileItems;
-  provider->get_background_items = backgroundItems;
-  provider->get_toolbar_items = toolbarItems;
+  auto* const menus = static_cast<CajaMenuProviderIface*>(interface);
+  menus->get_file_items = fileItems;
+  menus->get_background_items = backgroundItems;
+  menus->get_toolbar_items = toolbarItems;
 }
 
 void initLocationWidget(gpointer interface, gpointer /*data*/) {
@@ -89,8 +132,9 @@ void initLocationWidget(gpointer interface, gpointer /*data*/) {
 
 // The file manager keeps its menus until it is told that others are due.
 void initProvider(GTypeInstance* instance, gpointer /*class*/) {
-  updateOnChanges(reinterpret_cast<GObject*>(instance), CajaHost::kIcons, [](GObject* provider) {
-    caja_menu_provider_emit_items_updated_signal(CAJA_MENU_PROVIDER(provider));
+  g_weak_ref_set(&provider, instance);
+  updateOnChanges(reinterpret_cast<GObject*>(instance), CajaHost::kIcons, [](GObject* changed) {
+    caja_menu_provider_emit_items_updated_signal(CAJA_MENU_PROVIDER(changed));
   });
 }
 

@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "actions/register_action_classes.h"
+#include "hosts/common/kept_defaults.h"
 #include "messaging/message_identifiers.h"
 #include "model/action_list.h"
 #include "platform/linux/blocked_signals.h"
@@ -70,6 +71,7 @@ HostExtension::HostExtension(Icons icons)
   if (icons == Icons::files) {
     icons_ = std::make_shared<IconFiles>([this] { notify(); });
     icons_->prepare(finderSync_->actionsArray());
+    findImages();
   }
   if (wormhole_ == nullptr) return;
   // What it posted may be run after its end.
@@ -84,12 +86,16 @@ HostExtension::HostExtension(Icons icons)
   wormhole_->listenForMessageWithIdentifier(kActionsDidChangeNotification,
                                             later(&HostExtension::listDidChange));
   wormhole_->listenForMessageWithIdentifier(kUserDefaultsDidChangeNotification,
-                                            later(&HostExtension::notify));
+                                            later(&HostExtension::preferencesDidChange));
+  keepPreferences();
 }
 
 Menu HostExtension::menuForItems(SelectedItems items) const {
-  return finderSync_->menuForMenuKind(MenuKind::contextualMenuForItems,
-                                      std::make_shared<const SelectedItems>(std::move(items)));
+  return menuForItems(std::make_shared<const SelectedItems>(std::move(items)));
+}
+
+Menu HostExtension::menuForItems(const SelectedItemsPtr& items) const {
+  return finderSync_->menuForMenuKind(MenuKind::contextualMenuForItems, items);
 }
 
 Menu HostExtension::menuForFolder(SelectedItem folder) const {
@@ -128,6 +134,27 @@ std::string HostExtension::iconPathOf(const ImagePtr& image) const {
 void HostExtension::listDidChange() {
   if (icons_ != nullptr) icons_->prepare(finderSync_->actionsArray());
   notify();
+}
+
+void HostExtension::preferencesDidChange() {
+  finderSync_->preferencesDidChange();
+  keepPreferences();
+  notify();
+}
+
+void HostExtension::keepPreferences() {
+  const auto& preferences = finderSync_->userDefaults();
+  if (preferences == nullptr || preferences->userDefaults() == nullptr) return;
+  preferences->setUserDefaults(std::make_shared<KeptDefaults>(preferences->userDefaults()));
+  static_cast<void>(preferences->useSubmenu());
+  static_cast<void>(preferences->showIconInToolbar());
+  static_cast<void>(preferences->useBlackAndWhiteIcon());
+}
+
+void HostExtension::findImages() {
+  for (const char* name : {"icon-contextmenu", "icon-tervano", "icon-tervano-symbolic"}) {
+    static_cast<void>(iconPathOf(Image::imageNamed(name)));
+  }
 }
 
 void HostExtension::notify() {

@@ -29,6 +29,7 @@ class HostExtension {
   HostExtension& operator=(const HostExtension&) = delete;
 
   Menu menuForItems(SelectedItems items) const;
+  Menu menuForItems(const SelectedItemsPtr& items) const;
   // The background menu of a folder.
   Menu menuForFolder(SelectedItem folder) const;
   // The menu of the toolbar button in a window where these are selected, or whose folder it is.
@@ -55,6 +56,11 @@ class HostExtension {
 
  private:
   void listDidChange();
+  void preferencesDidChange();
+  // Reads the preferences now and for the menus to come: they change with their message only.
+  void keepPreferences();
+  // Looks for the files of the images that the list does not have now, not in a menu request.
+  void findImages();
   void notify();
 
   std::shared_ptr<HostController> controller_;

@@ -2,6 +2,7 @@
 
 #include <gio/gio.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -30,10 +31,23 @@ namespace tervano {
 //     static constexpr HostExtension::Icons kIcons;
 //   };
 
-// The path on this machine; null without one. What lies in the trash belongs to the trash alone,
-// even where its place is a folder as well.
+// The path that a URL of this machine stands for; null for any other URL. Reads the text only.
+inline GCharPtr localPathOfURI(const char* uri) {
+  if (uri == nullptr) return nullptr;
+  char* host = nullptr;
+  GCharPtr path(g_filename_from_uri(uri, &host, nullptr));
+  const GCharPtr owned(host);
+  const bool isThisMachine =
+      host == nullptr || *host == '\0' || g_ascii_strcasecmp(host, "localhost") == 0;
+  return isThisMachine ? std::move(path) : nullptr;
+}
+
+// The path of a file of this machine; null for any other file, also for one that has a path here:
+// its file system may ask a service for that, and a menu waits for nobody.
 inline GCharPtr localPathOf(GFile* location) {
-  if (g_file_has_uri_scheme(location, "trash") != FALSE) return nullptr;
+  if (g_file_is_native(location) == FALSE || g_file_has_uri_scheme(location, "file") == FALSE) {
+    return nullptr;
+  }
   return GCharPtr(g_file_get_path(location));
 }
 
@@ -44,10 +58,7 @@ GCharPtr localPathOf(typename Host::FileInfo* file, GFile* location) {
       g_file_has_uri_scheme(location, "favorites") == FALSE) {
     return localPathOf(location);
   }
-  const GCharPtr target(Host::targetURI(file));
-  if (target == nullptr) return nullptr;
-  const GObjectPtr<GFile> targetFile(g_file_new_for_uri(target.get()));
-  return localPathOf(targetFile.get());
+  return localPathOfURI(GCharPtr(Host::targetURI(file)).get());
 }
 
 // The item of a file; what has no path on this machine keeps its own URL, which no menu acts on.
@@ -181,14 +192,17 @@ class HostMenuBuilder {
 };
 
 // The items for a selection; null for an empty one, and after a failure, which is logged.
+// `converted` is told what the files were turned into.
 template <typename Host>
-GList* menuForFiles(GList* files) {
+GList* menuForFiles(GList* files,
+                    const std::function<void(const SelectedItemsPtr&)>& converted = nullptr) {
   GList* items = nullptr;
   guarded("a context menu", [&] {
     const auto* extension = HostExtension::shared(Host::kIcons);
     if (extension == nullptr || files == nullptr) return;
-    items = HostMenuBuilder<Host>(*extension, "items")
-                .itemsOf(extension->menuForItems(selectedItemsOf<Host>(files)));
+    const auto selection = std::make_shared<const SelectedItems>(selectedItemsOf<Host>(files));
+    if (converted != nullptr) converted(selection);
+    items = HostMenuBuilder<Host>(*extension, "items").itemsOf(extension->menuForItems(selection));
   });
   return items;
 }

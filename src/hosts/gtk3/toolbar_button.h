@@ -2,6 +2,9 @@
 
 #include <gtk/gtk.h>
 
+#include <optional>
+#include <string>
+
 #include "hosts/common/host_extension.h"
 
 namespace tervano {
@@ -9,16 +12,33 @@ namespace tervano {
 // The toolbar menu for file managers that draw with GTK 3: a popup menu of its own, since their
 // toolbar items have none. Main thread.
 
-// Keeps what is selected in a window, as the file manager tells it at every change.
-void rememberSelection(GtkWidget* window, SelectedItems selection);
+// Where a toolbar menu is opened. The window and the button may be null.
+struct ToolbarPlace {
+  // Of the folder whose files are shown there.
+  std::string folderURI;
+  GtkWidget* window = nullptr;
+  // Null for an item of the toolbar itself.
+  GtkWidget* button = nullptr;
+};
+
+// Tells what is selected at that place, at the moment when its menu is opened; nil when nothing is,
+// or when that is not known: then the menu acts on the folder.
+using SelectionAt = std::optional<SelectedItems> (*)(const ToolbarPlace& place);
+
+// For a selection of which it is not known what it is: no action fits it.
+SelectedItems unknownSelection();
 
 // Makes the "activate" signal of `item` open the menu for what is selected in the window, else for
-// `folder`.
-void popUpToolbarMenuOn(GObject* item, const HostExtension& extension, SelectedItem folder,
-                        GtkWidget* window);
+// the folder.
+void popUpToolbarMenuOn(GObject* item, const HostExtension& extension, const char* folderURI,
+                        GtkWidget* window, SelectionAt selectionAt);
 
-// A button with that menu, to stand above the files of the folder `uri`; visible while the user
-// wants one. A floating reference; `window` may be null.
-GtkWidget* newToolbarButton(HostExtension& extension, const char* uri, GtkWidget* window);
+// A button with that menu, to stand above the files of the folder; visible while the user wants
+// one. A floating reference; `window` may be null.
+GtkWidget* newToolbarButton(HostExtension& extension, const char* folderURI, GtkWidget* window,
+                            SelectionAt selectionAt);
+
+// Whether another button is shown in the same window for the same folder.
+bool hasTwin(GtkWidget* button);
 
 }  // namespace tervano

@@ -15,6 +15,7 @@ extern "C" {
 #include "hosts/common/host_observer.h"
 #include "hosts/common/provider_type.h"
 #include "hosts/gtk3/toolbar_button.h"
+#include "hosts/gtk3/view_selection.h"
 
 namespace tervano {
 
@@ -41,6 +42,39 @@ struct NemoHost {
 
 GType providerType = 0;
 
+// The file that is shown by just that name in a folder of this machine, as far as the file manager
+// has it in memory; null when there is none.
+GObjectPtr<NemoFileInfo> fileNamed(const std::string& name, const char* folderPath) {
+  if (name.empty() || name.find('/') != std::string::npos) return nullptr;
+  const GObjectPtr<GFile> place(
+      g_file_new_for_path((std::string(folderPath) + "/" + name).c_str()));
+  GObjectPtr<NemoFileInfo> file(nemo_file_info_lookup(place.get()));
+  if (file == nullptr) return nullptr;
+  const GCharPtr shownName(nemo_file_info_get_string_attribute(file.get(), "name"));
+  return g_strcmp0(shownName.get(), name.c_str()) == 0 ? std::move(file) : nullptr;
+}
+
+// The file manager tells of a selection only when its context menu opens, so the view is asked.
+std::optional<SelectedItems> selectionAt(const ToolbarPlace& place) {
+  if (place.button == nullptr) return std::nullopt;
+  const auto selection = selectionBeside(place.button, {"NemoView", NEMO_TYPE_FILE_INFO});
+  if (!selection) return std::nullopt;
+  SelectedItems items;
+  for (const auto& file : selection->files) {
+    items.push_back(selectedItemOf<NemoHost>(reinterpret_cast<NemoFileInfo*>(file.get())));
+  }
+  if (selection->names.empty()) return items;
+  const GCharPtr folderPath = localPathOfURI(place.folderURI.c_str());
+  if (folderPath == nullptr) return unknownSelection();
+  for (const std::string& name : selection->names) {
+    const auto file = fileNamed(name, folderPath.get());
+    // Some of what is selected would be another action than the user wants.
+    if (file == nullptr) return unknownSelection();
+    items.push_back(selectedItemOf<NemoHost>(file.get()));
+  }
+  return items;
+}
+
 GList* fileItems(NemoMenuProvider* /*provider*/, GtkWidget* /*window*/, GList* files) {
   return menuForFiles<NemoHost>(files);
 }
@@ -55,7 +89,7 @@ GtkWidget* locationWidget(NemoLocationWidgetProvider* /*provider*/, const char* 
   GtkWidget* button = nullptr;
   guarded("the toolbar button", [&] {
     auto* const extension = HostExtension::shared(NemoHost::kIcons);
-    if (extension != nullptr) button = newToolbarButton(*extension, uri, window);
+    if (extension != nullptr) button = newToolbarButton(*extension, uri, window, selectionAt);
   });
   return button;
 }

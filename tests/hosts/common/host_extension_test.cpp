@@ -6,7 +6,9 @@
 #include <nlohmann/json.hpp>
 
 #include "actions/register_action_classes.h"
+#include "hosts/common/kept_defaults.h"
 #include "model/tv_action_groups.h"
+#include "platform/bundle.h"
 #include "store/tv_actions_manager.h"
 #include "tests/support/recording_services.h"
 #include "tests/support/run_program.h"
@@ -14,6 +16,60 @@
 #include "tests/support/wait.h"
 
 namespace tervano::test {
+
+// Counts what is asked of the stores of preferences and of the bundle; both are the real ones.
+class DiskWatch {
+ public:
+  explicit DiskWatch(Platform& services)
+      : stores_(*services.defaultsStores, lookUps_), bundle_(*services.bundle, lookUps_) {
+    services.defaultsStores = &stores_;
+    services.bundle = &bundle_;
+  }
+  int lookUps() const { return lookUps_; }
+  void forget() { lookUps_ = 0; }
+
+ private:
+  class Store : public KeptDefaults {
+   public:
+    Store(std::shared_ptr<DefaultsStore> real, int& lookUps)
+        : KeptDefaults(real), watched_(std::move(real)), lookUps_(lookUps) {}
+    Value objectForKey(const std::string& key) const override {
+      ++lookUps_;
+      return watched_->objectForKey(key);
+    }
+
+   private:
+    const std::shared_ptr<DefaultsStore> watched_;
+    int& lookUps_;
+  };
+  class Stores : public ForwardingDefaultsStores {
+   public:
+    Stores(DefaultsStores& real, int& lookUps)
+        : ForwardingDefaultsStores(real), lookUps_(lookUps) {}
+    std::shared_ptr<DefaultsStore> initWithSuiteName(const std::string& suiteName) override {
+      return std::make_shared<Store>(ForwardingDefaultsStores::initWithSuiteName(suiteName),
+                                     lookUps_);
+    }
+
+   private:
+    int& lookUps_;
+  };
+  class WatchedBundle : public ForwardingBundle {
+   public:
+    WatchedBundle(Bundle& real, int& lookUps) : ForwardingBundle(real), lookUps_(lookUps) {}
+    std::optional<std::string> pathForImageNamed(const std::string& name) const override {
+      ++lookUps_;
+      return ForwardingBundle::pathForImageNamed(name);
+    }
+
+   private:
+    int& lookUps_;
+  };
+
+  int lookUps_ = 0;
+  Stores stores_;
+  WatchedBundle bundle_;
+};
 
 class HostExtensionTest : public testing::Test {
  protected:
@@ -66,6 +122,38 @@ TEST_F(HostExtensionTest, ChangesOfTheListAndOfPreferencesAreToldWhenTheMenuHasT
   TVUserDefaults::create()->setUseSubmenu(false);
   ASSERT_TRUE(waitUntil([&] { return told.size() > 1; }));
   EXPECT_EQ(told.back(), "One");
+}
+
+TEST_F(HostExtensionTest, MenusLookForNoPreferenceAndNoImageOnTheDisk) {
+  saveList({titled("One")});
+  DiskWatch watch(platform_.services());
+  const HostExtension extension(HostExtension::Icons::files);
+  EXPECT_GT(watch.lookUps(), 0);
+  watch.forget();
+  for (int request = 0; request < 3; ++request) {
+    const Menu menu = extension.menuForItems({local("/a.txt")});
+    ASSERT_EQ(titlesOf(menu), "Tervano[One]");
+    EXPECT_TRUE(exists(extension.iconPathOf(menu.items.at(0).image)));
+    extension.menuForFolder(local("/folder", true));
+    extension.toolbarMenu({local("/a.txt")});
+    EXPECT_TRUE(extension.showsToolbarItem());
+    EXPECT_TRUE(exists(extension.iconPathOf(extension.toolbarImage())));
+  }
+  EXPECT_EQ(watch.lookUps(), 0);
+  const auto preferences = TVUserDefaults::create();
+  preferences->setUseSubmenu(false);
+  preferences->setShowIconInToolbar(false);
+  preferences->setUseBlackAndWhiteIcon(true);
+  ASSERT_TRUE(
+      waitUntil([&] { return titlesOf(extension.menuForItems({local("/a.txt")})) == "One"; }));
+  ASSERT_TRUE(waitUntil([&] { return !extension.showsToolbarItem(); }));
+  ASSERT_TRUE(
+      waitUntil([&] { return extension.toolbarImage()->name() == "icon-tervano-symbolic"; }));
+  runPendingMainItems();
+  watch.forget();
+  EXPECT_EQ(titlesOf(extension.menuForItems({local("/a.txt")})), "One");
+  EXPECT_TRUE(exists(extension.iconPathOf(extension.toolbarImage())));
+  EXPECT_EQ(watch.lookUps(), 0);
 }
 
 TEST_F(HostExtensionTest, IconsThatAreReadyAreTold) {

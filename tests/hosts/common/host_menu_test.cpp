@@ -4,6 +4,7 @@
 
 #include "actions/register_action_classes.h"
 #include "tests/hosts/common/fake_host.h"
+#include "tests/hosts/elsewhere/elsewhere_file.h"
 #include "tests/support/recording_services.h"
 #include "tests/support/scoped_platform.h"
 #include "tests/support/wait.h"
@@ -206,8 +207,32 @@ TEST_F(SelectedItemTest, WhatIsElsewhereKeepsItsOwnURLAndHasNoPath) {
   EXPECT_EQ(itemOf(nullptr).url.path(), "");
 }
 
+TEST_F(SelectedItemTest, WhatIsElsewhereIsNotAskedForThePathThatItHasHere) {
+  for (const char* uri :
+       {"sftp://host/a.txt", "trash:///a.txt", "recent:///a.txt", "file:///a.txt"}) {
+    EXPECT_EQ(itemOf(newElsewhereFile(uri, "/run/mounted/a.txt")).url.path(),
+              std::string(uri).starts_with("file:") ? "/a.txt" : "");
+  }
+  EXPECT_EQ(
+      itemOf(newElsewhereFile("recent:///1", "/a.txt"), false, "sftp://host/a.txt").url.path(), "");
+  EXPECT_EQ(pathQuestions(), 0);
+}
+
+TEST_F(SelectedItemTest, OnlyAURLOfThisMachineHasAPath) {
+  for (const char* uri : {"file:///a%20b.txt", "file://localhost/a%20b.txt", "file:/a%20b.txt"}) {
+    EXPECT_STREQ(localPathOfURI(uri).get(), "/a b.txt") << uri;
+  }
+  EXPECT_STREQ(localPathOfURI("file:///a%FF").get(), "/a\xff");
+  for (const char* uri : {"file://host/a.txt", "sftp:///a.txt", "/a.txt", "a.txt", "file:a.txt", "",
+                          "file:///a%00b", "file:///a%zz"}) {
+    EXPECT_EQ(localPathOfURI(uri), nullptr) << uri;
+  }
+  EXPECT_EQ(localPathOfURI(nullptr), nullptr);
+}
+
 TEST_F(SelectedItemTest, AnEntryOfAListOfFilesIsWhatItStandsFor) {
   for (const char* list : {"recent:///1", "favorites:///1"}) {
+    EXPECT_EQ(itemOf(g_file_new_for_uri(list), false, "file://host/a.txt").url.path(), "");
     EXPECT_EQ(itemOf(g_file_new_for_uri(list), false, "file:///a%20b.txt").url.path(), "/a b.txt");
     EXPECT_EQ(itemOf(g_file_new_for_uri(list), false, "trash:///a.txt").url.path(), "");
     EXPECT_EQ(itemOf(g_file_new_for_uri(list), false, "sftp://host/a.txt").url.path(), "");
