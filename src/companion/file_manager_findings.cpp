@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
 
 #include "companion/finding.h"
 #include "platform/file_manager.h"
+#include "platform/linux/desktop_settings.h"
 #include "platform/linux/program_lookup.h"
 #include "platform/linux/running_programs.h"
 #include "platform/platform.h"
@@ -10,6 +12,16 @@
 namespace tervano {
 
 namespace {
+
+// When a file manager looks for its modules.
+enum class Loading {
+  // Before it shows anything.
+  atStart,
+  // All of them at the first menu.
+  atFirstMenu,
+  // Whenever it shows a menu.
+  atEachMenu,
+};
 
 // A file manager and its module. The folder is where it looks, and nowhere else.
 struct SupportedFileManager {
@@ -22,8 +34,7 @@ struct SupportedFileManager {
   // The same in a build tree.
   std::string folderInBuild;
   std::vector<std::string> entries;
-  // Whether it loads its modules before it shows anything, rather than at the first menu.
-  bool loadsAtStart = false;
+  Loading loading = Loading::atStart;
   // The words that end all of it.
   std::string quit;
 };
@@ -40,7 +51,7 @@ const std::vector<SupportedFileManager>& supportedFileManagers() {
        NAUTILUS_MODULES_BELOW_PREFIX,
        "lib/nautilus",
        {"nautilus_module_initialize", "nautilus_module_shutdown", "nautilus_module_list_types"},
-       true,
+       Loading::atStart,
        "nautilus -q"},
       {"Caja",
        "caja",
@@ -50,7 +61,7 @@ const std::vector<SupportedFileManager>& supportedFileManagers() {
        CAJA_MODULES_BELOW_PREFIX,
        "lib/caja",
        {"caja_module_initialize", "caja_module_shutdown", "caja_module_list_types"},
-       true,
+       Loading::atStart,
        "caja -q"},
       {"Nemo",
        "nemo",
@@ -60,7 +71,7 @@ const std::vector<SupportedFileManager>& supportedFileManagers() {
        NEMO_MODULES_BELOW_PREFIX,
        "lib/nemo",
        {"nemo_module_initialize", "nemo_module_shutdown", "nemo_module_list_types"},
-       true,
+       Loading::atStart,
        "nemo -q"},
       {"Thunar",
        "thunar",
@@ -70,7 +81,7 @@ const std::vector<SupportedFileManager>& supportedFileManagers() {
        THUNAR_MODULES_BELOW_PREFIX,
        "lib/thunar",
        {"thunar_extension_initialize", "thunar_extension_shutdown", "thunar_extension_list_types"},
-       false,
+       Loading::atFirstMenu,
        "thunar -q"},
       {"Dolphin",
        "dolphin",
@@ -80,7 +91,7 @@ const std::vector<SupportedFileManager>& supportedFileManagers() {
        DOLPHIN_MODULES_BELOW_PREFIX,
        std::string("lib/dolphin") + kQtNamespace,
        {"qt_plugin_instance", "qt_plugin_query_metadata"},
-       false,
+       Loading::atEachMenu,
        "kquitapp5 dolphin"}};
   return all;
 }
@@ -116,6 +127,21 @@ std::optional<std::string> unseenModule(const SupportedFileManager& manager) {
   return std::nullopt;
 }
 
+// Where the user has switched our module off in the file manager's own settings; empty when it is
+// on.
+std::string switchedOffIn(const SupportedFileManager& manager) {
+  if (manager.program == "caja") {
+    const auto names = settingsList("org.mate.caja.extensions", "disabled-extensions");
+    const bool isOff = std::find(names.begin(), names.end(), "libtervano-caja") != names.end();
+    return isOff ? "the preferences of Caja, \"Extensions\"" : "";
+  }
+  if (manager.program == "dolphin") {
+    const auto value = configFileValue("kservicemenurc", "Show", "tervano");
+    return value == "false" ? "the settings of Dolphin, \"Context Menu\"" : "";
+  }
+  return "";
+}
+
 Finding findingOfManager(const SupportedFileManager& manager) {
   const auto program = programInPath(manager.program);
   const auto module = seenModule(manager);
@@ -141,23 +167,36 @@ Finding findingOfManager(const SupportedFileManager& manager) {
             "Its module is " + *module + ", but it is not installed.",
             "Install the package " + manager.program + ".", false};
   }
+  if (const std::string where = switchedOffIn(manager); !where.empty()) {
+    // Somebody may want it so.
+    return {manager.name, Health::broken, "Its module is switched off in " + where + ".",
+            "Switch it on there, and open it again after \"" + manager.quit + "\".", false};
+  }
   return {manager.name, Health::ok, *program + " loads " + *module + ".", ""};
 }
 
-// A process that was started before the module was there, or has an older one.
+// Whether it has looked for modules and will not do so again.
+bool hasLookedForModules(pid_t pid, const SupportedFileManager& manager) {
+  return manager.loading == Loading::atStart ||
+         (manager.loading == Loading::atFirstMenu && processHasLoadedFrom(pid, manager.folder));
+}
+
+// A process that was started before the module was there, or has an older one. What may still load
+// it is no finding.
 void addRunning(const SupportedFileManager& manager, std::vector<Finding>& findings) {
-  if (!manager.loadsAtStart) return;
-  const auto processes = processesOfProgram(manager.program);
-  if (processes.empty()) return;
   const std::string what = "running " + manager.name;
-  for (const pid_t pid : processes) {
-    if (processHasLoaded(pid, manager.module)) continue;
-    findings.push_back({what, Health::broken,
-                        "Process " + std::to_string(pid) + " has not loaded the module.",
-                        "End it with \"" + manager.quit + "\" and open it again."});
-    return;
+  bool isLoaded = false;
+  for (const pid_t pid : processesOfProgram(manager.program)) {
+    if (processHasLoaded(pid, manager.module)) {
+      isLoaded = true;
+    } else if (hasLookedForModules(pid, manager)) {
+      findings.push_back({what, Health::broken,
+                          "Process " + std::to_string(pid) + " has not loaded the module.",
+                          "End it with \"" + manager.quit + "\" and open it again."});
+      return;
+    }
   }
-  findings.push_back({what, Health::ok, "It has loaded the module.", ""});
+  if (isLoaded) findings.push_back({what, Health::ok, "It has loaded the module.", ""});
 }
 
 }  // namespace

@@ -164,7 +164,8 @@ std::string installationPrefix() {
 
 std::string installAgain(const std::string& package) {
   if (installationPrefix() == "/usr") {
-    return "Install it again with \"apt install --reinstall " + package + "\".";
+    return "Install the package " + package +
+           " again, with \"apt install --reinstall\" and its name or its .deb file.";
   }
   return "Build Tervano again, so that " + installationPrefix() + " is complete.";
 }

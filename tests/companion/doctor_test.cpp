@@ -469,6 +469,21 @@ TEST_F(DoctorTest, APluginOfDolphinIsFoundInTheFoldersOfTheEnvironment) {
   expectState("Dolphin", "OK", TERVANO_BUILD "/lib/dolphin/kf5/kfileitemaction/tervano.so");
 }
 
+TEST_F(DoctorTest, APluginThatTheUserHasSwitchedOffSaysWhereAndIsNotNeeded) {
+  home_.home().setVariable("QT_PLUGIN_PATH", TERVANO_BUILD "/lib/dolphin");
+  home_.file(".config/kservicemenurc", "[Show]\ntervano=false\n");
+  const auto finding = look("Dolphin");
+  EXPECT_EQ(finding["state"], "broken");
+  EXPECT_EQ(finding["needed"], false);
+  EXPECT_THAT(finding["detail"].get<std::string>(), HasSubstr("the settings of Dolphin"));
+}
+
+TEST_F(DoctorTest, APluginThatTheUserHasSwitchedOnAgainIsInOrder) {
+  home_.home().setVariable("QT_PLUGIN_PATH", TERVANO_BUILD "/lib/dolphin");
+  home_.file(".config/kservicemenurc", "[Show]\ntervano=true\nother=false\n");
+  expectState("Dolphin", "OK", "");
+}
+
 TEST_F(DoctorTest, ADesktopThatHasEverythingIsAnsweredWithNought) {
   home_.home().setVariable("XDG_DATA_DIRS", std::string(kShare) + ":/usr/share");
   home_.succeed({"add", "move"});

@@ -77,6 +77,15 @@ TEST(RunningProgramsTest, AFileThatWasRemovedSinceDoesNotCount) {
   EXPECT_FALSE(processHasLoaded(program.pid(), program.name()));
 }
 
+TEST(RunningProgramsTest, WhatAProcessHasLoadedIsKnownByItsFolderAlone) {
+  const CopiedProgram program;
+  ASSERT_TRUE(program.runs());
+  const auto folder = std::filesystem::path(program.path()).parent_path();
+  EXPECT_TRUE(processHasLoadedFrom(program.pid(), folder));
+  EXPECT_FALSE(processHasLoadedFrom(program.pid(), folder.parent_path()));
+  EXPECT_FALSE(processHasLoadedFrom(program.pid(), folder / "none"));
+}
+
 TEST(RunningProgramsTest, AProcessThatIsGoneHasNothingLoaded) {
   const ScopedPlatform platform;
   EXPECT_FALSE(processHasLoaded(std::numeric_limits<pid_t>::max(), "libc.so.6"));

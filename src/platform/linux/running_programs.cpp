@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
@@ -21,6 +22,18 @@ std::string processFolder(pid_t pid) {
 bool isOurs(pid_t pid) {
   struct stat status {};
   return stat(processFolder(pid).c_str(), &status) == 0 && status.st_uid == geteuid();
+}
+
+// Names of files that are gone end with what the kernel appends.
+std::vector<fs::path> loadedFiles(pid_t pid) {
+  std::vector<fs::path> paths;
+  std::ifstream maps(processFolder(pid) + "/maps");
+  for (std::string line; std::getline(maps, line);) {
+    // Nothing before the path has one.
+    const auto begin = line.find('/');
+    if (begin != std::string::npos) paths.emplace_back(line.substr(begin));
+  }
+  return paths;
 }
 
 }  // namespace
@@ -45,12 +58,15 @@ std::vector<pid_t> processesOfProgram(const std::string& name) {
 }
 
 bool processHasLoaded(pid_t pid, const std::string& fileName) {
-  std::ifstream maps(processFolder(pid) + "/maps");
-  const std::string ending = "/" + fileName;
-  for (std::string line; std::getline(maps, line);) {
-    if (line.ends_with(ending)) return true;
-  }
-  return false;
+  const auto paths = loadedFiles(pid);
+  return std::any_of(paths.begin(), paths.end(),
+                     [&](const fs::path& path) { return path.filename() == fileName; });
+}
+
+bool processHasLoadedFrom(pid_t pid, const std::string& folder) {
+  const auto paths = loadedFiles(pid);
+  return std::any_of(paths.begin(), paths.end(),
+                     [&](const fs::path& path) { return path.parent_path() == folder; });
 }
 
 }  // namespace tervano

@@ -14,4 +14,7 @@ std::vector<pid_t> processesOfProgram(const std::string& name);
 // replaced since does not count. False for a process that cannot be looked at.
 bool processHasLoaded(pid_t pid, const std::string& fileName);
 
+// Whether the process has any file loaded that lies or lay in that folder itself.
+bool processHasLoadedFrom(pid_t pid, const std::string& folder);
+
 }  // namespace tervano
