@@ -70,11 +70,11 @@ BriefRun runBriefly(const std::string& path, const std::vector<std::string>& arg
     if (!platform().runLoop->runMainLoopUntil(hasEnded, seconds)) {
       kill(static_cast<pid_t>(process->processIdentifier()), SIGKILL);
       platform().runLoop->runMainLoopUntil(hasEnded, kKillSeconds);
-      run.failure = path + " did not end in time";
+      run.failure = tr("{1} did not end in time", path);
     } else if (process->terminationReason() == TerminationReason::exit) {
       run.status = process->terminationStatus();
     } else {
-      run.failure = path + " was ended by signal " + std::to_string(process->terminationStatus());
+      run.failure = tr("{1} was ended by signal {2}", path, process->terminationStatus());
     }
     outputPipe->fileHandleForReading()->setReadabilityHandler(nullptr);
     errorPipe->fileHandleForReading()->setReadabilityHandler(nullptr);

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "translation/translation.h"
+
 namespace tervano {
 
 // How a program that was run to its end ended.
@@ -12,7 +14,7 @@ struct BriefRun {
   std::string output;
   std::string errors;
   // Why there is no exit status, a sentence without its full stop; else empty.
-  std::string failure;
+  Sentence failure;
 };
 
 // Runs a program with an empty standard input and waits for its end, `seconds` at most; then it is

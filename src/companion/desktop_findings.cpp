@@ -23,7 +23,6 @@ constexpr char kNotifications[] = "org.freedesktop.Notifications";
 constexpr char kNotificationsPath[] = "/org/freedesktop/Notifications";
 // A service may have to be started first, on a busy machine.
 constexpr int kAnswerMilliseconds = 5000;
-constexpr char kMendTheBus[] = "Mend the session bus first.";
 
 // The program that the entry starts, when it is there.
 std::optional<std::string> programOfEntry(const std::string& path) {
@@ -45,94 +44,101 @@ std::optional<std::string> ownEntry() {
 }
 
 // How the desktop can find what this installation has below its folder "share".
-std::string makeVisible(const std::string& nameBelowShare) {
+Sentence makeVisible(const std::string& nameBelowShare) {
   const std::string share = installationPrefix() + "/share";
   const bool isBuilt = platform().fileManager->fileExistsAtPath(share + "/" + nameBelowShare);
   if (installationPrefix() == "/usr" || !isBuilt) return installAgain("tervano");
-  return "Start the session with " + share + " in XDG_DATA_DIRS, or install the package tervano.";
+  return tr("Start the session with {1} in XDG_DATA_DIRS, or install the package {2}.", share,
+            "tervano");
 }
 
 Finding handlerFinding() {
-  const std::string what = "scheme handler";
+  const Sentence what = tr("scheme handler");
   if (const auto entry = handlerEntryOfType(kSchemeType)) {
     if (fs::path(*entry).filename() != kEntryName) {
-      return {what, Health::broken, "URLs of tervano are opened by " + *entry + ".",
-              std::string("Choose ours with \"gio mime ") + kSchemeType + " " + kEntryName + "\"."};
+      return {what, Health::broken, tr("URLs of tervano are opened by {1}.", *entry),
+              tr("Choose ours with \"{1}\".",
+                 std::string("gio mime ") + kSchemeType + " " + kEntryName)};
     }
     const auto program = programOfEntry(*entry);
-    if (program) return {what, Health::ok, *entry + " starts " + *program + ".", ""};
-    return {what, Health::broken, *entry + " starts a program that is not there.",
+    if (program) return {what, Health::ok, tr("{1} starts {2}.", *entry, *program), ""};
+    return {what, Health::broken, tr("{1} starts a program that is not there.", *entry),
             installAgain("tervano")};
   }
   const auto entry = ownEntry();
   if (!entry) {
-    return {what, Health::missing, "No application opens the URLs of tervano.",
+    return {what, Health::missing, tr("No application opens the URLs of tervano."),
             makeVisible(std::string("applications/") + kEntryName)};
   }
   if (!programOfEntry(*entry)) {
     return {what, Health::broken,
-            *entry + " is no desktop entry, or starts a program that is not there.",
-            "Remove that file, or install the program that it starts."};
+            tr("{1} is no desktop entry, or starts a program that is not there.", *entry),
+            tr("Remove that file, or install the program that it starts.")};
   }
-  return {what, Health::broken, *entry + " is there, but the desktop's table lacks it.",
-          "Run \"update-desktop-database " + fs::path(*entry).parent_path().string() + "\"."};
+  return {what, Health::broken, tr("{1} is there, but the desktop's table lacks it.", *entry),
+          tr("Run \"{1}\".", "update-desktop-database " + fs::path(*entry).parent_path().string())};
 }
 
 Finding busFinding(const BusAnswer& answer) {
-  const std::string what = "session bus";
+  const Sentence what = tr("session bus");
   const auto address = sessionBusAddress();
   if (!address) {
-    return {what, Health::missing,
-            "There is none: neither DBUS_SESSION_BUS_ADDRESS nor $XDG_RUNTIME_DIR/bus is there.",
-            "Log in to a desktop session, or begin one with \"dbus-run-session\"."};
+    return {
+        what, Health::missing,
+        tr("There is none: neither DBUS_SESSION_BUS_ADDRESS nor $XDG_RUNTIME_DIR/bus is there."),
+        tr("Log in to a desktop session, or begin one with \"dbus-run-session\".")};
   }
   if (answer.outcome == BusAnswer::Outcome::answered) {
-    return {what, Health::ok, *address + " answers.", ""};
+    return {what, Health::ok, tr("{1} answers.", *address), ""};
   }
-  return {what, Health::broken, *address + " does not answer.",
-          "Log out and in again, so that the session gets a new bus."};
+  return {what, Health::broken, tr("{1} does not answer.", *address),
+          tr("Log out and in again, so that the session gets a new bus.")};
 }
 
 // What an answer that is none tells about a service; nil when there was one.
-std::optional<Finding> failureOf(const std::string& what, const BusAnswer& answer,
-                                 const std::string& mendMissing, const std::string& mendBroken) {
+std::optional<Finding> failureOf(const Sentence& what, const BusAnswer& answer,
+                                 const Sentence& mendMissing, const Sentence& mendBroken) {
   switch (answer.outcome) {
     case BusAnswer::Outcome::answered:
       return std::nullopt;
     case BusAnswer::Outcome::noBus:
-      return Finding{what, Health::missing, "There is no session bus to ask.", kMendTheBus};
+      return Finding{what, Health::missing, tr("There is no session bus to ask."),
+                     tr("Mend the session bus first.")};
     case BusAnswer::Outcome::nobody:
-      return Finding{what, Health::missing, "Nobody on the session bus is it.", mendMissing};
+      return Finding{what, Health::missing, tr("Nobody on the session bus is it."), mendMissing};
     case BusAnswer::Outcome::silent:
-      return Finding{what, Health::broken, "It did not answer in time.", mendBroken};
+      return Finding{what, Health::broken, tr("It did not answer in time."), mendBroken};
     case BusAnswer::Outcome::failed:
       break;
   }
-  return Finding{what, Health::broken, "The session bus says: " + answer.reason + ".", mendBroken};
+  return Finding{what, Health::broken, tr("The session bus says: {1}.", answer.reason), mendBroken};
 }
 
 Finding serviceFinding(const BusAnswer& answer) {
-  const std::string what = "D-Bus service";
+  const Sentence what = tr("D-Bus service");
   if (auto failure = failureOf(
           what, answer, makeVisible(std::string("dbus-1/services/") + kIdentifier + ".service"),
-          "End the process \"tervano service\" if there is one, and run \"tervano service\" on a "
-          "terminal to see what it says.")) {
+          tr("End the process \"tervano service\" if there is one, and run \"tervano service\" on "
+             "a "
+             "terminal to see what it says."))) {
     return *failure;
   }
-  return {what, Health::ok, std::string(kIdentifier) + " answers.", ""};
+  return {what, Health::ok, tr("{1} answers.", kIdentifier), ""};
 }
 
 Finding notificationFinding(const BusAnswer& answer) {
-  const std::string what = "notification daemon";
-  if (auto failure = failureOf(what, answer, "Install and start one, such as the package dunst.",
-                               "Start the notification daemon of the desktop again.")) {
+  const Sentence what = tr("notification daemon");
+  if (auto failure =
+          failureOf(what, answer, tr("Install and start one, such as the package {1}.", "dunst"),
+                    tr("Start the notification daemon of the desktop again."))) {
     return *failure;
   }
   // Name, vendor, version, version of the specification.
   constexpr std::size_t kVersionIndex = 2;
-  std::string name = answer.texts.empty() ? "It" : answer.texts.front();
+  if (answer.texts.empty()) return {what, Health::ok, tr("It answers."), ""};
+  std::string name = answer.texts.front();
   if (answer.texts.size() > kVersionIndex) name += " " + answer.texts[kVersionIndex];
-  return {what, Health::ok, name + " answers.", ""};
+  return {what, Health::ok, tr("{1} answers.", name), ""};
 }
 
 }  // namespace

@@ -13,38 +13,40 @@ namespace tervano {
 
 namespace {
 
-const char* wordOf(Health health) {
+Sentence wordOf(Health health) {
   switch (health) {
     case Health::ok:
-      return "OK";
+      return tr("OK");
     case Health::missing:
-      return "missing";
+      return tr("missing");
     case Health::broken:
       break;
   }
-  return "broken";
+  return tr("broken");
 }
 
 nlohmann::ordered_json jsonOfFinding(const Finding& finding) {
   nlohmann::ordered_json json;
-  json["what"] = finding.what;
-  json["state"] = wordOf(finding.health);
+  json["what"] = finding.what.english();
+  json["state"] = wordOf(finding.health).english();
   json["needed"] = finding.needed;
-  json["detail"] = finding.detail;
+  json["detail"] = finding.detail.english();
   json["mend"] = nullptr;
-  if (!finding.mend.empty()) json["mend"] = finding.mend;
+  if (!finding.mend.empty()) json["mend"] = finding.mend.english();
   return json;
 }
 
 void printFinding(const Finding& finding) {
   constexpr std::size_t kStateColumns = 9;
-  std::string line = wordOf(finding.health);
-  line.resize(kStateColumns, ' ');
-  line += finding.what;
-  if (!finding.needed && finding.health != Health::ok) line += " (not needed)";
-  line += ": " + printable(finding.detail);
-  if (!finding.mend.empty()) line += " " + printable(finding.mend);
-  std::cout << line << "\n";
+  std::string state = wordOf(finding.health);
+  state.resize(std::max(state.size(), kStateColumns - 1), ' ');
+  const bool isIdle = !finding.needed && finding.health != Health::ok;
+  std::cout << state << " "
+            << (isIdle
+                    ? tr("{1} (not needed): {2}", finding.what, printable(finding.detail.shown()))
+                    : tr("{1}: {2}", finding.what, printable(finding.detail.shown())));
+  if (!finding.mend.empty()) std::cout << " " << printable(finding.mend.shown());
+  std::cout << "\n";
 }
 
 std::vector<Finding> allFindings() {
@@ -80,8 +82,8 @@ int doctor(const std::vector<std::string>& words) {
   }
   std::cout << std::flush;
   if (bad == 0) return kExitSuccess;
-  throw CommandError(bad == 1 ? "One part that is needed does not work"
-                              : std::to_string(bad) + " parts that are needed do not work");
+  throw CommandError(trn("One part that is needed does not work",
+                         "{1} parts that are needed do not work", static_cast<std::size_t>(bad)));
 }
 
 }  // namespace
@@ -89,21 +91,27 @@ int doctor(const std::vector<std::string>& words) {
 std::vector<Command> doctorCommands() {
   return {
       {{"doctor",
-        "tell whether each part works, and how to mend it",
+        trMark("tell whether each part works, and how to mend it"),
         {"[--json]", "--module FILE [FUNCTION...]"},
-        {"One line for each part: OK, missing or broken, what was found, and how to mend it. It "
-         "looks at what comes with the program, at the file managers and the modules that they "
-         "load, at the handler of the URLs, at the session bus and what it starts, at the list, "
-         "and at the programs that scripts use. It works without a bus and without a display, and "
-         "from a build tree.",
-         "The status is 0 when everything that is needed works, else 1. Parts that are not needed "
-         "are marked: nobody needs every file manager, but one must show the menu."},
+        {trMark(
+             "One line for each part: OK, missing or broken, what was found, and how to mend it. "
+             "It "
+             "looks at what comes with the program, at the file managers and the modules that they "
+             "load, at the handler of the URLs, at the session bus and what it starts, at the "
+             "list, "
+             "and at the programs that scripts use. It works without a bus and without a display, "
+             "and "
+             "from a build tree."),
+         trMark("The status is 0 when everything that is needed works, else 1. Parts that are not "
+                "needed "
+                "are marked: nobody needs every file manager, but one must show the menu.")},
         {{"--json",
-          "An array of objects with \"what\", \"state\" (\"OK\", \"missing\" or \"broken\"), "
-          "\"needed\", \"detail\" and \"mend\" (null when there is nothing to mend)."},
-         {"--module FILE",
-          "Only loads this module of a file manager and looks for the functions in it, as every "
-          "module is tried by a process of its own."}}},
+          trMark(
+              "An array of objects with \"what\", \"state\" (\"OK\", \"missing\" or \"broken\"), "
+              "\"needed\", \"detail\" and \"mend\" (null when there is nothing to mend).")},
+         {"--module FILE", trMark("Only loads this module of a file manager and looks for the "
+                                  "functions in it, as every "
+                                  "module is tried by a process of its own.")}}},
        doctor},
   };
 }

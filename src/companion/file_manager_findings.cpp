@@ -129,50 +129,61 @@ std::optional<std::string> unseenModule(const SupportedFileManager& manager) {
 
 // Where the user has switched our module off in the file manager's own settings; empty when it is
 // on.
-std::string switchedOffIn(const SupportedFileManager& manager) {
+Sentence switchedOffIn(const SupportedFileManager& manager) {
   if (manager.program == "caja") {
     const auto names = settingsList("org.mate.caja.extensions", "disabled-extensions");
     const bool isOff = std::find(names.begin(), names.end(), "libtervano-caja") != names.end();
-    return isOff ? "the preferences of Caja, \"Extensions\"" : "";
+    return isOff ? tr("the preferences of Caja, \"Extensions\"") : Sentence();
   }
   if (manager.program == "dolphin") {
     const auto value = configFileValue("kservicemenurc", "Show", "tervano");
-    return value == "false" ? "the settings of Dolphin, \"Context Menu\"" : "";
+    return value == "false" ? tr("the settings of Dolphin, \"Context Menu\"") : Sentence();
   }
   return "";
+}
+
+Finding findingWithoutModule(const SupportedFileManager& manager,
+                             const std::optional<std::string>& program) {
+  const Sentence package =
+      program ? Sentence(manager.package) : tr("{1}, which brings it along", manager.package);
+  if (const auto unseen = unseenModule(manager)) {
+    return {
+        manager.name, Health::missing,
+        program
+            ? tr("{1} is there, and its module is {2}, where it does not look.", *program, *unseen)
+            : tr("It is not installed, and its module is {1}, where it does not look.", *unseen),
+        tr("Put a link to the module into {1}, or install the package {2}.", manager.folder,
+           package),
+        false};
+  }
+  return {manager.name, Health::missing,
+          program ? tr("{1} is there, but not our module.", *program)
+                  : tr("It is not installed, nor is our module."),
+          tr("Install the package {1}.", package), false};
 }
 
 Finding findingOfManager(const SupportedFileManager& manager) {
   const auto program = programInPath(manager.program);
   const auto module = seenModule(manager);
   if (!module) {
-    const std::string installed = program ? *program + " is there" : "It is not installed";
-    const auto unseen = unseenModule(manager);
     // Nobody needs all of them; whether one is there at all is a finding of its own.
-    return {
-        manager.name, Health::missing,
-        installed + (unseen ? ", and its module is " + *unseen + ", where it does not look."
-                            : (program ? ", but not our module." : ", nor is our module.")),
-        (unseen ? "Put a link to the module into " + manager.folder + ", or install the package "
-                : "Install the package ") +
-            manager.package + (program ? "." : ", which brings it along."),
-        false};
+    return findingWithoutModule(manager, program);
   }
-  const std::string why = whyModuleFails(*module, manager.entries);
+  const Sentence why = whyModuleFails(*module, manager.entries);
   if (!why.empty()) {
-    return {manager.name, Health::broken, why + ".", installAgain(manager.package)};
+    return {manager.name, Health::broken, tr("{1}.", why), installAgain(manager.package)};
   }
   if (!program) {
     return {manager.name, Health::missing,
-            "Its module is " + *module + ", but it is not installed.",
-            "Install the package " + manager.program + ".", false};
+            tr("Its module is {1}, but it is not installed.", *module),
+            tr("Install the package {1}.", manager.program), false};
   }
-  if (const std::string where = switchedOffIn(manager); !where.empty()) {
+  if (const Sentence where = switchedOffIn(manager); !where.empty()) {
     // Somebody may want it so.
-    return {manager.name, Health::broken, "Its module is switched off in " + where + ".",
-            "Switch it on there, and open it again after \"" + manager.quit + "\".", false};
+    return {manager.name, Health::broken, tr("Its module is switched off in {1}.", where),
+            tr("Switch it on there, and open it again after \"{1}\".", manager.quit), false};
   }
-  return {manager.name, Health::ok, *program + " loads " + *module + ".", ""};
+  return {manager.name, Health::ok, tr("{1} loads {2}.", *program, *module), ""};
 }
 
 // Whether it has looked for modules and will not do so again.
@@ -184,19 +195,18 @@ bool hasLookedForModules(pid_t pid, const SupportedFileManager& manager) {
 // A process that was started before the module was there, or has an older one. What may still load
 // it is no finding.
 void addRunning(const SupportedFileManager& manager, std::vector<Finding>& findings) {
-  const std::string what = "running " + manager.name;
+  const Sentence what = tr("running {1}", manager.name);
   bool isLoaded = false;
   for (const pid_t pid : processesOfProgram(manager.program)) {
     if (processHasLoaded(pid, manager.module)) {
       isLoaded = true;
     } else if (hasLookedForModules(pid, manager)) {
-      findings.push_back({what, Health::broken,
-                          "Process " + std::to_string(pid) + " has not loaded the module.",
-                          "End it with \"" + manager.quit + "\" and open it again."});
+      findings.push_back({what, Health::broken, tr("Process {1} has not loaded the module.", pid),
+                          tr("End it with \"{1}\" and open it again.", manager.quit)});
       return;
     }
   }
-  if (isLoaded) findings.push_back({what, Health::ok, "It has loaded the module.", ""});
+  if (isLoaded) findings.push_back({what, Health::ok, tr("It has loaded the module."), ""});
 }
 
 }  // namespace
@@ -214,14 +224,14 @@ std::vector<Finding> fileManagerFindings() {
     addRunning(manager, findings);
   }
   if (!showing.empty()) {
-    findings.push_back({"menu", Health::ok, "It is shown by " + showing + ".", ""});
+    findings.push_back({tr("menu"), Health::ok, tr("It is shown by {1}.", showing), ""});
   } else {
     findings.push_back(
-        {"menu", isBroken ? Health::broken : Health::missing,
-         "No file manager shows it; on the command line \"tervano menu\" does.",
-         isBroken ? "Mend the module of the file manager."
-                  : "Install one of the packages tervano-nautilus, tervano-nemo, tervano-caja, "
-                    "tervano-thunar and tervano-dolphin."});
+        {tr("menu"), isBroken ? Health::broken : Health::missing,
+         tr("No file manager shows it; on the command line \"tervano menu\" does."),
+         isBroken ? tr("Mend the module of the file manager.")
+                  : tr("Install one of the packages tervano-nautilus, tervano-nemo, tervano-caja, "
+                       "tervano-thunar and tervano-dolphin.")});
   }
   return findings;
 }

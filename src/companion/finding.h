@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "translation/translation.h"
+
 namespace tervano {
 
 enum class Health { ok, missing, broken };
@@ -10,12 +12,12 @@ enum class Health { ok, missing, broken };
 // What one look at a part of this installation found.
 struct Finding {
   // The part, such as "notification daemon".
-  std::string what;
+  Sentence what;
   Health health = Health::ok;
   // What was found, a sentence.
-  std::string detail;
+  Sentence detail;
   // How to mend it, a sentence; empty for a part that is in order.
-  std::string mend;
+  Sentence mend;
   // Whether choices in a menu do not work without it.
   bool needed = true;
 };
@@ -35,11 +37,11 @@ std::vector<Finding> desktopFindings();
 std::vector<Finding> userFindings();
 
 // The sentence that mends what belongs to the package of that name, or to this build.
-std::string installAgain(const std::string& package);
+Sentence installAgain(const std::string& package);
 // The folder above the resources and programs of this installation.
 std::string installationPrefix();
 // Why the loadable module cannot be used by whoever calls these functions of it, found out by a
 // process that may end at it; empty when it can. A sentence without its full stop.
-std::string whyModuleFails(const std::string& path, const std::vector<std::string>& entries);
+Sentence whyModuleFails(const std::string& path, const std::vector<std::string>& entries);
 
 }  // namespace tervano

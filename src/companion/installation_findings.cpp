@@ -46,8 +46,8 @@ struct OwnModule {
 
 const std::vector<OwnModule>& ownModules() {
   static const std::vector<OwnModule> modules = {
-      {"icon drawings", "pictures.so", "tervanoPictureCodec"},
-      {"AppImage reader", "appimages.so", "tervanoSquashfsEntries"}};
+      {trMark("icon drawings"), "pictures.so", "tervanoPictureCodec"},
+      {trMark("AppImage reader"), "appimages.so", "tervanoSquashfsEntries"}};
   return modules;
 }
 
@@ -61,15 +61,15 @@ struct Helper {
 
 const std::vector<Helper>& helpers() {
   static const std::vector<Helper> all = {
-      {"shell scripts", {"bash"}, "bash", true},
-      {"Python scripts", {"python3"}, "python3"},
-      {"JavaScript scripts", {"gjs"}, "gjs"},
-      {"Lua scripts", {"lua5.4", "lua5.3", "lua"}, "lua5.4"},
-      {"notifications of scripts", {"notify-send"}, "libnotify-bin"},
-      {"clipboard", {"wl-copy", "xclip", "xsel"}, "xclip"},
-      {"extraction of archives", {"bsdtar"}, "libarchive-tools"},
-      {"merging of PDF files", {"qpdf", "pdfunite"}, "qpdf"},
-      {"metadata of pictures", {"exiftool"}, "libimage-exiftool-perl"}};
+      {trMark("shell scripts"), {"bash"}, "bash", true},
+      {trMark("Python scripts"), {"python3"}, "python3"},
+      {trMark("JavaScript scripts"), {"gjs"}, "gjs"},
+      {trMark("Lua scripts"), {"lua5.4", "lua5.3", "lua"}, "lua5.4"},
+      {trMark("notifications of scripts"), {"notify-send"}, "libnotify-bin"},
+      {trMark("clipboard"), {"wl-copy", "xclip", "xsel"}, "xclip"},
+      {trMark("extraction of archives"), {"bsdtar"}, "libarchive-tools"},
+      {trMark("merging of PDF files"), {"qpdf", "pdfunite"}, "qpdf"},
+      {trMark("metadata of pictures"), {"exiftool"}, "libimage-exiftool-perl"}};
   return all;
 }
 
@@ -78,24 +78,26 @@ std::string firstLine(const std::string& text) {
 }
 
 // A folder of the resources that must hold something.
-Finding resourceFolder(const std::string& what, const std::string& name) {
+Finding resourceFolder(const Sentence& what, const std::string& name) {
   const std::string path = platform().bundle->resourcePath() + "/" + name;
   const auto names = platform().fileManager->contentsOfDirectoryAtPath(path);
   if (!names.empty()) {
-    return {what, Health::ok, path + " holds " + std::to_string(names.size()) + " items.", ""};
+    return {what, Health::ok,
+            trn("{2} holds {1} item.", "{2} holds {1} items.", names.size(), path), ""};
   }
   const bool isThere = platform().fileManager->isDirectoryAtPath(path);
-  return {what, isThere ? Health::broken : Health::missing,
-          isThere ? path + " is empty or cannot be read." : "There is no folder " + path + ".",
-          installAgain(kMainPackage)};
+  return {
+      what, isThere ? Health::broken : Health::missing,
+      isThere ? tr("{1} is empty or cannot be read.", path) : tr("There is no folder {1}.", path),
+      installAgain(kMainPackage)};
 }
 
 // What is wrong with a run that should have ended with `status`; empty for nothing.
-std::string whyRunFailed(const BriefRun& run, int status) {
+Sentence whyRunFailed(const BriefRun& run, int status) {
   if (!run.failure.empty()) return run.failure;
   if (run.status == status) return "";
-  return run.errors.empty() ? "it ended with status " + std::to_string(run.status)
-                            : firstLine(run.errors);
+  return run.errors.empty() ? tr("it ended with status {1}", run.status)
+                            : Sentence(firstLine(run.errors));
 }
 
 Finding findingOfFormats(const std::string& output) {
@@ -111,28 +113,28 @@ Finding findingOfFormats(const std::string& output) {
     if (std::find(formats.begin(), formats.end(), format) != formats.end()) continue;
     lacking.append(lacking.empty() ? "" : ", ").append(format);
   }
-  if (lacking.empty()) return {"picture formats", Health::ok, listed + ".", ""};
-  return {"picture formats", Health::missing, "Pictures cannot be converted to " + lacking + ".",
-          "Install the libraries that the package libvips42 recommends.", false};
+  if (lacking.empty()) return {tr("picture formats"), Health::ok, listed + ".", ""};
+  return {tr("picture formats"), Health::missing,
+          tr("Pictures cannot be converted to {1}.", lacking),
+          tr("Install the libraries that the package {1} recommends.", "libvips42"), false};
 }
 
 void addTools(std::vector<Finding>& findings) {
   for (const auto& tool : ownTools()) {
     const std::string path = platform().bundle->pathForAuxiliaryExecutable(tool.name);
     if (!platform().fileManager->fileExistsAtPath(path)) {
-      findings.push_back({tool.name, Health::missing, "There is no program " + path + ".",
+      findings.push_back({tool.name, Health::missing, tr("There is no program {1}.", path),
                           installAgain(kMainPackage)});
       continue;
     }
     const BriefRun run = runBriefly(path, tool.question, kToolSeconds);
-    const std::string why = whyRunFailed(run, tool.status);
+    const Sentence why = whyRunFailed(run, tool.status);
     if (!why.empty()) {
-      std::string detail = path;
-      detail.append(" fails: ").append(why).append(".");
-      findings.push_back({tool.name, Health::broken, detail, installAgain(kMainPackage)});
+      findings.push_back({tool.name, Health::broken, tr("{1} fails: {2}.", path, why),
+                          installAgain(kMainPackage)});
       continue;
     }
-    findings.push_back({tool.name, Health::ok, path + " runs.", ""});
+    findings.push_back({tool.name, Health::ok, tr("{1} runs.", path), ""});
     if (tool.name == "tervano-images") findings.push_back(findingOfFormats(run.output));
   }
 }
@@ -141,15 +143,16 @@ void addModules(std::vector<Finding>& findings) {
   for (const auto& module : ownModules()) {
     const std::string path = platform().bundle->pathForAuxiliaryExecutable(module.file);
     if (!platform().fileManager->fileExistsAtPath(path)) {
-      findings.push_back({module.what, Health::missing, "There is no module " + path + ".",
-                          installAgain(kMainPackage)});
+      findings.push_back({translated(module.what), Health::missing,
+                          tr("There is no module {1}.", path), installAgain(kMainPackage)});
       continue;
     }
-    const std::string why = whyModuleFails(path, {module.entry});
+    const Sentence why = whyModuleFails(path, {module.entry});
     if (why.empty()) {
-      findings.push_back({module.what, Health::ok, path + " can be loaded.", ""});
+      findings.push_back({translated(module.what), Health::ok, tr("{1} can be loaded.", path), ""});
     } else {
-      findings.push_back({module.what, Health::broken, why + ".", installAgain(kMainPackage)});
+      findings.push_back(
+          {translated(module.what), Health::broken, tr("{1}.", why), installAgain(kMainPackage)});
     }
   }
 }
@@ -162,32 +165,34 @@ std::string installationPrefix() {
   return resources.substr(0, resources.size() - kResources.size());
 }
 
-std::string installAgain(const std::string& package) {
+Sentence installAgain(const std::string& package) {
   if (installationPrefix() == "/usr") {
-    return "Install the package " + package +
-           " again, with \"apt install --reinstall\" and its name or its .deb file.";
+    return tr(
+        "Install the package {1} again, with \"apt install --reinstall\" and its name or its "
+        ".deb file.",
+        package);
   }
-  return "Build Tervano again, so that " + installationPrefix() + " is complete.";
+  return tr("Build Tervano again, so that {1} is complete.", installationPrefix());
 }
 
-std::string whyModuleFails(const std::string& path, const std::vector<std::string>& entries) {
+Sentence whyModuleFails(const std::string& path, const std::vector<std::string>& entries) {
   std::vector<std::string> words{"doctor", "--module", path};
   words.insert(words.end(), entries.begin(), entries.end());
   const BriefRun run = runBriefly("/proc/self/exe", words, kToolSeconds);
-  if (!run.failure.empty()) return "Loading " + path + " fails: " + run.failure;
+  if (!run.failure.empty()) return tr("Loading {1} fails: {2}", path, run.failure);
   if (run.status == 0) return "";
   std::string why = firstLine(run.errors);
   constexpr std::string_view kName = "tervano: ";
   if (why.starts_with(kName)) why.erase(0, kName.size());
   if (why.ends_with('.')) why.pop_back();
-  return why.empty() ? "Loading " + path + " fails" : why;
+  return why.empty() ? tr("Loading {1} fails", path) : Sentence(why);
 }
 
 std::vector<Finding> installationFindings() {
   std::vector<Finding> findings;
-  findings.push_back(resourceFolder("icons", "icons"));
-  findings.push_back(resourceFolder("templates", "Templates"));
-  findings.push_back(resourceFolder("default scripts", "Default Scripts"));
+  findings.push_back(resourceFolder(tr("icons"), "icons"));
+  findings.push_back(resourceFolder(tr("templates"), "Templates"));
+  findings.push_back(resourceFolder(tr("default scripts"), "Default Scripts"));
   addTools(findings);
   addModules(findings);
   return findings;
@@ -201,11 +206,11 @@ std::vector<Finding> helperFindings() {
       if (!path) path = programInPath(program);
     }
     if (path) {
-      findings.push_back({helper.purpose, Health::ok, *path + ".", "", helper.needed});
+      findings.push_back({translated(helper.purpose), Health::ok, *path + ".", "", helper.needed});
     } else {
-      findings.push_back({helper.purpose, Health::missing,
-                          "There is no program " + helper.programs.front() + ".",
-                          "Install the package " + helper.package + ".", helper.needed});
+      findings.push_back({translated(helper.purpose), Health::missing,
+                          tr("There is no program {1}.", helper.programs.front()),
+                          tr("Install the package {1}.", helper.package), helper.needed});
     }
   }
   return findings;

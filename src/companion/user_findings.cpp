@@ -12,7 +12,10 @@ namespace {
 
 constexpr char kEchoName[] = "TVDoctorDidCall";
 constexpr double kEchoSeconds = 5;
-constexpr char kFirstAction[] = "Nothing need be done: the first \"tervano add\" makes it.";
+// What makes what is not there yet.
+Sentence firstAction() {
+  return tr("Nothing need be done: the first \"tervano add\" makes it.");
+}
 
 std::string parentOf(const std::string& path) {
   const auto slash = path.rfind('/');
@@ -26,45 +29,47 @@ std::string nearestFolder(std::string path) {
 }
 
 Finding containerFinding(const std::string& path) {
-  const std::string what = "shared container";
+  const Sentence what = tr("shared container");
   const auto& files = *platform().fileManager;
   if (!files.itemExistsAtPath(path)) {
     const std::string above = nearestFolder(path);
     if (files.isDirectoryAtPath(above) && files.isWritableFileAtPath(above)) {
-      return {what, Health::missing, path + " has not been made yet.", kFirstAction, false};
+      return {what, Health::missing, tr("{1} has not been made yet.", path), firstAction(), false};
     }
-    return {what, Health::broken, path + " cannot be made: " + above + " is no folder to write to.",
-            "Make " + above + " a folder that you own and may write to."};
+    return {what, Health::broken,
+            tr("{1} cannot be made: {2} is no folder to write to.", path, above),
+            tr("Make {1} a folder that you own and may write to.", above)};
   }
   if (!files.isDirectoryAtPath(path)) {
-    return {what, Health::broken, path + " is no folder.", "Move it away; it is made anew."};
+    return {what, Health::broken, tr("{1} is no folder.", path),
+            tr("Move it away; it is made anew.")};
   }
   if (!files.isWritableFileAtPath(path)) {
-    return {what, Health::broken, path + " cannot be written to.",
-            "Make it yours with \"chown\" and \"chmod 700\"."};
+    return {what, Health::broken, tr("{1} cannot be written to.", path),
+            tr("Make it yours with \"chown\" and \"chmod 700\".")};
   }
-  return {what, Health::ok, path + " can be written to.", ""};
+  return {what, Health::ok, tr("{1} can be written to.", path), ""};
 }
 
 Finding listFinding(const std::string& container) {
-  const std::string what = "action list";
+  const Sentence what = tr("action list");
   const std::string path = container + "/" + kActionsFileName;
   // Loading would make a container that is not there.
   if (!platform().fileManager->itemExistsAtPath(path)) {
-    return {what, Health::missing, "There is no " + path + " yet.", kFirstAction, false};
+    return {what, Health::missing, tr("There is no {1} yet.", path), firstAction(), false};
   }
   try {
     const std::size_t count = loadActions()->actions().size();
-    return {what, Health::ok,
-            path + " holds " + std::to_string(count) + (count == 1 ? " entry." : " entries."), ""};
+    return {what, Health::ok, trn("{2} holds {1} entry.", "{2} holds {1} entries.", count, path),
+            ""};
   } catch (const CommandError& error) {
-    return {what, Health::broken, error.what(),
-            "Bring " + path + " back from a backup, or move it away to begin a new list."};
+    return {what, Health::broken, error.sentence(),
+            tr("Bring {1} back from a backup, or move it away to begin a new list.", path)};
   }
 }
 
 Finding channelFinding() {
-  const std::string what = "message channel";
+  const Sentence what = tr("message channel");
   const int observer = 0;
   bool heard = false;
   platform().notifyChannel->addObserver(&observer, kEchoName,
@@ -72,10 +77,10 @@ Finding channelFinding() {
   platform().notifyChannel->post(kEchoName);
   platform().runLoop->runMainLoopUntil([&heard] { return heard; }, kEchoSeconds);
   platform().notifyChannel->removeEveryObserver(&observer);
-  if (heard) return {what, Health::ok, "A message came back.", ""};
-  return {what, Health::broken, "A message did not come back.",
-          "See that $XDG_RUNTIME_DIR is a folder of yours with mode 0700, and that the limit "
-          "fs.inotify.max_user_instances is not reached."};
+  if (heard) return {what, Health::ok, tr("A message came back."), ""};
+  return {what, Health::broken, tr("A message did not come back."),
+          tr("See that $XDG_RUNTIME_DIR is a folder of yours with mode 0700, and that the limit "
+             "fs.inotify.max_user_instances is not reached.")};
 }
 
 }  // namespace
@@ -88,8 +93,8 @@ std::vector<Finding> userFindings() {
     findings.push_back(containerFinding(container->path()));
     findings.push_back(listFinding(container->path()));
   } else {
-    findings.push_back({"shared container", Health::missing, "This system has none.",
-                        "See that HOME is an absolute path."});
+    findings.push_back({tr("shared container"), Health::missing, tr("This system has none."),
+                        tr("See that HOME is an absolute path.")});
   }
   findings.push_back(channelFinding());
   return findings;

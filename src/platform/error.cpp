@@ -1,11 +1,16 @@
 #include "platform/error.h"
 
-#include <system_error>
+#include <cstring>
 
 namespace tervano {
 
 Error posixError(int code, const std::string& what) {
-  return Error{"POSIX", code, what + ": " + std::generic_category().message(code)};
+  // In English, whatever the locale: logs and notifications of actions have it too.
+  const char* const description = strerrordesc_np(code);
+  return Error{
+      "POSIX", code,
+      what + ": " +
+          (description == nullptr ? "Unknown error " + std::to_string(code) : description)};
 }
 
 }  // namespace tervano

@@ -32,7 +32,7 @@ TEST_F(BriefRunTest, StatusAndBothOutputsAreKnown) {
   EXPECT_EQ(run.status, 3);
   EXPECT_EQ(run.output, "out\n");
   EXPECT_EQ(run.errors, "err\n");
-  EXPECT_THAT(run.failure, IsEmpty());
+  EXPECT_THAT(run.failure.english(), IsEmpty());
 }
 
 TEST_F(BriefRunTest, StandardInputIsEmpty) {
@@ -49,7 +49,7 @@ TEST_F(BriefRunTest, MoreOutputThanAPipeHoldsIsComplete) {
 TEST_F(BriefRunTest, AProgramThatIsMissingHasNoStatus) {
   const auto run = runBriefly(platform_.home().path() + "/none", {}, kLongEnough);
   EXPECT_EQ(run.status, -1);
-  EXPECT_THAT(run.failure, HasSubstr("/none"));
+  EXPECT_THAT(run.failure.english(), HasSubstr("/none"));
 }
 
 TEST_F(BriefRunTest, AProgramThatASignalEndedHasNoStatus) {

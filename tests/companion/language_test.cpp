@@ -131,6 +131,28 @@ TEST_F(LanguageTest, AListIsShownInTheUsersLanguageAndItsJsonIsNot) {
               HasSubstr(", désactivée, chaque élément est public.image et public.data]"));
 }
 
+TEST_F(LanguageTest, FindingsAreInTheUsersLanguageAndTheirJsonIsNot) {
+  const auto english = home_.tervano({"doctor", "--json"}).output;
+  EXPECT_THAT(english, HasSubstr("There is none: neither DBUS_SESSION_BUS_ADDRESS"));
+  speak("de_DE");
+  const auto outcome = home_.tervano({"doctor"});
+  EXPECT_THAT(outcome.output, AllOf(HasSubstr("\nfehlt    Sitzungsbus: Es gibt keinen: Weder "),
+                                    HasSubstr(" Sich an einer Desktop-Sitzung anmelden oder"),
+                                    HasSubstr("gemeinsamer Container")));
+  EXPECT_THAT(outcome.errors, HasSubstr("gebraucht"));
+  EXPECT_EQ(home_.tervano({"doctor", "--json"}).output, english);
+  speak("fr_FR");
+  EXPECT_THAT(home_.tervano({"doctor"}).output,
+              HasSubstr("\nabsent   bus de session : Il n’y en a pas : ni "));
+}
+
+TEST_F(LanguageTest, ErrorsOfTheSystemAreInTheLanguageOfTheLog) {
+  speak("de_DE");
+  // The C library has its own catalogues, which would make logs bilingual.
+  EXPECT_THAT(errorsOf({"import", home_.path() + "/none"}),
+              AllOf(HasSubstr("No such file or directory"), Not(HasSubstr("Datei oder"))));
+}
+
 TEST_F(LanguageTest, ManualPagesAndCompletionStayEnglish) {
   const std::string page = home_.succeed({"help", "--man", "prefs"});
   const std::string overview = home_.succeed({"help", "--man"});
