@@ -127,19 +127,25 @@ std::optional<std::string> unseenModule(const SupportedFileManager& manager) {
   return std::nullopt;
 }
 
+bool isListed(const std::string& schema, const std::string& name) {
+  const auto names = settingsList(schema, "disabled-extensions");
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 // Where the user has switched our module off in the file manager's own settings; empty when it is
-// on.
+// on. Each knows it by another name: of its file, of its type, of its metadata.
 Sentence switchedOffIn(const SupportedFileManager& manager) {
-  if (manager.program == "caja") {
-    const auto names = settingsList("org.mate.caja.extensions", "disabled-extensions");
-    const bool isOff = std::find(names.begin(), names.end(), "libtervano-caja") != names.end();
-    return isOff ? tr("the preferences of Caja, \"Extensions\"") : Sentence();
+  if (manager.program == "caja" && isListed("org.mate.caja.extensions", "libtervano-caja")) {
+    return tr("the preferences of Caja, \"Extensions\"");
   }
-  if (manager.program == "dolphin") {
-    const auto value = configFileValue("kservicemenurc", "Show", "tervano");
-    return value == "false" ? tr("the settings of Dolphin, \"Context Menu\"") : Sentence();
+  if (manager.program == "nemo" && isListed("org.nemo.plugins", "TervanoMenuProvider")) {
+    return tr("the preferences of Nemo, \"Plugins\"");
   }
-  return "";
+  if (manager.program == "dolphin" &&
+      configFileValue("kservicemenurc", "Show", "tervano") == "false") {
+    return tr("the settings of Dolphin, \"Context Menu\"");
+  }
+  return {};
 }
 
 Finding findingWithoutModule(const SupportedFileManager& manager,

@@ -5,6 +5,9 @@ from desktop_test import main
 SWITCHES = {
     "caja": (".config/glib-2.0/settings/keyfile",
              "[org/mate/caja/extensions]\ndisabled-extensions=['libtervano-caja']\n"),
+    "nemo": (".config/glib-2.0/settings/keyfile",
+             "[org/nemo/preferences]\ndefault-folder-viewer='list-view'\n"
+             "[org/nemo/plugins]\ndisabled-extensions=['TervanoMenuProvider']\n"),
     "dolphin": (".config/kservicemenurc", "[Show]\ntervano=false\n")}
 
 
