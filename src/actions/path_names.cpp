@@ -6,14 +6,6 @@
 #include "archive/url.h"
 
 namespace tervano {
-namespace {
-
-std::string_view withoutSlashesAtEnd(std::string_view path) {
-  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
-  return path;
-}
-
-}  // namespace
 
 std::string standardizingPath(std::string_view path) {
   const bool isAbsolute = path.starts_with('/');
@@ -39,14 +31,14 @@ std::string standardizingPath(std::string_view path) {
 }
 
 std::string deletingPathExtension(std::string_view path) {
-  path = withoutSlashesAtEnd(path);
+  path = withoutTrailingSlashes(path);
   const std::string extension = pathExtension(path);
   if (!extension.empty()) path.remove_suffix(extension.size() + 1);
   return std::string(path);
 }
 
 std::string appendingPathExtension(std::string_view path, std::string_view extension) {
-  std::string result(withoutSlashesAtEnd(path));
+  std::string result(withoutTrailingSlashes(path));
   if (extension.empty()) return result;
   result += '.';
   result += extension;

@@ -130,11 +130,6 @@ std::string withoutDotSegments(std::string_view input) {
   return out;
 }
 
-std::string_view withoutTrailingSlashes(std::string_view path) {
-  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
-  return path;
-}
-
 }  // namespace
 
 Url Url::fileURLWithPath(std::string_view path, bool isDirectory) {
@@ -207,6 +202,11 @@ Url Url::URLByAppendingPathComponent(std::string_view component) const {
   while (component.starts_with('/')) component.remove_prefix(1);
   appendEscaped(text, component);
   return Url(text + text_.substr(end));
+}
+
+std::string_view withoutTrailingSlashes(std::string_view path) {
+  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  return path;
 }
 
 std::string lastPathComponent(std::string_view path) {

@@ -39,6 +39,8 @@ class Url {
 };
 
 // Path operations on plain byte strings. `lastPathComponent` of "/a/b/" is "b", of "/" is "/".
+// Of a path that is nothing but slashes one stays.
+std::string_view withoutTrailingSlashes(std::string_view path);
 std::string lastPathComponent(std::string_view path);
 std::string deletingLastPathComponent(std::string_view path);
 std::string appendingPathComponent(std::string_view path, std::string_view component);

@@ -133,7 +133,7 @@ Finding notificationFinding(const BusAnswer& answer) {
                     tr("Start the notification daemon of the desktop again."))) {
     return *failure;
   }
-  // Name, vendor, version, version of the specification.
+  // Name, vendor, version, version of the protocol.
   constexpr std::size_t kVersionIndex = 2;
   if (answer.texts.empty()) return {what, Health::ok, tr("It answers."), ""};
   std::string name = answer.texts.front();

@@ -31,6 +31,13 @@ TEST(UrlTest, ThePathOfAFolderHasNoTrailingSlash) {
   EXPECT_EQ(Url("file:///a/b//").path(), "/a/b");
 }
 
+TEST(UrlTest, SlashesAtTheEndGoButForTheLastOne) {
+  EXPECT_EQ(withoutTrailingSlashes("/a/b//"), "/a/b");
+  EXPECT_EQ(withoutTrailingSlashes("a"), "a");
+  EXPECT_EQ(withoutTrailingSlashes("///"), "/");
+  EXPECT_EQ(withoutTrailingSlashes(""), "");
+}
+
 TEST(UrlTest, ThePathOfTheRootIsASlash) {
   EXPECT_EQ(Url("file:///").path(), "/");
 }

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
@@ -21,16 +20,7 @@ namespace {
 // A bus may take no larger message.
 constexpr std::size_t kLargestMessage = std::size_t{16} << 20;
 
-// The object path of an application: its name with slashes, and "_" for the "-" that a path
-// cannot hold.
-std::string applicationPath(const std::string& name) {
-  std::string path = "/" + name;
-  std::replace(path.begin(), path.end(), '.', '/');
-  std::replace(path.begin(), path.end(), '-', '_');
-  return path;
-}
-
-// What the specification calls platform data: the token with which the session started us.
+// The platform data of org.freedesktop.Application: the token with which the session started us.
 GVariant* platformData() {
   GVariantBuilder data;
   g_variant_builder_init(&data, G_VARIANT_TYPE("a{sv}"));
@@ -220,7 +210,7 @@ void ApplicationLauncher::openThroughBus(const std::shared_ptr<const Request>& r
                                g_variant_new_strv(uris.data(), static_cast<gssize>(uris.size())),
                                platformData());
   }
-  bus_.call(name, applicationPath(name), "org.freedesktop.Application",
+  bus_.call(name, applicationObjectPath(name), "org.freedesktop.Application",
             request->urls.empty() ? "Activate" : "Open", parameters, kReplyTimeoutMilliseconds,
             [this, request](GVariant* /*reply*/, const GError* error) {
               if (error != nullptr && wasNotDelivered(*error)) {

@@ -2,8 +2,7 @@
 
 #include <gio/gio.h>
 
-#include <algorithm>
-
+#include "platform/linux/bus_names.h"
 #include "platform/linux/glib_handles.h"
 #include "platform/linux/session_bus.h"
 #include "platform/log.h"
@@ -62,13 +61,6 @@ GDBusConnection* connectToSessionBus() {
   g_main_context_pop_thread_default(context);
   g_main_context_unref(context);
   return attempt.connection;
-}
-
-std::string objectPath(const std::string& identifier) {
-  std::string path = "/" + identifier;
-  std::replace(path.begin(), path.end(), '.', '/');
-  std::replace(path.begin(), path.end(), '-', '_');
-  return path;
 }
 
 }  // namespace
@@ -135,7 +127,7 @@ ApplicationService::ApplicationService(std::string identifier, Requests requests
   static const GDBusInterfaceVTable kVirtualTable = {&State::onMethodCall, nullptr, nullptr, {}};
   GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(kIntrospection, nullptr);
   state_->registration = g_dbus_connection_register_object(
-      state_->connection, objectPath(state_->identifier).c_str(),
+      state_->connection, applicationObjectPath(state_->identifier).c_str(),
       g_dbus_node_info_lookup_interface(node, kApplicationInterface), &kVirtualTable, state_.get(),
       nullptr, nullptr);
   g_dbus_node_info_unref(node);
@@ -179,9 +171,10 @@ bool ApplicationService::forwardOpen(const std::vector<std::string>& uris) {
     g_variant_builder_add(&list, "s", uri.c_str());
   }
   GVariant* reply = g_dbus_connection_call_sync(
-      state_->connection, state_->identifier.c_str(), objectPath(state_->identifier).c_str(),
-      kApplicationInterface, "Open", g_variant_new("(asa{sv})", &list, nullptr), nullptr,
-      G_DBUS_CALL_FLAGS_NONE, kForwardTimeoutMilliseconds, nullptr, nullptr);
+      state_->connection, state_->identifier.c_str(),
+      applicationObjectPath(state_->identifier).c_str(), kApplicationInterface, "Open",
+      g_variant_new("(asa{sv})", &list, nullptr), nullptr, G_DBUS_CALL_FLAGS_NONE,
+      kForwardTimeoutMilliseconds, nullptr, nullptr);
   if (reply == nullptr) return false;
   g_variant_unref(reply);
   return true;

@@ -1,5 +1,6 @@
 #include "platform/linux/bus_names.h"
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <memory>
@@ -21,6 +22,13 @@ bool containsName(GVariant* reply, const std::string& name) {
 }
 
 }  // namespace
+
+std::string applicationObjectPath(const std::string& name) {
+  std::string path = "/" + name;
+  std::replace(path.begin(), path.end(), '.', '/');
+  std::replace(path.begin(), path.end(), '-', '_');
+  return path;
+}
 
 void askWhetherReachable(SessionBus& bus, const std::string& name, int timeoutMilliseconds,
                          std::function<void(bool isReachable)> handler) {

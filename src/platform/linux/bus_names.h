@@ -7,6 +7,10 @@
 
 namespace tervano {
 
+// The object path of an application: its name with slashes, and "_" for the "-" that a path cannot
+// hold.
+std::string applicationObjectPath(const std::string& name);
+
 // Passes on whether the name has an owner on the session bus or the bus can start one; false when
 // that is not known in time. Bus thread.
 void askWhetherReachable(SessionBus& bus, const std::string& name, int timeoutMilliseconds,

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "archive/url.h"
 #include "archive/utf.h"
 #include "platform/linux/app_image.h"
 #include "platform/linux/desktop_entry.h"
@@ -49,11 +50,6 @@ bool isIdentifier(const std::string& text) {
          text.find(kReplacementCharacter) == std::string::npos;
 }
 
-std::string withoutLastSlashes(std::string path) {
-  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
-  return path;
-}
-
 }  // namespace
 
 SquashfsEntries* DesktopApplications::squashfsEntries() const {
@@ -76,7 +72,7 @@ SquashfsEntries* DesktopApplications::squashfsEntries() const {
 std::optional<std::string> DesktopApplications::bundleIdentifierAtPath(
     const std::string& path) const {
   if (path.find('\0') != std::string::npos) return std::nullopt;
-  const std::string bundle = withoutLastSlashes(path);
+  const std::string bundle(withoutTrailingSlashes(path));
   std::optional<std::string> identifier;
   switch (kindOf(bundle)) {
     case Kind::kDesktopEntry:
@@ -97,7 +93,7 @@ std::optional<std::string> DesktopApplications::bundleIdentifierAtPath(
 
 std::optional<std::string> DesktopApplications::displayNameAtPath(const std::string& path) const {
   if (path.find('\0') != std::string::npos) return std::nullopt;
-  const std::string bundle = withoutLastSlashes(path);
+  const std::string bundle(withoutTrailingSlashes(path));
   if (kindOf(bundle) == Kind::kDesktopEntry) {
     const auto entry = DesktopEntry::atPath(bundle);
     if (!entry) return std::nullopt;

@@ -31,17 +31,6 @@ using testing::UnorderedElementsAre;
 
 constexpr char kOverwriteFailure[] = "tervano-remove: Could not overwrite \"";
 
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  for (std::size_t at = 0; at < text.size();) {
-    const auto end = text.find('\n', at);
-    lines.push_back(text.substr(at, end - at));
-    if (end == std::string::npos) break;
-    at = end + 1;
-  }
-  return lines;
-}
-
 class RemovalTest : public MemoryRemoveTest {
  protected:
   // Folders one inside the other, made without paths that are too long.

@@ -37,14 +37,14 @@ std::string wholeText(int file) {
   return text;
 }
 
-std::vector<std::string> outputLines(const std::string& text) {
+}  // namespace
+
+std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
 }
-
-}  // namespace
 
 RemoveOutcome runRemove(const std::vector<std::string>& words,
                         const std::function<bool()>& prepare) {
@@ -62,7 +62,7 @@ void expectSuccess(const RemoveOutcome& outcome) {
 
 void expectFailures(const RemoveOutcome& outcome, std::vector<std::string> lines) {
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outputLines(outcome.errors), testing::UnorderedElementsAreArray(lines));
+  EXPECT_THAT(linesOf(outcome.errors), testing::UnorderedElementsAreArray(lines));
 }
 
 void inChild(const std::function<void()>& body) {

@@ -25,6 +25,8 @@ RemoveOutcome runRemove(const std::vector<std::string>& words,
 RemoveOutcome removeSecurely(const std::string& path,
                              const std::function<bool()>& prepare = nullptr);
 
+std::vector<std::string> linesOf(const std::string& text);
+
 // Everything is gone and nobody complained.
 void expectSuccess(const RemoveOutcome& outcome);
 // Status 1, and these lines on standard error, in any order.
