@@ -20,17 +20,18 @@
 
 #include "platform/linux/descriptor.h"
 #include "tests/support/child_process.h"
+#include "tests/support/run_program.h"
 #include "tests/support/temporary_home.h"
 
 namespace tervano {
 namespace {
 
 namespace fs = std::filesystem;
+using test::becomeNobody;
 using test::forkChild;
 using test::ParentLink;
 
 constexpr char kGroup[] = "Q4T7N2XR8K.com.vessok.tervano";
-constexpr uid_t kNobody = 65534;
 
 class PosixFileManagerTest : public testing::Test {
  protected:
@@ -52,8 +53,7 @@ class PosixFileManagerTest : public testing::Test {
   void asNobody(const std::function<int()>& body) {
     if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
     ASSERT_EQ(chmod(home.path().c_str(), 0777), 0);
-    auto child = forkChild(
-        [&](ParentLink&) { return setgid(kNobody) == 0 && setuid(kNobody) == 0 ? body() : 98; });
+    auto child = forkChild([&](ParentLink&) { return becomeNobody() ? body() : 98; });
     EXPECT_EQ(child.waitForExit(30), 0);
   }
   // A chain of folders of that depth below `top`, a file at its end.

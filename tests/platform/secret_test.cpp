@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -63,6 +65,39 @@ TEST_F(SecretTest, ALineWithoutAnEndIsALineToo) {
   EXPECT_EQ(secret_.text(), "last");
 }
 
+TEST_F(SecretTest, ALinesEndMayHaveOneCarriageReturn) {
+  write("word\r\ntwo\r\r\n\r\nin\rside\n");
+  for (const char* const text : {"word", "two\r", "", "in\rside"}) {
+    EXPECT_TRUE(secret_.readFrom(readingEnd_.get(), true));
+    EXPECT_EQ(secret_.text(), text);
+    EXPECT_EQ(std::string(secret_.text().data()), text) << "a NUL follows";
+  }
+}
+
+TEST_F(SecretTest, ACarriageReturnThatEndsNoLineBelongsToIt) {
+  write("word\r");
+  writingEnd_.reset();
+  EXPECT_TRUE(secret_.readFrom(readingEnd_.get(), true));
+  EXPECT_EQ(secret_.text(), "word\r");
+}
+
+TEST_F(SecretTest, TheLongestMayEndInBothCharactersAndInNoMore) {
+  const std::string longest(Secret::kLongest, 'x');
+  write(longest + "\r\n");
+  EXPECT_TRUE(secret_.readFrom(readingEnd_.get(), true));
+  EXPECT_EQ(secret_.text(), longest);
+  write(longest + "\rx\n");
+  EXPECT_FALSE(secret_.readFrom(readingEnd_.get(), true));
+  EXPECT_EQ(errno, EMSGSIZE);
+}
+
+TEST_F(SecretTest, TheLongestAndACarriageReturnWithoutALinesEndIsTooLong) {
+  write(std::string(Secret::kLongest, 'x') + "\r");
+  writingEnd_.reset();
+  EXPECT_FALSE(secret_.readFrom(readingEnd_.get(), true));
+  EXPECT_EQ(errno, EMSGSIZE);
+}
+
 TEST_F(SecretTest, TheLongestIsTakenAndOneMoreByteIsRefused) {
   write(std::string(Secret::kLongest, 'x') + "\n" + std::string(Secret::kLongest + 1, 'y') + "\n");
   EXPECT_TRUE(secret_.readFrom(readingEnd_.get(), true));
@@ -107,6 +142,25 @@ TEST_F(SecretTest, MovingTakesItAway) {
   EXPECT_EQ(other.text(), "word");
   secret_ = std::move(other);
   EXPECT_EQ(secret_.text(), "word");
+}
+
+TEST(ProcessWithSecretsTest, LeavesNoDumpWhileThereIsOne) {
+  ASSERT_EQ(prctl(PR_GET_DUMPABLE), 1);
+  {
+    Secret first;
+    EXPECT_EQ(prctl(PR_GET_DUMPABLE), 0);
+    auto second = std::make_unique<Secret>();
+    const Secret moved = std::move(first);
+    second.reset();
+    EXPECT_EQ(prctl(PR_GET_DUMPABLE), 0);
+  }
+  EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
+}
+
+TEST(ProcessWithSecretsTest, ItsOwnFilesStayWithinItsReach) {
+  const Secret secret;
+  EXPECT_GE(open("/proc/self/fd/0", O_PATH | O_CLOEXEC), 0);
+  EXPECT_TRUE(std::ifstream("/proc/self/maps").good());
 }
 
 TEST_F(SecretTest, ItsMemoryIsLockedAndKeptOutOfDumps) {

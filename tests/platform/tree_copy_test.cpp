@@ -23,7 +23,9 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/posix_file_manager.h"
+#include "platform/linux/unfinished_items.h"
 #include "tests/support/child_process.h"
+#include "tests/support/run_program.h"
 #include "tests/support/temporary_home.h"
 #include "tests/support/watching_observer.h"
 
@@ -33,8 +35,6 @@ namespace {
 namespace fs = std::filesystem;
 using test::forkChild;
 using test::ParentLink;
-
-constexpr uid_t kOtherUser = 65534;
 
 // Each test runs in a child with a mount namespace of its own, in which "far" is another file
 // system.
@@ -166,11 +166,10 @@ TEST_F(MoveAcrossFileSystemsTest, AUserWhoCannotGiveAwayFilesLosesTheSetUserIdBi
         ASSERT_EQ(chmod(home.path().c_str(), 0777), 0);
         make(at("file"));
         ASSERT_EQ(chmod(at("file").c_str(), 06755), 0);
-        ASSERT_EQ(setgid(kOtherUser), 0);
-        ASSERT_EQ(setuid(kOtherUser), 0);
+        ASSERT_TRUE(test::becomeNobody());
         EXPECT_EQ(files.moveItemAtPath(at("file"), far + "/file"), std::nullopt);
         EXPECT_EQ(statusOf(far + "/file").st_mode & 07777, 0755u);
-        EXPECT_EQ(statusOf(far + "/file").st_uid, kOtherUser);
+        EXPECT_EQ(statusOf(far + "/file").st_uid, test::kNobody);
       },
       "size=64m,mode=0777");
 }
@@ -179,8 +178,7 @@ TEST_F(MoveAcrossFileSystemsTest, AReadOnlyFileIsMoved) {
   withFar(
       [&] {
         ASSERT_EQ(chmod(home.path().c_str(), 0777), 0);
-        ASSERT_EQ(setgid(kOtherUser), 0);
-        ASSERT_EQ(setuid(kOtherUser), 0);
+        ASSERT_TRUE(test::becomeNobody());
         make(at("file"));
         ASSERT_EQ(chmod(at("file").c_str(), 0400), 0);
         EXPECT_EQ(files.moveItemAtPath(at("file"), far + "/file"), std::nullopt);
@@ -280,8 +278,7 @@ TEST_F(MoveAcrossFileSystemsTest, ADeviceThatMayNotBeMadeIsAnErrorAndTheSourceSt
         fs::create_directory(at("tree"));
         ASSERT_EQ(mknod(at("tree/device").c_str(), S_IFCHR | 0666, makedev(1, 3)), 0);
         for (const char* const path : {"", "tree"}) ASSERT_EQ(chmod(at(path).c_str(), 0777), 0);
-        ASSERT_EQ(setgid(kOtherUser), 0);
-        ASSERT_EQ(setuid(kOtherUser), 0);
+        ASSERT_TRUE(test::becomeNobody());
         const auto error = files.moveItemAtPath(at("tree"), far + "/tree");
         ASSERT_TRUE(error);
         EXPECT_EQ(error->code, EPERM);
@@ -370,8 +367,7 @@ TEST_F(MoveAcrossFileSystemsTest, AnUnreadableFileInATreeStopsTheMoveAndNothingS
         make(at("tree/secret"));
         ASSERT_EQ(chmod(at("tree/secret").c_str(), 0600), 0);
         for (const char* const path : {"", "tree"}) ASSERT_EQ(chmod(at(path).c_str(), 0777), 0);
-        ASSERT_EQ(setgid(kOtherUser), 0);
-        ASSERT_EQ(setuid(kOtherUser), 0);
+        ASSERT_TRUE(test::becomeNobody());
         const auto error = files.moveItemAtPath(at("tree"), far + "/tree");
         ASSERT_TRUE(error);
         EXPECT_EQ(error->code, EACCES);
@@ -391,8 +387,7 @@ TEST_F(MoveAcrossFileSystemsTest, ASourceFolderThatMayNotBeChangedIsFoundOutBefo
         ASSERT_EQ(chmod(at("closed/file").c_str(), 0644), 0);
         ASSERT_EQ(chmod(at("closed").c_str(), 0555), 0);
         ASSERT_EQ(chmod(home.path().c_str(), 0755), 0);
-        ASSERT_EQ(setgid(kOtherUser), 0);
-        ASSERT_EQ(setuid(kOtherUser), 0);
+        ASSERT_TRUE(test::becomeNobody());
         EXPECT_EQ(files.moveItemAtPath(at("closed/file"), far + "/file")->code, EACCES);
         EXPECT_TRUE(fs::exists(at("closed/file")));
         EXPECT_EQ(itemsIn(far), 0u);
@@ -408,13 +403,12 @@ TEST_F(MoveAcrossFileSystemsTest, WhenTheSourceCannotBeRemovedTheErrorSaysSoAndB
         ASSERT_EQ(chmod(at("tree/closed/file").c_str(), 0644), 0);
         ASSERT_EQ(chmod(at("tree/closed").c_str(), 0555), 0);
         for (const char* const path : {"", "tree"}) ASSERT_EQ(chmod(at(path).c_str(), 0777), 0);
-        ASSERT_EQ(setgid(kOtherUser), 0);
-        ASSERT_EQ(setuid(kOtherUser), 0);
+        ASSERT_TRUE(test::becomeNobody());
         const auto error = files.moveItemAtPath(at("tree"), far + "/tree");
         ASSERT_TRUE(error);
         EXPECT_EQ(error->code, EACCES);
         EXPECT_THAT(error->message, testing::AllOf(testing::StartsWith("Copied " + at("tree")),
-                                                   testing::HasSubstr("could not be removed"),
+                                                   testing::HasSubstr("is still there"),
                                                    testing::HasSubstr(at("tree/closed/file"))));
         EXPECT_EQ(text(at("tree/closed/file")), "text");
         EXPECT_EQ(text(far + "/tree/closed/file"), "text");
@@ -535,6 +529,34 @@ TEST_F(MoveAcrossFileSystemsTest, AReadOnlyTargetIsAnErrorAndTheSourceStays) {
     ASSERT_EQ(mount(nullptr, far.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
     EXPECT_EQ(files.moveItemAtPath(at("file"), far + "/file")->code, EROFS);
     EXPECT_EQ(text(at("file")), "text");
+  });
+}
+
+TEST_F(MoveAcrossFileSystemsTest, WhatAKilledMoveLeftIsRemovedAndTheSourceIsWhole) {
+  withFar([&] {
+    make(at("file"), std::string(3 << 20, 'x'));
+    auto child = forkChild([&](ParentLink&) {
+      // Ends it in the middle, as soon as the copy is that long.
+      const rlimit noDump{0, 0};
+      const rlimit limit{1 << 20, 1 << 20};
+      setrlimit(RLIMIT_CORE, &noDump);
+      setrlimit(RLIMIT_FSIZE, &limit);
+      files.moveItemAtPath(at("file"), far + "/file");
+      return 0;
+    });
+    EXPECT_EQ(child.waitForExit(), -SIGXFSZ);
+    EXPECT_EQ(itemsIn(far), 1u);
+    EXPECT_EQ(UnfinishedItem::removeLeftOvers().size(), 1u);
+    EXPECT_EQ(itemsIn(far), 0u);
+    EXPECT_EQ(text(at("file")).size(), std::size_t{3} << 20);
+  });
+}
+
+TEST_F(MoveAcrossFileSystemsTest, AMoveLeavesNoNote) {
+  withFar([&] {
+    make(at("file"));
+    EXPECT_EQ(files.moveItemAtPath(at("file"), far + "/file"), std::nullopt);
+    EXPECT_EQ(itemsIn(home.path() + "/.local/state/tervano/unfinished"), 0u);
   });
 }
 

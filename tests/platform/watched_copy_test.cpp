@@ -1,17 +1,23 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <thread>
 
 #include "archive/url.h"
+#include "platform/linux/descriptor.h"
 #include "platform/linux/posix_file_manager.h"
 #include "platform/linux/unfinished_items.h"
 #include "tests/support/child_process.h"
@@ -209,6 +215,117 @@ TEST_F(WatchedCopyTest, WhereNothingCanBeExchangedWhatCannotBeRemovedIsNamedAndT
   EXPECT_EQ(namesIn("to").size(), 2U);
 }
 
+// As an ordinary user, in a home of theirs; the same for a user who runs the tests.
+class OrdinaryCopyTest : public WatchedCopyTest {
+ protected:
+  // Stops the copy of "tree" once the copy of "tree/closed" is whole.
+  class StoppingObserver : public WatchingObserver {
+   public:
+    bool isCancelled() const override {
+      struct stat status {};
+      return !temporaries.empty() &&
+             stat((temporaries.front() + "/closed").c_str(), &status) == 0 &&
+             (status.st_mode & 0777) == mode;
+    }
+    mode_t mode = 0;
+  };
+
+  // What the copy said, and what lies in "to" and among the notes after it.
+  std::string afterStoppedCopy(mode_t mode) {
+    auto child = forkChild([&](ParentLink& parent) {
+      if (!becomeNobody()) return 98;
+      StoppingObserver observer;
+      observer.mode = mode;
+      const auto error = files_.performCopy({at("tree"), at("to/tree"), false, &observer});
+      parent.say(std::to_string(error ? error->code : 0) + " " +
+                 std::to_string(namesIn("to").size()));
+      return 0;
+    });
+    const auto said = child.hear();
+    EXPECT_EQ(child.waitForExit(), 0);
+    return said.value_or("");
+  }
+};
+
+TEST_F(OrdinaryCopyTest, AStopBehindAReadOnlyFolderLeavesNothing) {
+  make("tree/closed/inner/file");
+  giveToNobody(home_.path());
+  for (const char* const folder : {"tree/closed/inner", "tree/closed"}) {
+    ASSERT_EQ(chmod(at(folder).c_str(), 0555), 0);
+  }
+  EXPECT_EQ(afterStoppedCopy(0555), std::to_string(ECANCELED) + " 0");
+}
+
+TEST_F(OrdinaryCopyTest, AStopBehindAFolderThatIsClosedToItsOwnerLeavesNothing) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give folders to another user";
+  make("tree/closed/file");
+  giveToNobody(home_.path());
+  // Of another user, who lets all others in, but not themselves.
+  ASSERT_EQ(lchown(at("tree/closed").c_str(), 1234, 1234), 0);
+  ASSERT_EQ(chmod(at("tree/closed").c_str(), 0005), 0);
+  EXPECT_EQ(afterStoppedCopy(0005), std::to_string(ECANCELED) + " 0");
+}
+
+TEST_F(OrdinaryCopyTest, ATreeIsCopiedIntoAFolderThatMayBeWrittenButNotRead) {
+  make("tree/sub/file");
+  giveToNobody(home_.path());
+  ASSERT_EQ(chmod(at("to").c_str(), 0300), 0);
+  auto child = forkChild([&](ParentLink& parent) {
+    if (!becomeNobody()) return 98;
+    const auto error = copy("tree", "to/tree");
+    parent.say(error ? error->message : "none");
+    return 0;
+  });
+  EXPECT_EQ(child.hear(), "none");
+  EXPECT_EQ(child.waitForExit(), 0);
+  EXPECT_EQ(contentsOf(at("to/tree/sub/file")), "text");
+}
+
+// Where the flushes of many copies cost nothing.
+class MemoryCopyTest : private MemoryTemporaryFolder, public WatchedCopyTest {};
+
+TEST_F(MemoryCopyTest, WhatIsToBeReplacedMayGoAndComeMeanwhile) {
+  make("a", "new");
+  std::atomic<bool> ends{false};
+  std::thread other([&] {
+    while (!ends) {
+      const Descriptor file(open(at("to/a").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+      unlink(at("to/a").c_str());
+    }
+  });
+  std::vector<std::string> failures;
+  for (int turn = 0; turn < 20000; ++turn) {
+    if (const auto error = copy("a", "to/a", true)) failures.push_back(error->message);
+  }
+  ends = true;
+  other.join();
+  EXPECT_THAT(failures, testing::IsEmpty());
+}
+
+TEST_F(WatchedCopyTest, AnErrorSaysEachThingOnce) {
+  EXPECT_EQ(copy("gone", "to/a")->message,
+            "Could not copy " + at("gone") + " to " + at("to/a") + ": No such file or directory");
+  make("secret");
+  make("tree/sub/secret");
+  giveToNobody(home_.path());
+  for (const char* const path : {"secret", "tree/sub/secret"}) {
+    ASSERT_EQ(chmod(at(path).c_str(), 0), 0);
+  }
+  auto child = forkChild([&](ParentLink& parent) {
+    if (!becomeNobody()) return 98;
+    for (const char* const name : {"secret", "tree"}) {
+      const auto error = copy(name, std::string("to/") + name);
+      parent.say(error ? error->message : "none");
+    }
+    return 0;
+  });
+  EXPECT_EQ(child.hear(),
+            "Could not copy " + at("secret") + " to " + at("to/secret") + ": Permission denied");
+  EXPECT_EQ(child.hear(), "Could not copy " + at("tree") + " to " + at("to/tree") + ": " +
+                              at("tree/sub/secret") + ": Permission denied");
+  EXPECT_EQ(child.waitForExit(), 0);
+}
+
 // What a killed process leaves.
 class UnfinishedItemTest : public WatchedCopyTest {
  protected:
@@ -245,6 +362,105 @@ TEST_F(UnfinishedItemTest, FinishedWorkLeavesNoNote) {
   EXPECT_EQ(noteCount(), 0U);
 }
 
+TEST_F(UnfinishedItemTest, AnItemThatIsStillThereKeepsItsNote) {
+  const std::string path = at("to/.tervano-x");
+  {
+    const UnfinishedItem item(path);
+    make("to/.tervano-x/a");
+  }
+  EXPECT_EQ(noteCount(), 1U);
+  EXPECT_THAT(UnfinishedItem::removeLeftOvers(), ElementsAre(path));
+  EXPECT_EQ(noteCount(), 0U);
+}
+
+TEST_F(UnfinishedItemTest, WhatAKilledProcessLeftIsRemovedThoughItsModesForbidIt) {
+  giveToNobody(home_.path());
+  auto child = forkChild([&](ParentLink& parent) {
+    if (!becomeNobody()) return 98;
+    killAtWork(at("to/.tervano-x"), [&] {
+      make("to/.tervano-x/closed/a");
+      chmod(at("to/.tervano-x/closed").c_str(), 0);
+      chmod(at("to/.tervano-x").c_str(), 0555);
+    });
+    parent.say(std::to_string(UnfinishedItem::removeLeftOvers().size()));
+    return 0;
+  });
+  EXPECT_EQ(child.hear(), "1");
+  EXPECT_EQ(child.waitForExit(), 0);
+  EXPECT_TRUE(namesIn("to").empty());
+  EXPECT_EQ(noteCount(), 0U);
+}
+
+TEST_F(UnfinishedItemTest, TheUsersItemThatCouldNotBeReplacedIsNoUnfinishedWork) {
+  make("to/a/locked/inside", "old");
+  make("a", "new");
+  giveToNobody(home_.path());
+  ASSERT_EQ(chmod(at("to/a/locked").c_str(), 0555), 0);
+  auto child = forkChild([&](ParentLink& parent) {
+    if (!becomeNobody()) return 98;
+    // As a follower of the work does.
+    class NotingObserver : public WatchingObserver {
+     public:
+      void willMakeTemporary(const std::string& path) override { item = UnfinishedItem(path); }
+      UnfinishedItem item;
+    };
+    auto observer = std::make_optional<NotingObserver>();
+    files_.performCopy({at("a"), at("to/a"), true, &*observer});
+    observer.reset();
+    parent.say(std::to_string(noteCount()) + " " +
+               std::to_string(UnfinishedItem::removeLeftOvers().size()));
+    return 0;
+  });
+  EXPECT_EQ(child.hear(), "0 0");
+  EXPECT_EQ(child.waitForExit(), 0);
+  EXPECT_EQ(namesIn("to").size(), 2U);
+}
+
+TEST_F(UnfinishedItemTest, WhatAKilledProcessLeftIsRemovedThoughAnotherDeviceNumberCameByMounting) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to mount a file system";
+  make("disk/keep");
+  auto child = forkChild([&](ParentLink& parent) {
+    // The layers of a disk whose number is given anew by each mount.
+    const std::string layers = at("layers");
+    fs::create_directory(layers);
+    const auto isMounted = [&](const char* type, const std::string& on, const std::string& how) {
+      return mount("none", on.c_str(), type, 0, how.c_str()) == 0;
+    };
+    if (unshare(CLONE_NEWNS) != 0 ||
+        mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        !isMounted("tmpfs", layers, "size=1m")) {
+      return 98;
+    }
+    for (const char* const name : {"lower", "upper", "work"}) {
+      fs::create_directory(layers + "/" + name);
+    }
+    const std::string overlay =
+        "lowerdir=" + layers + "/lower,upperdir=" + layers + "/upper,workdir=" + layers + "/work";
+    const auto deviceOf = [&](const std::string& name) {
+      struct stat status {};
+      return stat(at(name).c_str(), &status) == 0 ? status.st_dev : 0;
+    };
+    if (!isMounted("overlay", at("disk"), overlay)) return 97;
+    make("disk/folder/other");
+    const dev_t before = deviceOf("disk/folder");
+    killAtWork(at("disk/folder/.tervano-x"), [&] { make("disk/folder/.tervano-x"); });
+    if (umount(at("disk").c_str()) != 0) return 96;
+    parent.say(std::to_string(UnfinishedItem::removeLeftOvers().size()) + " while it is away");
+    fs::create_directory(at("between"));
+    if (!isMounted("tmpfs", at("between"), "size=1m")) return 95;
+    if (!isMounted("overlay", at("disk"), overlay)) return 94;
+    parent.say(before == deviceOf("disk/folder") ? "the same number" : "another number");
+    parent.say(std::to_string(UnfinishedItem::removeLeftOvers().size()) + " when it is back");
+    parent.say(std::to_string(namesIn("disk/folder").size()) + " stays");
+    return 0;
+  });
+  EXPECT_EQ(child.hear(), "0 while it is away");
+  EXPECT_EQ(child.hear(), "another number");
+  EXPECT_EQ(child.hear(), "1 when it is back");
+  EXPECT_EQ(child.hear(), "1 stays");
+  EXPECT_EQ(child.waitForExit(), 0);
+}
+
 TEST_F(UnfinishedItemTest, WhatAKilledProcessLeftIsRemoved) {
   const std::string path = at("to/.tervano-\nx");
   killAtWork(path, [&] { make("to/.tervano-\nx/sub/a"); });
@@ -259,6 +475,7 @@ TEST_F(UnfinishedItemTest, WorkThatGoesOnIsLeftAlone) {
   auto child = working(at("to/.tervano-x"), [&] { make("to/.tervano-x"); });
   EXPECT_TRUE(UnfinishedItem::removeLeftOvers().empty());
   EXPECT_THAT(namesIn("to"), ElementsAre(".tervano-x"));
+  fs::remove(at("to/.tervano-x"));
   child.say("end");
   EXPECT_EQ(child.waitForExit(), 0);
   EXPECT_EQ(noteCount(), 0U);
@@ -292,10 +509,15 @@ TEST_F(UnfinishedItemTest, ALinkInTheItemsPlaceIsRemovedAndNotFollowed) {
 }
 
 TEST_F(UnfinishedItemTest, ANoteThatNamesAnythingElseRemovesNothing) {
-  struct stat status {};
-  ASSERT_EQ(stat(at("to").c_str(), &status), 0);
-  const std::string folder =
-      std::to_string(status.st_dev) + " " + std::to_string(status.st_ino) + "\n";
+  // What a true note of that folder begins with.
+  std::string folder;
+  {
+    const UnfinishedItem item(at("to/.tervano-x"));
+    const std::string note =
+        contentsOf(notes() + "/" + files_.contentsOfDirectoryAtPath(notes()).at(0));
+    folder = note.substr(0, note.find('\n') + 1);
+  }
+  ASSERT_GT(folder.size(), 1U);
   make("to/plain");
   for (const std::string& note :
        {folder + at("to/plain"), folder + "to/plain", folder, std::string("x"), std::string(),

@@ -22,15 +22,12 @@ namespace tervano {
 
 namespace {
 
+// How often what is to be replaced may go away and come back before the copy has its name.
+constexpr int kMostReplacements = 100;
 constexpr char kOurGroup[] = "Q4T7N2XR8K.com.vessok.tervano";
 
 bool isUsable(const std::string& path) {
   return !path.empty() && path.find('\0') == std::string::npos;
-}
-
-std::string withoutTrailingSlashes(std::string path) {
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
 }
 
 std::string temporaryName() {
@@ -117,60 +114,81 @@ std::string copyPhrase(const std::string& from, const std::string& to) {
   return "Could not copy " + from + " to " + to;
 }
 
-// Puts the whole copy in the place of what has its name.
-std::optional<Error> replaceWithCopy(const ItemPlace& to, const std::string& temporary,
-                                     const std::string& phrase) {
+// Gives the name of what lies there to the whole copy, and what lay there the hidden name
+// `replaced`. Answers 0 or the reason; then `replaced` is empty unless what lay there has that name
+// now.
+int takeName(const ItemPlace& to, const std::string& temporary, std::string& replaced) {
   const int folder = to.folder();
   const char* const name = to.name().c_str();
-  std::string replaced = temporary;
-  if (renameat2(folder, temporary.c_str(), folder, name, RENAME_EXCHANGE) != 0) {
-    // In two steps where the file system has no exchange.
-    int code = errno;
-    if (code == EINVAL || code == ENOSYS) {
-      replaced = temporaryName();
-      code = renameWithoutReplacing(folder, to.name(), folder, replaced);
-      if (code == 0) {
-        code = renameWithoutReplacing(folder, temporary, folder, to.name());
-        if (code != 0) renameWithoutReplacing(folder, replaced, folder, to.name());
-      }
-    }
-    if (code != 0) {
-      removeTree(folder, temporary, to.path());
-      return posixError(code, phrase);
-    }
+  if (renameat2(folder, temporary.c_str(), folder, name, RENAME_EXCHANGE) == 0) {
+    replaced = temporary;
+    return 0;
   }
-  auto error = removeTree(folder, replaced, to.path());
-  if (error) {
-    error->message = phrase + ": what it replaces is now called " + replaced +
-                     " and could not be removed: " + error->message;
+  if (errno != EINVAL && errno != ENOSYS) return errno;
+  // In two steps where the file system has no exchange.
+  const std::string aside = temporaryName();
+  if (const int code = renameWithoutReplacing(folder, to.name(), folder, aside)) return code;
+  const int code = renameWithoutReplacing(folder, temporary, folder, to.name());
+  if (code == 0 || renameWithoutReplacing(folder, aside, folder, to.name()) != 0) replaced = aside;
+  return code;
+}
+
+std::optional<Error> removeReplaced(const ItemPlace& to, const std::string& temporary,
+                                    const std::string& replaced, const std::string& phrase) {
+  auto error = removeTree(to.folder(), replaced, to.path());
+  if (!error) return std::nullopt;
+  std::string kept = replaced;
+  // The copy's hidden name is noted as unfinished work of ours, and this is the user's.
+  if (kept == temporary) {
+    const std::string aside = temporaryName();
+    if (renameWithoutReplacing(to.folder(), kept, to.folder(), aside) == 0) kept = aside;
   }
+  error->message = phrase + ": what it replaces is now called " + kept + ". " + error->message;
   return error;
 }
 
-// Copies under a hidden name, then renames into place.
+// Gives the whole copy its own name.
+std::optional<Error> putInPlace(const ItemPlace& to, const std::string& temporary, bool replaces,
+                                const std::string& phrase) {
+  for (int attempt = 1;; ++attempt) {
+    std::string replaced;
+    int code = renameWithoutReplacing(to.folder(), temporary, to.folder(), to.name());
+    if (code == EEXIST && replaces) {
+      code = takeName(to, temporary, replaced);
+      // What had the name went away in between.
+      if (code == ENOENT && attempt < kMostReplacements) continue;
+    }
+    if (code == 0) {
+      flushFolder(to.folder());
+      return replaced.empty() ? std::nullopt : removeReplaced(to, temporary, replaced, phrase);
+    }
+    removeOwnTree(to.folder(), temporary, to.path());
+    Error error = posixError(code, phrase);
+    if (!replaced.empty()) error.message += "; what it replaces is now called " + replaced;
+    return error;
+  }
+}
+
+// Copies under a hidden name, then renames into place. An observer notes the hidden name, else it
+// is done here.
 std::optional<Error> copyIntoPlace(const ItemPlace& from, const ItemPlace& to,
                                    const std::string& phrase, CopiedItems* copied,
                                    const ItemCopy& copy) {
   const std::string temporary = temporaryName();
+  const std::string hidden =
+      appendingPathComponent(deletingLastPathComponent(to.path()), temporary);
+  UnfinishedItem note;
   if (copy.observer != nullptr) {
-    copy.observer->willMakeTemporary(
-        appendingPathComponent(deletingLastPathComponent(to.path()), temporary));
+    copy.observer->willMakeTemporary(hidden);
+  } else {
+    note = UnfinishedItem(hidden);
   }
   if (auto error = copyTree({from.folder(), from.name(), from.path()},
                             {to.folder(), temporary, to.path()}, copied, copy.observer)) {
     error->message = phrase + ": " + error->message;
     return error;
   }
-  if (const int code = renameWithoutReplacing(to.folder(), temporary, to.folder(), to.name())) {
-    if (code == EEXIST && copy.replaces) {
-      if (auto error = replaceWithCopy(to, temporary, phrase)) return error;
-    } else {
-      removeTree(to.folder(), temporary, to.path());
-      return posixError(code, phrase);
-    }
-  }
-  flushFolder(to.folder());
-  return std::nullopt;
+  return putInPlace(to, temporary, copy.replaces, phrase);
 }
 
 // Moves between file systems: a copy under a hidden name, flushed, then renamed into place, then
@@ -189,11 +207,11 @@ std::optional<Error> moveByCopying(const ItemPlace& from, const ItemPlace& to,
   const RemovalFilter onlyCopied = [&copied](const struct stat& status, const std::string& path) {
     return copied.contains(status)
                ? std::nullopt
-               : std::optional(posixError(EBUSY, path + " changed while it was being moved"));
+               : std::optional(Error{"POSIX", EBUSY, path + " changed while it was being moved"});
   };
   if (auto error = removeTree(from.folder(), from.name(), from.path(), onlyCopied)) {
     error->message = "Copied " + from.path() + " to " + to.path() +
-                     ", but the original could not be removed: " + error->message;
+                     ", but the original is still there. " + error->message;
     return error;
   }
   return std::nullopt;
@@ -308,7 +326,7 @@ bool PosixFileManager::fileExistsAtPath(const std::string& path) const {
 
 bool PosixFileManager::itemExistsAtPath(const std::string& path) const {
   struct stat status {};
-  return isUsable(path) && lstat(withoutTrailingSlashes(path).c_str(), &status) == 0;
+  return isUsable(path) && lstat(std::string(withoutTrailingSlashes(path)).c_str(), &status) == 0;
 }
 
 bool PosixFileManager::isDirectoryAtPath(const std::string& path) const {
@@ -347,7 +365,7 @@ std::optional<Error> PosixFileManager::createDirectoryAtPath(const std::string& 
     return posixError(code, "Could not create the folder " + folder);
   };
   if (!isUsable(path)) return failure(EINVAL, path);
-  const std::string folder = withoutTrailingSlashes(path);
+  const std::string folder(withoutTrailingSlashes(path));
   if (mkdir(folder.c_str(), 0700) == 0) return std::nullopt;
   const int reason = errno;
   if (!withIntermediates) return failure(reason, folder);
@@ -416,7 +434,7 @@ std::optional<Error> PosixFileManager::setAttributesOfItemAtPath(const FileAttri
     --seconds;
   }
   const struct timespec times[2] = {{0, UTIME_OMIT}, {seconds, nanoseconds}};
-  const std::string item = withoutTrailingSlashes(path);
+  const std::string item(withoutTrailingSlashes(path));
   if (utimensat(AT_FDCWD, item.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
     return posixError(errno, phrase);
   }
@@ -433,8 +451,8 @@ std::optional<Error> PosixFileManager::performMove(const ItemMove& move) {
   const std::string& to = move.to;
   // The usual case in one step; whatever stands in its way is found out below.
   if (isUsable(from) && isUsable(to) &&
-      renameat2(AT_FDCWD, withoutTrailingSlashes(from).c_str(), AT_FDCWD,
-                withoutTrailingSlashes(to).c_str(), RENAME_NOREPLACE) == 0) {
+      renameat2(AT_FDCWD, std::string(withoutTrailingSlashes(from)).c_str(), AT_FDCWD,
+                std::string(withoutTrailingSlashes(to)).c_str(), RENAME_NOREPLACE) == 0) {
     return std::nullopt;
   }
   const ItemPlace source(from);

@@ -6,8 +6,9 @@
 namespace tervano {
 
 // A password in memory of its own: kept out of the swap space and of memory dumps as far as the
-// system permits, and overwritten when it is let go. At most kLongest bytes, none of them NUL.
-// Move-only. One thread at a time.
+// system permits, and overwritten when it is let go. While there is one, the process leaves no
+// memory dump at all and other processes of the user cannot look into it (PR_SET_DUMPABLE). At most
+// kLongest bytes, none of them NUL. Move-only. One thread at a time.
 class Secret {
  public:
   static constexpr std::size_t kLongest = 1023;
@@ -19,9 +20,9 @@ class Secret {
   ~Secret();
 
   // Reads what a descriptor holds into this secret, up to its end, or up to one line's end when
-  // `line`; the line end is left out. False with errno set when it cannot be read (EINTR for a
-  // signal, EAGAIN when nothing more is there yet), is longer than kLongest (EMSGSIZE), or has a
-  // NUL in it (EINVAL); the secret is empty then.
+  // `line`; the line end, "\n" or "\r\n", is left out. False with errno set when it cannot be read
+  // (EINTR for a signal, EAGAIN when nothing more is there yet), is longer than kLongest
+  // (EMSGSIZE), or has a NUL in it (EINVAL); the secret is empty then.
   bool readFrom(int descriptor, bool line);
 
   bool empty() const { return size_ == 0; }

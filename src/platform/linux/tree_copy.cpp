@@ -224,7 +224,7 @@ class TreeCopier {
         if (auto error = copyEntry(name)) return error;
       }
     }
-    return flushTree();
+    return std::nullopt;
   }
 
  private:
@@ -241,8 +241,13 @@ class TreeCopier {
     return name.empty() ? path : path + "/" + name;
   }
 
+  // Of the item in the current folder, or of that folder itself.
   Error failure(const std::string& name, int code = errno) const {
-    return posixError(code, "Could not copy " + pathOf(name));
+    const std::string path = pathOf(name);
+    Error error = posixError(code, path);
+    // Whoever copies the source names it.
+    if (name.empty() && folders_.size() <= 1) error.message.erase(0, path.size() + 2);
+    return error;
   }
 
   std::optional<Error> enter(const std::string& name, bool isTop) {
@@ -274,6 +279,8 @@ class TreeCopier {
     // Up first: the mode that the folder gets now may forbid searching it.
     if (!isTop && (!from_.leave() || !to_.leave())) return failure("");
     if (!copyProperties(from.get(), to.get(), folders_.back().status)) return failure("");
+    // One flush of the file system costs less than one for each file.
+    if (isTop && syncfs(to.get()) != 0) return failure("");
     folders_.pop_back();
     return std::nullopt;
   }
@@ -327,7 +334,11 @@ class TreeCopier {
       struct stat after {};
       if (fstat(source.get(), &after) != 0) return failure(shown);
       if (sameContent(status, after)) break;
-      if (attempt == kMostAttempts) return failure(shown + " (it keeps changing)", EBUSY);
+      if (attempt == kMostAttempts) {
+        Error error = failure(shown, EBUSY);
+        error.message += " (it keeps changing)";
+        return error;
+      }
       status = after;
       if (ftruncate(target.get(), 0) != 0) return failure(shown);
     }
@@ -388,12 +399,6 @@ class TreeCopier {
     return std::nullopt;
   }
 
-  // One flush of the file system costs less than one for each file.
-  std::optional<Error> flushTree() {
-    if (syncfs(target_.parent) != 0) return failure("");
-    return std::nullopt;
-  }
-
   const TreePlace& source_;
   const TreePlace& target_;
   CopiedItems* const copied_;
@@ -427,7 +432,7 @@ std::optional<Error> copyTree(const TreePlace& source, const TreePlace& target, 
     return posixError(EEXIST, target.path);
   }
   auto error = TreeCopier(source, target, copied, observer).copy();
-  if (error) removeTree(target.parent, target.name, target.path);
+  if (error) removeOwnTree(target.parent, target.name, target.path);
   return error;
 }
 

@@ -46,7 +46,8 @@ class CopiedItems {
 // that keeps changing while it is read, and a folder on which something is mounted, are errors
 // (EBUSY). Trees of any depth, with a bounded number of descriptors.
 //
-// On failure whatever was made at `target` is removed again. `copied`, when given, receives what
+// On failure whatever was made at `target` is removed again. The error's message is the reason,
+// after the path of the item unless that is the source itself. `copied`, when given, receives what
 // was read; `observer` hears of the bytes and may stop the copy. Blocking; any thread.
 std::optional<Error> copyTree(const TreePlace& source, const TreePlace& target,
                               CopiedItems* copied = nullptr, WorkObserver* observer = nullptr);

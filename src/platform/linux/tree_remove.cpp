@@ -14,7 +14,19 @@ namespace {
 // Ends the walk at the first failure.
 class TreeRemover : public TreeVisitor {
  public:
-  explicit TreeRemover(const RemovalFilter& filter) : filter_(filter) {}
+  explicit TreeRemover(const RemovalFilter& filter, bool opensFolders = false)
+      : filter_(filter), opensFolders_(opensFolders) {}
+
+  void willEnterFolder(const TreeItem& item) override {
+    struct stat status {};
+    if (!opensFolders_ ||
+        fstatat(item.folder(), item.name().c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+        status.st_uid != geteuid() || (status.st_mode & S_IRWXU) == S_IRWXU) {
+      return;
+    }
+    // A failure shows when the folder is entered or emptied.
+    fchmodat(item.folder(), item.name().c_str(), S_IRWXU, AT_SYMLINK_NOFOLLOW);
+  }
 
   bool visitItem(const TreeItem& item) override {
     if (filter_) {
@@ -44,6 +56,7 @@ class TreeRemover : public TreeVisitor {
 
  private:
   const RemovalFilter& filter_;
+  const bool opensFolders_;
   std::optional<Error> error_;
 };
 
@@ -52,6 +65,13 @@ class TreeRemover : public TreeVisitor {
 std::optional<Error> removeTree(int parent, const std::string& name, const std::string& path,
                                 const RemovalFilter& filter) {
   TreeRemover remover(filter);
+  walkTree(parent, name, path, remover);
+  return remover.error();
+}
+
+std::optional<Error> removeOwnTree(int parent, const std::string& name, const std::string& path) {
+  const RemovalFilter none;
+  TreeRemover remover(none, true);
   walkTree(parent, name, path, remover);
   return remover.error();
 }

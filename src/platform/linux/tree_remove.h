@@ -22,4 +22,8 @@ using RemovalFilter =
 std::optional<Error> removeTree(int parent, const std::string& name, const std::string& path,
                                 const RemovalFilter& filter = nullptr);
 
+// The same for what is our own work and not the user's, whatever the modes it has got: folders of
+// this user that are closed to their owner are opened for it first.
+std::optional<Error> removeOwnTree(int parent, const std::string& name, const std::string& path);
+
 }  // namespace tervano

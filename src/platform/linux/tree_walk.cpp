@@ -54,6 +54,7 @@ class TreeWalk {
 
   bool enter(const TreeItem& item) {
     if (isMountPoint(item.folder(), item.name())) return visitor_.visitMount(item);
+    visitor_.willEnterFolder(item);
     const bool entered =
         item.isTop() ? cursor_.begin(item.folder(), item.name()) : cursor_.enter(item.name());
     if (!entered) return errno == ENOENT && !item.isTop() ? true : visitor_.fail(item, errno);

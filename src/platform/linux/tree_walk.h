@@ -30,6 +30,8 @@ class TreeItem {
 class TreeVisitor {
  public:
   virtual ~TreeVisitor() = default;
+  // A folder that is about to be opened, after it was found not to be mounted.
+  virtual void willEnterFolder(const TreeItem& item) { static_cast<void>(item); }
   // Comes before everything that lies in the folder.
   virtual bool enterFolder(int folder, const std::string& path) {
     static_cast<void>(folder);

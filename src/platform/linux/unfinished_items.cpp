@@ -1,11 +1,14 @@
 #include "platform/linux/unfinished_items.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <optional>
 #include <sstream>
 
@@ -36,16 +39,44 @@ bool makeNotesFolder() {
   return true;
 }
 
-// An item as a note names it: the folder by its number too, since another may get its path.
+// What tells a folder from another that gets its path. It is the same after the disk was mounted
+// again, which the number of a device is not.
+struct FolderIdentity {
+  // 0 where folders are numbered anew by each mount.
+  std::uint64_t number = 0;
+  // When the folder was made; 0 where the file system does not keep it.
+  std::int64_t seconds = 0;
+  std::uint32_t nanoseconds = 0;
+
+  friend bool operator==(const FolderIdentity&, const FolderIdentity&) = default;
+};
+
+std::optional<FolderIdentity> identityOf(int folder) {
+  struct statx status {};
+  struct statfs volume {};
+  if (statx(folder, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &status) != 0 ||
+      fstatfs(folder, &volume) != 0) {
+    return std::nullopt;
+  }
+  FolderIdentity identity;
+  const auto type = static_cast<std::uint64_t>(volume.f_type);
+  if (type != MSDOS_SUPER_MAGIC && type != EXFAT_SUPER_MAGIC) identity.number = status.stx_ino;
+  if ((status.stx_mask & STATX_BTIME) != 0) {
+    identity.seconds = status.stx_btime.tv_sec;
+    identity.nanoseconds = status.stx_btime.tv_nsec;
+  }
+  return identity;
+}
+
 struct NotedItem {
-  dev_t device = 0;
-  ino_t inode = 0;
+  FolderIdentity identity;
   std::string folder;
   std::string name;
 };
 
-std::string noteText(const struct stat& folder, const std::string& path) {
-  return std::to_string(folder.st_dev) + " " + std::to_string(folder.st_ino) + "\n" + path;
+std::string noteText(const FolderIdentity& folder, const std::string& path) {
+  return std::to_string(folder.number) + " " + std::to_string(folder.seconds) + " " +
+         std::to_string(folder.nanoseconds) + "\n" + path;
 }
 
 std::optional<NotedItem> readNote(int note) {
@@ -57,7 +88,10 @@ std::optional<NotedItem> readNote(int note) {
   if (lineEnd == std::string::npos) return std::nullopt;
   NotedItem item;
   std::istringstream numbers(text.substr(0, lineEnd));
-  if (!(numbers >> item.device >> item.inode)) return std::nullopt;
+  FolderIdentity& identity = item.identity;
+  if (!(numbers >> identity.number >> identity.seconds >> identity.nanoseconds)) {
+    return std::nullopt;
+  }
   const std::string path = text.substr(lineEnd + 1);
   item.folder = deletingLastPathComponent(path);
   item.name = lastPathComponent(path);
@@ -70,24 +104,25 @@ std::optional<NotedItem> readNote(int note) {
 enum class LeftOver { removed, gone, kept };
 
 LeftOver removeNoted(const NotedItem& item) {
-  const Descriptor folder(open(item.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor folder(open(item.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!folder || identityOf(folder.get()) != item.identity) return LeftOver::kept;
   struct stat status {};
-  if (!folder || fstat(folder.get(), &status) != 0) return LeftOver::kept;
-  if (status.st_dev != item.device || status.st_ino != item.inode) return LeftOver::kept;
   if (fstatat(folder.get(), item.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return errno == ENOENT ? LeftOver::gone : LeftOver::kept;
   }
   if (status.st_uid != geteuid()) return LeftOver::kept;
-  const auto error = removeTree(folder.get(), item.name, item.folder + "/" + item.name);
+  const auto error = removeOwnTree(folder.get(), item.name, item.folder + "/" + item.name);
   return error ? LeftOver::kept : LeftOver::removed;
 }
 
 }  // namespace
 
 UnfinishedItem::UnfinishedItem(const std::string& path) {
-  struct stat folder {};
-  if (stat(deletingLastPathComponent(path).c_str(), &folder) != 0 || !makeNotesFolder()) return;
-  const std::string text = noteText(folder, path);
+  const Descriptor folder(
+      open(deletingLastPathComponent(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const auto identity = folder ? identityOf(folder.get()) : std::nullopt;
+  if (!identity || !makeNotesFolder()) return;
+  const std::string text = noteText(*identity, path);
   if (text.size() > kLongestNote) return;
   // Somebody who looks for left-overs may take a note in the moment before it is locked.
   for (int attempt = 0; attempt < 3; ++attempt) {
@@ -97,6 +132,7 @@ UnfinishedItem::UnfinishedItem(const std::string& path) {
     if (!file || flock(file.get(), LOCK_EX) != 0 || fstat(file.get(), &status) != 0) return;
     if (status.st_nlink == 0) continue;
     note_ = note;
+    path_ = path;
     lock_ = std::move(file);
     if (!writeFully(lock_.get(), text.data(), text.size())) forget();
     return;
@@ -107,6 +143,7 @@ UnfinishedItem& UnfinishedItem::operator=(UnfinishedItem&& other) noexcept {
   if (this == &other) return *this;
   forget();
   note_ = std::move(other.note_);
+  path_ = std::move(other.path_);
   lock_ = std::move(other.lock_);
   return *this;
 }
@@ -116,7 +153,10 @@ UnfinishedItem::~UnfinishedItem() {
 }
 
 void UnfinishedItem::forget() {
-  if (lock_) unlink(note_.c_str());
+  if (!lock_) return;
+  struct stat status {};
+  // An item that could not be removed keeps its note, for whoever looks for left-overs next.
+  if (lstat(path_.c_str(), &status) != 0) unlink(note_.c_str());
   lock_.reset();
 }
 

@@ -9,8 +9,9 @@ namespace tervano {
 
 // A note of this user that an unfinished item lies under a hidden name somewhere, for as long as it
 // does. When the process is killed the note stays, and the next start finds the item by it and
-// removes it. Notes are files in $XDG_STATE_HOME/tervano/unfinished, locked by the process that
-// works. A note that cannot be written does not hold the work up. Move-only; one thread at a time.
+// removes it; so does the next one when the item is still there although the work has ended. Notes
+// are files in $XDG_STATE_HOME/tervano/unfinished, locked by the process that works. A note that
+// cannot be written does not hold the work up. Move-only; one thread at a time.
 class UnfinishedItem {
  public:
   UnfinishedItem() = default;
@@ -34,6 +35,7 @@ class UnfinishedItem {
   void forget();
 
   std::string note_;
+  std::string path_;
   Descriptor lock_;
 };
 
