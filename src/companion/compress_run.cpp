@@ -55,6 +55,13 @@ std::vector<PackedItem> itemsOf(const std::vector<std::string>& paths) {
   return items;
 }
 
+// So that the name, too, outlives a loss of power. Not every folder can be flushed.
+void flushFolderOf(const std::string& path) {
+  const Descriptor folder(
+      open(deletingLastPathComponent(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder && fsync(folder.get()) != 0) errno = 0;
+}
+
 std::string counted(std::size_t count, const std::string& one, const std::string& many) {
   return count == 1 ? "1 " + one : std::to_string(count) + " " + many;
 }
@@ -123,36 +130,49 @@ class CompressRun {
     for (int attempt = 1;; ++attempt) {
       made_ = vx_nextAvailablePath(wanted_);
       auto error = platform().fileManager->moveItemAtPath(temporary, made_);
+      if (!error) flushFolderOf(made_);
       if (!error || error->code != EEXIST || attempt == kMostArchiveNames) return error;
     }
   }
 
   void report() const {
+    for (const auto& path : packed_.links) log("Packed as a link: " + path);
     for (const auto& path : packed_.leftOut) log("Not packed, since it has no content: " + path);
     for (const auto& path : packed_.respelled) log("Packed under another name: " + path);
     if (TVUserDefaults::create()->disableActionNotifications()) return;
     UserNotification notification;
     notification.title = "Tervano";
     std::string text = "Finished compressing '" + lastPathComponent(made_) + "'";
-    if (!packed_.leftOut.empty()) {
-      text += ". " +
-              counted(packed_.leftOut.size(), "socket, pipe or device was",
-                      "sockets, pipes or devices were") +
-              " left out";
-    }
-    if (!packed_.respelled.empty()) {
-      text += ". " +
-              counted(packed_.respelled.size(), "name that is not UTF-8 is",
-                      "names that are not UTF-8 are") +
-              " spelled with %";
-    }
-    if (!packed_.leftOut.empty() || !packed_.respelled.empty()) text += ".";
+    const auto remarks = remarksOnPacked();
+    for (const auto& remark : remarks) text += ". " + remark;
+    if (!remarks.empty()) text += ".";
     notification.informativeText = std::move(text);
     notification.userInfo["path"] = made_;
     notification.actionButtonTitle = "Show";
     notification.hasActionButton = true;
     notification.soundName = kUserNotificationDefaultSoundName;
     platform().userNotifications->deliverNotification(notification);
+  }
+
+  // What the user may not expect of the archive.
+  std::vector<std::string> remarksOnPacked() const {
+    std::vector<std::string> remarks;
+    if (!packed_.links.empty()) {
+      remarks.push_back(counted(packed_.links.size(), "item is a link and was packed as one",
+                                "items are links and were packed as such") +
+                        ", without what is behind");
+    }
+    if (!packed_.leftOut.empty()) {
+      remarks.push_back(counted(packed_.leftOut.size(), "socket, pipe or device was",
+                                "sockets, pipes or devices were") +
+                        " left out");
+    }
+    if (!packed_.respelled.empty()) {
+      remarks.push_back(counted(packed_.respelled.size(), "name that is not UTF-8 is",
+                                "names that are not UTF-8 are") +
+                        " spelled with %");
+    }
+    return remarks;
   }
 
   const std::string wanted_;

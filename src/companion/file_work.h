@@ -44,6 +44,8 @@ struct FileWorkOutcome {
   bool cancelled = false;
   // Why it failed, when it is known.
   std::optional<Error> error;
+  // Where the items lie that are finished, also when the work failed or was stopped after them.
+  std::vector<std::string> finished = {};
 };
 using FileWorkEnd = std::function<void(const FileWorkOutcome&)>;
 

@@ -348,9 +348,13 @@ std::vector<Command> runCommands() {
          "nothing when it is run says so. A tool that wrote an error, "
          "ended badly or could not be started is a failure too.",
          "What compresses asks for the password on the terminal, unseen, else in a window. An "
-         "interrupt stops copying and compressing, and nothing unfinished stays."},
+         "interrupt stops copying and compressing, and nothing unfinished stays. A link is packed "
+         "as "
+         "a link, without what it points to."},
         {{"--yes", "Removes without asking."},
-         {"--password-fd N", "Reads the password from the first line of that open descriptor."},
+         {"--password-fd N",
+          "Reads the password from the first line of that open descriptor; a carriage return "
+          "before the end of the line is left out, too."},
          {"--dry-run",
           "Does nothing, and shows one line for each thing that would be done: \"run\" with the "
           "program and every argument, \"move\", \"copy\" and \"remove\" with the exact paths, "

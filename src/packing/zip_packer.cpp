@@ -131,7 +131,10 @@ class ZipPacker : public TreeVisitor {
     if (status.st_dev == device_ && status.st_ino == inode_) return true;
     archive_entry_clear(entry_.get());
     if (S_ISREG(status.st_mode)) return packFile(item, path);
-    if (S_ISLNK(status.st_mode)) return packLink(item, path, status);
+    if (S_ISLNK(status.st_mode)) {
+      if (item.isTop()) report_.links.push_back(source_);
+      return packLink(item, path, status);
+    }
     report_.leftOut.push_back(sourceOf(path));
     return true;
   }

@@ -26,6 +26,8 @@ struct PackReport {
   // What has another name in the archive, which holds only names in UTF-8: the bytes of the others
   // that are not ASCII are spelled %XX.
   std::vector<std::string> respelled;
+  // The items themselves, not what lies in them, that are symbolic links.
+  std::vector<std::string> links;
 };
 
 // Where an archive is written to.

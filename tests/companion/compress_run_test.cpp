@@ -177,6 +177,22 @@ TEST_F(CompressRunTest, WhatIsLeftOutOrRespelledIsTold) {
               testing::Contains("Not packed, since it has no content: " + at("docs/tree/pipe")));
 }
 
+TEST_F(CompressRunTest, AChosenLinkIsPackedAsALinkAndThatIsTold) {
+  fs::create_symlink(make("docs/target"), at("docs/link"));
+  EXPECT_TRUE(compress({at("docs/link")}).success);
+  EXPECT_EQ(told(),
+            "Finished compressing 'link.zip'. 1 item is a link and was packed as one, without what "
+            "is behind.");
+  EXPECT_THAT(log_.lines(), testing::Contains("Packed as a link: " + at("docs/link")));
+}
+
+TEST_F(CompressRunTest, ALinkInsideAChosenFolderIsNothingToTell) {
+  make("docs/tree/a");
+  fs::create_symlink("a", at("docs/tree/link"));
+  EXPECT_TRUE(compress({at("docs/tree")}).success);
+  EXPECT_EQ(told(), "Finished compressing 'tree.zip'");
+}
+
 TEST_F(CompressRunTest, ThePreferenceSwitchesTheNotificationOff) {
   TVUserDefaults::create()->setDisableActionNotifications(true);
   EXPECT_TRUE(compress({make("docs/a")}).success);

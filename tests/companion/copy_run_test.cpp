@@ -97,6 +97,34 @@ TEST_F(CopyRunTest, OverwritingSkipsAndCountsWhatLiesThereAlready) {
   EXPECT_EQ(told(), "Finished copying 'a.txt'");
 }
 
+TEST_F(CopyRunTest, OverwritingNeverReplacesWhatTheSameRunHasCopied) {
+  overwrite();
+  make("to/a.txt", "old");
+  const auto outcome = copy({make("one/a.txt", "1"), make("two/a.txt", "2")});
+  EXPECT_TRUE(outcome.success);
+  EXPECT_EQ(contentsOf(at("to/a.txt")), "1");
+  EXPECT_EQ(contentsOf(at("to/a 2.txt")), "2");
+  EXPECT_THAT(outcome.finished, ElementsAre(at("to/a.txt"), at("to/a 2.txt")));
+}
+
+TEST_F(CopyRunTest, OverwritingNeverReplacesWhatIsYetToBeCopied) {
+  overwrite();
+  make("to/a.txt", "there");
+  EXPECT_TRUE(copy({make("one/a.txt", "1"), at("to/a.txt")}).success);
+  EXPECT_EQ(contentsOf(at("to/a.txt")), "there");
+  EXPECT_EQ(contentsOf(at("to/a 2.txt")), "1");
+}
+
+TEST_F(CopyRunTest, OverwritingNeverReplacesAFolderWithAnItemThatIsYetToBeCopied) {
+  overwrite();
+  make("to/a/inner/b", "there");
+  fs::create_directory_symlink(at("to/a/inner"), at("way"));
+  EXPECT_TRUE(copy({make("one/a", "1"), at("way/b")}).success);
+  EXPECT_EQ(contentsOf(at("to/a/inner/b")), "there");
+  EXPECT_EQ(contentsOf(at("to/a 2")), "1");
+  EXPECT_EQ(contentsOf(at("to/b")), "there");
+}
+
 TEST_F(CopyRunTest, OverwritingNeverRemovesWhatHoldsTheSource) {
   overwrite();
   make("to/a/a", "inner");
@@ -144,6 +172,10 @@ TEST_F(CopyRunTest, AFailureKeepsWhatWasCopiedAndEndsTheRun) {
   const auto outcome = copy({make("a"), at("gone"), make("b")});
   EXPECT_FALSE(outcome.success);
   EXPECT_FALSE(outcome.cancelled);
+  EXPECT_THAT(outcome.finished, ElementsAre(at("to/a")));
+  EXPECT_EQ(outcome.error->message, "Could not copy " + at("gone") + " to " + at("to/gone") +
+                                        ": No such file or directory; 1 of 3 items was copied "
+                                        "before");
   EXPECT_THAT(namesIn("to"), ElementsAre("a"));
   EXPECT_THAT(told(), testing::StartsWith("An error occurred while copying these files. "));
   EXPECT_THAT(told(), HasSubstr(at("gone")));
@@ -231,6 +263,7 @@ TEST_F(CopyRunTest, AStopEndsTheRunQuietlyAndKeepsWhatIsWhole) {
   const auto outcome = copy({make("first"), make("second"), make("third")});
   EXPECT_FALSE(outcome.success);
   EXPECT_TRUE(outcome.cancelled);
+  EXPECT_THAT(outcome.finished, ElementsAre(at("to/first")));
   EXPECT_THAT(namesIn("to"), ElementsAre("first"));
   EXPECT_TRUE(notifications_.delivered().empty());
   EXPECT_TRUE(workspace_.revealed().empty());
