@@ -1,10 +1,13 @@
 #include "companion/action_exchange.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
+#include <system_error>
 
 #include "actions/tv_apple_script_action.h"
 #include "actions/tv_bundled_script_action.h"
@@ -41,7 +44,7 @@ using ExchangeJson = nlohmann::ordered_json;
 constexpr char kClassKey[] = "class";
 constexpr char kDataKey[] = "$data";
 constexpr char kUrlKey[] = "$url";
-constexpr std::size_t kShownScriptBytes = 16'384;
+constexpr std::uintmax_t kLongestShownScript = std::uintmax_t{1} << 20;
 constexpr int kMaximumJsonDepth = 64;
 
 ExchangeJson jsonOfArchived(const Value& value) {
@@ -173,23 +176,41 @@ std::string pathOf(const std::optional<Url>& url) {
   return url ? url->path() : "(nothing)";
 }
 
-void appendScript(const std::string& path, std::vector<std::string>& lines) {
+// The script is shown whole or not at all: in what is left out could be anything.
+void appendScript(const std::string& path, ActionCommands& commands) {
   const auto& files = *platform().fileManager;
   if (!files.fileExistsAtPath(path)) {
-    lines.emplace_back("that file is not here");
+    commands.lines.emplace_back("that file is not here");
     return;
   }
-  const auto bytes = files.contentsAtPath(path);
+  std::error_code unknown;
+  const auto size = std::filesystem::file_size(path, unknown);
+  const bool isLong = !unknown && size > kLongestShownScript;
+  const auto bytes = isLong ? std::nullopt : files.contentsAtPath(path);
+  if (isLong || (bytes && bytes->size() > kLongestShownScript)) {
+    commands.areWhole = false;
+    commands.lines.emplace_back(
+        "NOT SHOWN: that file is longer than a megabyte; a program such as \"less\" shows it");
+    return;
+  }
   if (!bytes) {
-    lines.emplace_back("that file cannot be read");
+    commands.lines.emplace_back("that file cannot be read");
     return;
   }
-  const std::size_t shown = std::min(bytes->size(), kShownScriptBytes);
-  std::istringstream text(
-      std::string(bytes->begin(), bytes->begin() + static_cast<std::ptrdiff_t>(shown)));
-  for (std::string line; std::getline(text, line);) lines.push_back("| " + line);
-  if (shown < bytes->size()) {
-    lines.push_back("and " + std::to_string(bytes->size() - shown) + " more bytes");
+  std::istringstream text(std::string(bytes->begin(), bytes->end()));
+  for (std::string line; std::getline(text, line);) commands.lines.push_back("| " + line);
+}
+
+// One object in several places becomes one for each of them. Groups have no groups in them.
+void separate(ActionList& actions, std::set<const TVAction*>& seen) {
+  for (auto& action : actions) {
+    if (seen.contains(action.get())) action = action->copy();
+    seen.insert(action.get());
+    const auto group = std::dynamic_pointer_cast<TVActionGroup>(action);
+    if (group == nullptr || !group->workingActionsArray()) continue;
+    auto members = *group->workingActionsArray();
+    separate(members, seen);
+    group->updateActions(std::move(members));
   }
 }
 
@@ -240,17 +261,20 @@ ActionList importedActions(const Data& bytes) {
       }
     }
   }
+  std::set<const TVAction*> seen;
+  separate(actions, seen);
   return actions;
 }
 
-std::vector<std::string> commandsOfAction(const TVAction& action) {
-  std::vector<std::string> lines;
+ActionCommands commandsOfAction(const TVAction& action) {
+  ActionCommands commands;
+  auto& lines = commands.lines;
   if (const auto* script = dynamic_cast<const TVShellScriptAction*>(&action)) {
     lines.push_back("runs /bin/bash " + pathOf(script->scriptURL()) + " with the files");
-    if (script->scriptURL()) appendScript(script->scriptURL()->path(), lines);
+    if (script->scriptURL()) appendScript(script->scriptURL()->path(), commands);
   } else if (const auto* call = dynamic_cast<const TVAppleScriptAction*>(&action)) {
     lines.push_back("calls runWithPaths of " + pathOf(call->scriptURL()));
-    if (call->scriptURL()) appendScript(call->scriptURL()->path(), lines);
+    if (call->scriptURL()) appendScript(call->scriptURL()->path(), commands);
   } else if (dynamic_cast<const TVSendViaEmailAction*>(&action) != nullptr) {
     lines.emplace_back("gives the files to the mail program");
   } else if (const auto* opener = dynamic_cast<const TVOpenWithAppAction*>(&action)) {
@@ -272,17 +296,14 @@ std::vector<std::string> commandsOfAction(const TVAction& action) {
   } else if (const auto* convert = dynamic_cast<const TVConvertImageAction*>(&action)) {
     lines.push_back("converts pictures to " + convert->outputFormat().value_or("(nothing)"));
   }
-  return lines;
+  return commands;
 }
 
 ActionList freshenUids(const ActionList& imported, const ActionList& list) {
   std::set<std::string> known;
   forEachAction(list, [&](const auto& action) { known.insert(action->uid().value_or("")); });
   ActionList changed;
-  std::set<const TVAction*> seen;
   forEachAction(imported, [&](const auto& action) {
-    // One object in two places keeps its one uid.
-    if (!seen.insert(action.get()).second) return;
     const std::string uid = action->uid().value_or("");
     if (isUid(uid) && known.insert(uid).second) return;
     action->generateUID();

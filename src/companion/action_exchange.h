@@ -21,12 +21,18 @@ Data exportedActions(const ActionList& actions, ExchangeForm form);
 
 // The actions of such a file, whose form its content tells. A file may hold one action instead of
 // an array. Throws CommandError with the reason for what is no such file, holds an object of an
-// unknown class, or holds a group inside a group; nothing else is believed of it.
+// unknown class, or holds a group inside a group; nothing else is believed of it. Every action
+// is an object of its own, also one that the file holds in several places.
 ActionList importedActions(const Data& bytes);
 
-// What the action would start, open, remove or change: one line each, the text of a script that is
+// What an action would start, open, remove or change: one line each, the text of a script that is
 // here included.
-std::vector<std::string> commandsOfAction(const TVAction& action);
+struct ActionCommands {
+  std::vector<std::string> lines;
+  // False when the script is too long to be among the lines; they say so.
+  bool areWhole = true;
+};
+ActionCommands commandsOfAction(const TVAction& action);
 
 // Gives a fresh uid to every action, members included, that has none, one of another form, or one
 // that is in `list` or stood before it. Answers those that got one.

@@ -27,13 +27,25 @@ void requireSaved(const TVActionsManager& manager, const std::string& path) {
                  path));
 }
 
+// Null with the reason when it cannot be read.
+std::shared_ptr<TVActionsManager> readList(std::string& reason) {
+  auto manager = TVActionsManager::create<TVActionsManager>(&reason);
+  if (manager == nullptr && reason.ends_with('.')) reason.pop_back();
+  return manager;
+}
+
 }  // namespace
+
+std::optional<Sentence> complaintAboutList() {
+  std::string reason;
+  if (readList(reason) != nullptr) return std::nullopt;
+  return tr("The action list cannot be read: {1}.", reason);
+}
 
 std::shared_ptr<TVActionsManager> loadActions() {
   std::string reason;
-  auto manager = TVActionsManager::create<TVActionsManager>(&reason);
+  auto manager = readList(reason);
   if (manager != nullptr) return manager;
-  if (reason.ends_with('.')) reason.pop_back();
   throw CommandError(
       listVersions().empty()
           ? tr("The action list cannot be read: {1}.", reason)

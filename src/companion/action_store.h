@@ -34,6 +34,9 @@ struct ActionPlace {
   std::shared_ptr<TVActionGroup> group;
 };
 
+// Why the list cannot be read; nil when it can.
+std::optional<Sentence> complaintAboutList();
+
 // The list as it is on disk. Throws CommandError with the reason when it cannot be read.
 std::shared_ptr<TVActionsManager> loadActions();
 

@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <cerrno>
 #include <ctime>
 #include <iostream>
 
@@ -15,6 +16,8 @@
 #include "model/tv_action_group.h"
 #include "platform/file_coordinator.h"
 #include "platform/file_manager.h"
+#include "platform/linux/unfinished_items.h"
+#include "platform/linux/user_folders.h"
 #include "platform/platform.h"
 
 namespace tervano {
@@ -31,6 +34,25 @@ ExchangeForm formOfFile(const std::string& file) {
   const std::string extension = pathExtension(file);
   if (extension == "json") return ExchangeForm::json;
   return extension == "xml" ? ExchangeForm::xml : ExchangeForm::archive;
+}
+
+CommandError existsAlready(const std::string& path) {
+  return CommandError(printable(path) + " is there already and stays as it is.");
+}
+
+// Under a hidden name first, for somebody may make a file of that name meanwhile.
+void writeNewFile(const Data& bytes, const std::string& path) {
+  auto& files = *platform().fileManager;
+  const std::string hidden = appendingPathComponent(
+      deletingLastPathComponent(path), UnfinishedItem::kPrefix + randomFileNameSuffix());
+  const UnfinishedItem note(hidden);
+  auto error = files.writeDataToFile(bytes, hidden, true);
+  if (!error) error = files.moveItemAtPath(hidden, path);
+  if (!error) return;
+  const int code = error->code;
+  if (files.itemExistsAtPath(hidden)) files.removeItemAtPath(hidden);
+  if (code == EEXIST) throw existsAlready(path);
+  throw CommandError("The actions could not be written: " + error->message);
 }
 
 int exportActions(const std::vector<std::string>& words) {
@@ -52,26 +74,25 @@ int exportActions(const std::vector<std::string>& words) {
     return kExitSuccess;
   }
   const std::string path = absolutePath(positional.front());
-  auto& files = *platform().fileManager;
-  if (files.itemExistsAtPath(path)) {
-    throw CommandError(printable(path) + " is there already and stays as it is.");
-  }
-  if (const auto error = files.writeDataToFile(bytes, path, true)) {
-    throw CommandError("The actions could not be written: " + error->message);
-  }
+  if (platform().fileManager->itemExistsAtPath(path)) throw existsAlready(path);
+  writeNewFile(bytes, path);
   return kExitSuccess;
 }
 
-void showImported(const TVAction& action, const std::string& margin) {
+// Answers whether everything was shown.
+bool showImported(const TVAction& action, const std::string& margin) {
   std::cerr << margin << titleOf(action) << "  [" << action.className() << "]\n";
-  for (const auto& line : commandsOfAction(action)) {
+  const auto commands = commandsOfAction(action);
+  for (const auto& line : commands.lines) {
     std::cerr << margin << "    " << printable(line) << "\n";
   }
+  bool isWhole = commands.areWhole;
   const auto* group = dynamic_cast<const TVActionGroup*>(&action);
-  if (group == nullptr) return;
+  if (group == nullptr) return isWhole;
   for (const auto& member : group->actions().value_or(ActionList())) {
-    showImported(*member, margin + "    ");
+    if (!showImported(*member, margin + "    ")) isWhole = false;
   }
+  return isWhole;
 }
 
 int importActions(const std::vector<std::string>& words) {
@@ -84,7 +105,10 @@ int importActions(const std::vector<std::string>& words) {
   const ActionList imported = importedActions(*bytes);
   if (imported.empty()) throw CommandError("The file holds no actions.");
 
-  for (const auto& action : imported) showImported(*action, "");
+  bool isWhole = true;
+  for (const auto& action : imported) {
+    if (!showImported(*action, "")) isWhole = false;
+  }
   for (const auto& action : freshenUids(imported, loadActions()->actions())) {
     std::cerr << "Note: \"" << titleOf(*action)
               << "\" gets a new uid, for its own is taken or is none.\n";
@@ -92,6 +116,10 @@ int importActions(const std::vector<std::string>& words) {
   Question question;
   question.text = "Add these actions to the list?";
   question.consent = "Add";
+  if (!isWhole) {
+    question.detail =
+        "NOT ALL OF THIS WAS SHOWN: a script is too long. Answer no and read it first.";
+  }
   if (!arguments.has("yes") && !consentsOnTerminal(question, false)) {
     throw CommandError(
         "Nothing was imported: it needs your yes on a terminal, or --yes when you know what the "
@@ -136,15 +164,9 @@ ListVersion requireVersion(const std::vector<ListVersion>& kept, const std::stri
                    "\"; \"tervano versions\" lists them.");
 }
 
-// Why the list cannot be read; nil when it can.
-std::optional<std::string> complaintAboutList() {
+std::optional<Sentence> quietComplaintAboutList() {
   const ScopedSilence silence;
-  try {
-    loadActions();
-    return std::nullopt;
-  } catch (const CommandError& unreadable) {
-    return unreadable.what();
-  }
+  return complaintAboutList();
 }
 
 // Moves a list that cannot be read to a name of its own.
@@ -155,7 +177,7 @@ void setListAside() {
   const auto unlocked =
       platform().fileCoordinator->coordinateWriting(url->path(), [&](const std::string& path) {
         // It may have become readable while the user was asked.
-        if (!complaintAboutList()) return;
+        if (!quietComplaintAboutList()) return;
         const std::string aside = vx_nextAvailablePath(
             appendingPathComponent(deletingLastPathComponent(path), "Unreadable Actions.plist"));
         failure = platform().fileManager->moveItemAtPath(path, aside);
@@ -186,15 +208,16 @@ int restore(const std::vector<std::string>& words) {
       break;
     }
   }
-  const auto complaint = complaintAboutList();
+  const auto complaint = quietComplaintAboutList();
   if (!chosen && !complaint) throw CommandError("There is no former version of the list.");
 
   const std::string replacement = chosen ? "version " + std::to_string(chosen->number) + " with " +
                                                std::to_string(actions.size()) + " entries"
                                          : "an empty list, for there is no former version";
   Question question;
-  question.text = complaint ? *complaint + " Set it aside and take " + replacement + "?"
-                            : "Replace the list by " + replacement + "?";
+  question.text =
+      (complaint ? "Set it aside and take " : "Replace the list by ") + replacement + "?";
+  if (complaint) question.detail = printable(complaint->shown());
   question.consent = "Restore";
   if (!arguments.has("yes") && !consentsOnTerminal(question, false)) {
     throw CommandError("Nothing was changed: it needs your yes on a terminal, or --yes.");
@@ -222,8 +245,9 @@ std::vector<Command> exchangeCommands() {
         "add actions from a file, after showing what they do",
         {"[--yes] FILE"},
         {"Whatever \"tervano export\" writes, and the list of another system. First every action "
-         "is shown on standard error with what it starts, opens, removes or changes; the text of "
-         "a script that is here is shown as well. Then you are asked. An action whose uid is in "
+         "is shown on standard error with what it starts, opens, removes or changes; the whole "
+         "text of a script that is here is shown as well, unless it is longer than a megabyte, "
+         "which is said. Then you are asked. An action whose uid is in "
          "the list already gets a new one; the one in the list stays as it is. Prints the uids of "
          "the new entries."},
         {{"--yes", "Asks nothing. Without a terminal nothing is imported unless this is given."}}},

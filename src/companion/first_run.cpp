@@ -151,7 +151,8 @@ void makeTemplates(FirstRun& firstRun) {
     const std::string& folder = *firstRun.templatesFolder;
     auto& files = *platform().fileManager;
     if (const auto error = files.createDirectoryAtPath(folder, true)) {
-      throw CommandError("The templates could not be made: " + error->message);
+      firstRun.templatesComplaint = "The templates could not be made: " + error->message;
+      return;
     }
     for (const auto& name : templateNames()) {
       const std::string target = appendingPathComponent(folder, name);
@@ -160,7 +161,10 @@ void makeTemplates(FirstRun& firstRun) {
           platform().bundle->resourcePath() + "/" + kTemplatesResource + "/" + name, target);
       // Another process may be as far.
       if (error && error->code == EEXIST) continue;
-      if (error) throw CommandError("The template could not be made: " + error->message);
+      if (error) {
+        firstRun.templatesComplaint = "The template could not be made: " + error->message;
+        return;
+      }
       firstRun.templates.push_back(name);
     }
   }
@@ -204,7 +208,8 @@ FirstRun makeFirstRun() {
 
 void makeFirstRunAtStart() {
   try {
-    makeFirstRun();
+    const FirstRun firstRun = makeFirstRun();
+    if (firstRun.templatesComplaint) log(*firstRun.templatesComplaint);
   } catch (const PlatformException& exception) {
     log("Could not make the first actions and templates: " + exception.reason());
   } catch (const std::exception& error) {

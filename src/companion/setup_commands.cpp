@@ -1,5 +1,6 @@
 #include <iostream>
 
+#include "companion/action_store.h"
 #include "companion/arguments.h"
 #include "companion/command.h"
 #include "companion/first_run.h"
@@ -23,6 +24,7 @@ int setup(const std::vector<std::string>& words) {
   } else if (firstRun.foundList) {
     std::cout << tr("There is a list of actions, which stays as it is.") << "\n";
   }
+  if (firstRun.templatesComplaint) throw CommandError(*firstRun.templatesComplaint);
   if (firstRun.templates.empty() && firstRun.actions == 0 && !firstRun.foundList) {
     std::cout << tr("Nothing to do: this was done before.") << "\n";
   }

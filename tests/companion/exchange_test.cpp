@@ -4,10 +4,19 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <set>
 
+#include "actions/register_action_classes.h"
+#include "actions/tv_move_to_action.h"
+#include "companion/action_exchange.h"
+#include "companion/action_store.h"
+#include "companion/command.h"
+#include "model/tv_action_groups.h"
+#include "platform/file_manager.h"
 #include "tests/companion/terminal.h"
 #include "tests/companion/tervano_program.h"
 #include "tests/support/program.h"
+#include "tests/support/scoped_platform.h"
 
 namespace tervano::test {
 
@@ -101,6 +110,39 @@ TEST_F(ExchangeTest, AFileThatIsThereStaysAsItIs) {
   EXPECT_EQ(contentsOf(file), "mine");
 }
 
+TEST_F(ExchangeTest, AFileThatIsMadeMeanwhileStaysAsItIs) {
+  add({"mail"});
+  // Makes it as soon as the actions are written.
+  class OtherWriter : public ForwardingFileManager {
+   public:
+    OtherWriter(FileManager& real, std::string file)
+        : ForwardingFileManager(real), file_(std::move(file)) {}
+    std::optional<Error> writeDataToFile(const Data& data, const std::string& path,
+                                         bool atomically) override {
+      auto error = ForwardingFileManager::writeDataToFile(data, path, atomically);
+      std::ofstream(file_) << "mine";
+      return error;
+    }
+
+   private:
+    std::string file_;
+  };
+  ClassRegistry registry;
+  registerActionClasses(registry);
+  ScopedPlatform platform(&registry);
+  const std::string folder = home_.folder("exports");
+  OtherWriter files(*platform.services().fileManager, folder + "/a.json");
+  platform.services().fileManager = &files;
+  try {
+    exchangeCommands().front().run({folder + "/a.json"});
+    ADD_FAILURE() << "it was exported";
+  } catch (const CommandError& error) {
+    EXPECT_EQ(std::string(error.what()), folder + "/a.json is there already and stays as it is.");
+  }
+  EXPECT_EQ(contentsOf(folder + "/a.json"), "mine");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 1);
+}
+
 TEST_F(ExchangeTest, WithoutATerminalAndWithoutYesNothingIsImported) {
   addEveryKind();
   const auto file = home_.path() + "/a.plist";
@@ -126,6 +168,30 @@ TEST_F(ExchangeTest, EveryScriptAndCommandIsShownBeforeTheQuestion) {
   EXPECT_THAT(errors, HasSubstr("moves the files to " + home_.path() + "/to"));
   EXPECT_THAT(errors, HasSubstr("starts " + home_.path() + "/bin/program"));
   EXPECT_THAT(errors, HasSubstr("makes files from " + home_.path() + "/t.md"));
+}
+
+TEST_F(ExchangeTest, ALongScriptIsShownToItsEnd) {
+  std::string script;
+  while (script.size() < 200'000) script += "true # as harmless as all the lines before\n";
+  add({"script", "--file", home_.file("script.sh", script + "rm -rf /\n")});
+  const auto file = home_.path() + "/a.plist";
+  home_.succeed({"export", file});
+  EXPECT_THAT(home_.tervano({"import", file}).errors, HasSubstr("| rm -rf /\n"));
+}
+
+TEST_F(ExchangeTest, AScriptThatIsTooLongIsNotShownInPartAndTheQuestionSaysSo) {
+  const auto script = home_.file("script.sh", std::string(1'048'577, '\n'));
+  add({"script", "--file", script});
+  const auto file = home_.path() + "/a.plist";
+  home_.succeed({"export", file});
+  Terminal terminal(becomingTervano({"import", file}));
+  const auto text = terminal.readUntil("Add these actions to the list? [y/N] ");
+  EXPECT_THAT(text, HasSubstr("runs /bin/bash " + script + " with the files"));
+  EXPECT_THAT(text, HasSubstr("NOT SHOWN: that file is longer than a megabyte"));
+  EXPECT_THAT(text, HasSubstr("NOT ALL OF THIS WAS SHOWN"));
+  EXPECT_THAT(text, Not(HasSubstr("| ")));
+  terminal.type("\n");
+  EXPECT_EQ(terminal.waitForExit(), 1);
 }
 
 TEST_F(ExchangeTest, AScriptCannotHideBehindControlCharacters) {
@@ -186,6 +252,32 @@ TEST_F(ExchangeTest, AUidThatIsTwiceInTheFileIsReplacedOnce) {
   ASSERT_EQ(list.size(), 2U);
   EXPECT_EQ(list[0]["uid"], uid);
   EXPECT_NE(list[1]["uid"], uid);
+}
+
+TEST_F(ExchangeTest, OneObjectThatIsTwiceInTheFileBecomesTwoActions) {
+  ClassRegistry registry;
+  registerActionClasses(registry);
+  const ScopedPlatform platform(&registry);
+  const auto move = action<TVMoveToAction>();
+  const auto group = action<TVMoveActionGroup>();
+  group->updateActions(ActionList{move, move});
+  const auto imported =
+      importedActions(exportedActions({group, move, group}, ExchangeForm::archive));
+  freshenUids(imported, {});
+  std::set<std::string> uids;
+  std::size_t count = 0;
+  for (const auto& entry : imported) {
+    uids.insert(entry->uid().value());
+    ++count;
+    const auto* const members = dynamic_cast<const TVActionGroup*>(entry.get());
+    if (members == nullptr) continue;
+    for (const auto& member : *members->workingActionsArray()) {
+      uids.insert(member->uid().value());
+      ++count;
+    }
+  }
+  EXPECT_EQ(count, 7U);
+  EXPECT_EQ(uids.size(), 7U);
 }
 
 TEST_F(ExchangeTest, WhatIsNoFileOfActionsIsRefusedAndNothingIsChanged) {
@@ -277,7 +369,11 @@ TEST_F(BrokenListTest, ItStaysAsItIsWithoutAYes) {
 
 TEST_F(BrokenListTest, AYesSetsItAsideAndPutsTheLastGoodVersionBack) {
   Terminal terminal(becomingTervano({"restore"}));
-  EXPECT_THAT(terminal.readUntil("[y/N] "), HasSubstr("Set it aside and take version 1"));
+  const auto text = terminal.readUntil("[y/N] ");
+  EXPECT_THAT(text, StartsWith("The action list cannot be read: "));
+  EXPECT_THAT(text,
+              testing::EndsWith(".\r\nSet it aside and take version 1 with 1 entries? [y/N] "));
+  EXPECT_THAT(text, Not(HasSubstr("tervano restore")));
   terminal.type("y\n");
   EXPECT_EQ(terminal.waitForExit(), 0);
   EXPECT_EQ(contentsOf(aside()), "broken");

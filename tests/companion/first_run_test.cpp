@@ -145,12 +145,29 @@ TEST_F(FirstRunTest, EachHalfOfTheListHasAFlagOfItsOwn) {
 
 TEST_F(FirstRunTest, WhatCannotBeMadeIsMadeTheNextTime) {
   home_.file("Templates", "a file in the way");
-  expectFailure(home_.tervano({"setup"}));
+  const auto outcome = home_.tervano({"setup"});
+  EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(preference("didCreateDefaultTemplates"), "no");
-  EXPECT_EQ(preference("didCreateDefaultActions"), "no");
   fs::remove(templates());
   home_.succeed({"setup"});
   EXPECT_EQ(filesIn(templates()), 11U);
+}
+
+TEST_F(FirstRunTest, WithoutTemplatesTheListIsMadeAllTheSameAndTheFailureIsSaid) {
+  home_.file("Templates", "a file in the way");
+  const auto outcome = home_.tervano({"setup"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.output, StartsWith("Made a list of "));
+  EXPECT_THAT(outcome.errors, HasSubstr("The templates could not be made: "));
+  EXPECT_THAT(home_.titles(), HasSubstr("Create new file[Comma Separated Values "));
+  EXPECT_EQ(preference("didCreateDefaultActions"), "yes");
+}
+
+TEST_F(FirstRunTest, WithoutTemplatesTheCompanionsStartMakesTheListAndLogsTheFailure) {
+  home_.file("Templates", "a file in the way");
+  const auto outcome = home_.tervano({"open", "tervano://nothing"});
+  EXPECT_THAT(outcome.errors, HasSubstr("The templates could not be made: "));
+  EXPECT_THAT(home_.titles(), StartsWith("Move to a folder["));
 }
 
 TEST_F(FirstRunTest, TheCompanionsStartMakesIt) {
