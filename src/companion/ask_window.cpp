@@ -1,5 +1,8 @@
 #include "companion/ask_window.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <iterator>
 #include <memory>
@@ -7,6 +10,7 @@
 #include "archive/platform_exception.h"
 #include "archive/printable.h"
 #include "platform/bundle.h"
+#include "platform/linux/descriptor.h"
 #include "platform/platform.h"
 #include "tasks/vx_task_helper.h"
 
@@ -18,6 +22,23 @@ constexpr std::size_t kMaximumItems = 100;
 constexpr int kConsented = 0;
 constexpr int kRefused = 1;
 
+// The texts of the question, each ended by a NUL, in memory that is read from its beginning: other
+// users see the arguments of a program, and these name files. None when there is no memory.
+Descriptor textsOf(const Question& question) {
+  std::string texts;
+  const auto add = [&texts](const std::string& text) { texts.append(text).push_back('\0'); };
+  add(printable(question.text));
+  add(question.detail);
+  add(question.consent);
+  for (const auto& item : shownPaths(question)) add(item);
+  Descriptor memory(memfd_create("question", MFD_CLOEXEC));
+  if (!memory || !writeFully(memory.get(), texts.data(), texts.size()) ||
+      lseek(memory.get(), 0, SEEK_SET) != 0) {
+    memory.reset();
+  }
+  return memory;
+}
+
 // One window, from its start to its answer.
 class Window : public VXTaskHelperDelegate, public std::enable_shared_from_this<Window> {
  public:
@@ -26,16 +47,13 @@ class Window : public VXTaskHelperDelegate, public std::enable_shared_from_this<
   void open(Processes& processes, const Question& question, int passwordDescriptor) {
     const auto task = processes.createProcess();
     task->setLaunchPath(platform().bundle->pathForAuxiliaryExecutable("tervano-ask"));
-    std::vector<std::string> arguments{"--question", printable(question.text),
-                                       "--detail",   question.detail,
-                                       "--consent",  question.consent};
+    const Descriptor texts = textsOf(question);
+    if (!texts) return end(std::nullopt);
+    task->setStandardInput(texts.get());
     if (passwordDescriptor >= 0) {
       task->setExtraDescriptor(passwordDescriptor);
-      arguments.emplace_back("--password");
+      task->setArguments({"--password"});
     }
-    arguments.emplace_back("--");
-    for (auto& item : shownPaths(question)) arguments.push_back(std::move(item));
-    task->setArguments(std::move(arguments));
     helper_ = VXTaskHelper::taskHelperWithTask(task);
     helper_->setDelegate(weak_from_this());
     self_ = shared_from_this();

@@ -34,6 +34,7 @@ void showItems(const Question& question) {
 
 void askOnTerminal(const Question& question, const Answer& answer) {
   showItems(question);
+  if (!question.detail.empty()) std::cerr << question.detail << "\n";
   std::cerr << printable(question.text) << " [y/N] " << std::flush;
   std::string line;
   std::getline(std::cin, line);

@@ -64,19 +64,19 @@ class AskerOfDesktopTest : public testing::Test {
     return answers.empty() ? Answer() : answers.front();
   }
   Answer answer() { return answerTo({"Remove it?", {"/a"}, "Delete", ""}); }
-  // The arguments of the window for a question.
-  std::vector<std::string> argumentsFor(const Question& question) {
+  // What the window reads for a question: each of its texts.
+  std::vector<std::string> textsFor(const Question& question) {
     const std::string seen = platform_.home().path() + "/seen";
-    setWindow("printf '%s\\0' \"$@\" > '" + seen + "'\nexit 1\n");
+    setWindow("cat > '" + seen + "'\nexit 1\n");
     answerTo(question);
     const std::string text = contentsOf(seen);
-    std::vector<std::string> arguments;
+    std::vector<std::string> texts;
     for (std::size_t at = 0; at < text.size();) {
       const auto end = text.find('\0', at);
-      arguments.push_back(text.substr(at, end - at));
+      texts.push_back(text.substr(at, end - at));
       at = end + 1;
     }
-    return arguments;
+    return texts;
   }
 
   ScopedPlatform platform_;
@@ -126,36 +126,42 @@ TEST_F(AskerOfDesktopTest, WhatTheWindowWritesIsNoAnswer) {
 }
 
 TEST_F(AskerOfDesktopTest, TheWindowGetsQuestionButtonAndItems) {
-  EXPECT_THAT(argumentsFor({"Remove 2 items?", {"/a b", "/-c"}, "Delete", "For good."}),
-              ElementsAre("--question", "Remove 2 items?", "--detail", "For good.", "--consent",
-                          "Delete", "--", "/a b", "/-c"));
+  EXPECT_THAT(textsFor({"Remove 2 items?", {"/a b", "/-c"}, "Delete", "For good."}),
+              ElementsAre("Remove 2 items?", "For good.", "Delete", "/a b", "/-c"));
+}
+
+TEST_F(AskerOfDesktopTest, NothingOfTheQuestionIsAnArgumentThatOtherUsersSee) {
+  const std::string seen = platform_.home().path() + "/seen";
+  setWindow("tr '\\0' '\\n' < /proc/$$/cmdline > '" + seen + "'\nexit 1\n");
+  answerTo({"Remove \"secret\"?", {"/secret"}, "Delete", "For good."});
+  EXPECT_EQ(contentsOf(seen), "/bin/sh\n" + bundle_.path + "\n");
 }
 
 TEST_F(AskerOfDesktopTest, OfManyItemsTheFirstHundredAreNamed) {
   Question question{"Remove them?", {}, "Delete", ""};
   for (int i = 0; i < 5000; ++i) question.paths.push_back("/" + std::to_string(i));
-  const auto arguments = argumentsFor(question);
-  ASSERT_EQ(arguments.size(), 7U + 101U);
-  EXPECT_EQ(arguments[arguments.size() - 2], "/99");
-  EXPECT_EQ(arguments.back(), "and 4900 more");
+  const auto texts = textsFor(question);
+  ASSERT_EQ(texts.size(), 3U + 101U);
+  EXPECT_EQ(texts[texts.size() - 2], "/99");
+  EXPECT_EQ(texts.back(), "and 4900 more");
   question.paths.resize(100);
-  EXPECT_EQ(argumentsFor(question).back(), "/99");
+  EXPECT_EQ(textsFor(question).back(), "/99");
 }
 
 TEST_F(AskerOfDesktopTest, ANameCannotLookLikeSeveralItems) {
-  const auto arguments =
-      argumentsFor({"Remove \"a\n\xE2\x80\xAE"
-                    "b\"?",
-                    {"/a\n/b", "/\xFF", "/\x1b[31m"},
-                    "Delete",
-                    ""});
-  ASSERT_EQ(arguments.size(), 7U + 3U);
-  for (const auto& argument : arguments) {
-    EXPECT_EQ(argument.find('\n'), std::string::npos) << argument;
-    EXPECT_EQ(argument.find('\x1b'), std::string::npos) << argument;
+  const auto texts =
+      textsFor({"Remove \"a\n\xE2\x80\xAE"
+                "b\"?",
+                {"/a\n/b", "/\xFF", "/\x1b[31m"},
+                "Delete",
+                ""});
+  ASSERT_EQ(texts.size(), 3U + 3U);
+  for (const auto& text : texts) {
+    EXPECT_EQ(text.find('\n'), std::string::npos) << text;
+    EXPECT_EQ(text.find('\x1b'), std::string::npos) << text;
   }
-  EXPECT_THAT(arguments[1], StartsWith("Remove \"a\\n"));
-  EXPECT_EQ(arguments[7], "/a\\n/b");
+  EXPECT_THAT(texts[0], StartsWith("Remove \"a\\n"));
+  EXPECT_EQ(texts[3], "/a\\n/b");
 }
 
 // The same for a password.
@@ -191,10 +197,9 @@ TEST_F(PasswordAskerTest, TheWindowsPasswordComesByItsOwnDescriptor) {
 
 TEST_F(PasswordAskerTest, TheWindowIsToldToAskForOneAndNotWhatItIs) {
   const std::string seen = platform_.home().path() + "/seen";
-  passwordOf("printf '%s\\n' \"$@\" > '" + seen + "'\nprintf word >&3\n");
-  EXPECT_EQ(
-      contentsOf(seen),
-      "--question\nCompress it\n--detail\nDetail.\n--consent\nCompress\n--password\n--\n/a\n");
+  passwordOf("printf '%s\\n' \"$@\" > '" + seen + "'\ncat | tr '\\0' '\\n' >> '" + seen +
+             "'\nprintf word >&3\n");
+  EXPECT_EQ(contentsOf(seen), "--password\nCompress it\nDetail.\nCompress\n/a\n");
 }
 
 TEST_F(PasswordAskerTest, ARefusalTakesNoPasswordThoughOneWasWritten) {
@@ -228,6 +233,13 @@ TEST_F(PasswordAskerTest, WithoutAWindowAndATerminalThereIsNone) {
 TEST_F(PasswordAskerTest, ADescriptorGivesItsFirstLine) {
   const std::string file = platform_.home().path() + "/password";
   std::ofstream(file) << "first\nsecond\n";
+  const Descriptor open_(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(answerFrom(passwordAskerOfDescriptor(open_.get())).text(), "first");
+}
+
+TEST_F(PasswordAskerTest, ALineOfADescriptorMayEndAsOnOtherSystems) {
+  const std::string file = platform_.home().path() + "/password";
+  std::ofstream(file) << "first\r\nsecond\r\n";
   const Descriptor open_(open(file.c_str(), O_RDONLY | O_CLOEXEC));
   EXPECT_EQ(answerFrom(passwordAskerOfDescriptor(open_.get())).text(), "first");
 }

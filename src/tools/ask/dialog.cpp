@@ -1,6 +1,7 @@
 #include "tools/ask/dialog.h"
 
 #include <gtk/gtk.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -207,6 +208,9 @@ DialogAnswer askInWindow(const DialogQuestion& question) {
   gtk_window_set_focus(dialog.window, asksPassword ? dialog.password : dialog.cancel);
 
   gtk_window_present(dialog.window);
+  // From here on there may be a password in memory. Not before: while the toolkit starts, services
+  // of the desktop look who asks them.
+  if (asksPassword) prctl(PR_SET_DUMPABLE, 0);
   g_main_loop_run(dialog.loop);
   g_main_loop_unref(dialog.loop);
   return dialog.answer;

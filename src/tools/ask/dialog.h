@@ -25,7 +25,8 @@ enum class DialogAnswer { consent, refusal, noDisplay };
 //
 // With a password there are two fields, the first of which has the focus, and consent takes the
 // same text in both, not an empty one. It is written without a line end and kept in the toolkit's
-// locked memory only. When it cannot be written the answer is a refusal.
+// locked memory only; no other process of the user can look into this one (PR_SET_DUMPABLE). When
+// it cannot be written the answer is a refusal.
 //
 // Main thread, once a process.
 DialogAnswer askInWindow(const DialogQuestion& question);

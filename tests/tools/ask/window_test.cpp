@@ -1,6 +1,10 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,10 +27,19 @@ class WindowTest : public testing::Test {
   WindowTest() { setenv("GSK_RENDERER", "cairo", 1); }
 
   ChildProcess ask(const std::vector<std::string>& items = {"/home/a.txt"}) {
-    std::vector<std::string> arguments{"--question", "Delete 'a_b' for good?", "--consent",
-                                       "Delete", "--"};
-    arguments.insert(arguments.end(), items.begin(), items.end());
-    return startProgram(TERVANO_ASK, arguments);
+    return askAbout({"Delete 'a_b' for good?", "", "Delete"}, items, "");
+  }
+  // Starts the window by a shell, and by `launcher`, with its texts and what else `words` says.
+  ChildProcess askAbout(std::vector<std::string> texts, const std::vector<std::string>& items,
+                        const std::string& words, const std::string& launcher = "") {
+    texts.insert(texts.end(), items.begin(), items.end());
+    std::ofstream question(question_, std::ios::binary | std::ios::trunc);
+    for (const auto& text : texts) question << text << '\0';
+    question.close();
+    home_.setVariable("QUESTION_FILE", question_);
+    return startProgram(
+        "/bin/sh",
+        {"-c", "exec " + launcher + "\"$0\" " + words + " < \"$QUESTION_FILE\"", TERVANO_ASK});
   }
   static int run(const std::string& program, const std::vector<std::string>& arguments) {
     auto child = startProgram(program, arguments);
@@ -49,6 +62,7 @@ class WindowTest : public testing::Test {
 
   TemporaryHome home_;
   VirtualDisplay display_;
+  const std::string question_ = home_.path() + "/question";
 };
 
 }  // namespace
@@ -94,31 +108,43 @@ TEST_F(WindowTest, WithoutADisplayItSaysSo) {
 }
 
 TEST_F(WindowTest, WrongArgumentsAreRefused) {
-  EXPECT_EQ(run(TERVANO_ASK, {}), 2);
-  EXPECT_EQ(run(TERVANO_ASK, {"--question", "Why?"}), 2);
-  EXPECT_EQ(run(TERVANO_ASK, {"--question"}), 2);
-  EXPECT_EQ(run(TERVANO_ASK, {"--what", "x", "--consent", "Yes"}), 2);
+  const std::vector<std::string> texts{"Why?", "", "Yes"};
+  EXPECT_EQ(askAbout(texts, {}, "--what").waitForExit(kSeconds), 2);
+  EXPECT_EQ(askAbout(texts, {}, "--password --password").waitForExit(kSeconds), 2);
+  EXPECT_EQ(askAbout(texts, {}, "Why?").waitForExit(kSeconds), 2);
+}
+
+TEST_F(WindowTest, WhatIsNoQuestionIsRefused) {
+  EXPECT_EQ(askAbout({}, {}, "").waitForExit(kSeconds), 2);
+  EXPECT_EQ(askAbout({"Why?", ""}, {}, "").waitForExit(kSeconds), 2);
+  EXPECT_EQ(askAbout({"", "", "Yes"}, {}, "").waitForExit(kSeconds), 2);
+  EXPECT_EQ(askAbout({"Why?", "", ""}, {}, "").waitForExit(kSeconds), 2);
+  std::ofstream(question_) << "Why?" << '\0' << '\0' << "Yes";
+  auto unended = startProgram("/bin/sh", {"-c", "exec \"$0\" < \"$1\"", TERVANO_ASK, question_});
+  EXPECT_EQ(unended.waitForExit(kSeconds), 2);
+  auto endless = startProgram("/bin/sh", {"-c", "exec \"$0\" < /dev/zero", TERVANO_ASK});
+  EXPECT_EQ(endless.waitForExit(kSeconds), 2);
+  auto none = startProgram("/bin/sh", {"-c", "exec \"$0\" <&-", TERVANO_ASK});
+  EXPECT_EQ(none.waitForExit(kSeconds), 2);
+}
+
+TEST_F(WindowTest, NoNameIsAnArgumentThatOtherUsersSee) {
+  auto asking = ask({"/home/secret.txt"});
+  ASSERT_NE(window(), "");
+  const auto arguments = contentsOf("/proc/" + std::to_string(asking.pid()) + "/cmdline");
+  EXPECT_EQ(arguments, std::string(TERVANO_ASK) + '\0');
+  press({"Escape"});
+  EXPECT_EQ(asking.waitForExit(kSeconds), 1);
 }
 
 // The window with its two fields. What it writes arrives in a file.
 class PasswordWindowTest : public WindowTest {
  protected:
   ChildProcess askForPassword(const std::vector<std::string>& items = {"/home/a.txt"}) {
-    // Only a shell can give it descriptor 3.
-    std::vector<std::string> arguments{"-c",
-                                       "exec \"$0\" \"$@\" 3> \"$PASSWORD_FILE\"",
-                                       TERVANO_ASK,
-                                       "--question",
-                                       "Compress \"a.txt\" with a password",
-                                       "--detail",
-                                       "Names can be read by anyone.",
-                                       "--consent",
-                                       "Compress",
-                                       "--password",
-                                       "--"};
-    arguments.insert(arguments.end(), items.begin(), items.end());
     home_.setVariable("PASSWORD_FILE", file_);
-    return startProgram("/bin/sh", arguments);
+    return askAbout(
+        {"Compress \"a.txt\" with a password", "Names can be read by anyone.", "Compress"}, items,
+        "--password 3> \"$PASSWORD_FILE\"");
   }
   static void type(const std::string& text) {
     ASSERT_EQ(run("/usr/bin/xdotool", {"type", "--delay", "50", text}), 0);
@@ -160,9 +186,35 @@ TEST_F(PasswordWindowTest, EscapeRefusesAndWritesNothing) {
 }
 
 TEST_F(PasswordWindowTest, WithoutTheDescriptorItIsWrongArguments) {
-  auto asking = startProgram("/bin/sh", {"-c", "exec \"$0\" \"$@\" 3>&-", TERVANO_ASK, "--question",
-                                         "Q", "--consent", "C", "--password"});
+  auto asking = askAbout({"Q", "", "C"}, {}, "--password 3>&-");
   EXPECT_EQ(asking.waitForExit(kSeconds), 2);
+}
+
+TEST_F(PasswordWindowTest, NothingThatItStartsGetsTheDescriptor) {
+  if (geteuid() != 0) GTEST_SKIP() << "only the superuser sees its descriptors";
+  auto asking = askForPassword();
+  press({"a"});
+  const auto information = contentsOf("/proc/" + std::to_string(asking.pid()) + "/fdinfo/3");
+  const auto at = information.find("flags:");
+  ASSERT_NE(at, std::string::npos) << information;
+  EXPECT_NE(std::stol(information.substr(at + 6), nullptr, 8) & O_CLOEXEC, 0) << information;
+  press({"Escape"});
+  EXPECT_EQ(asking.waitForExit(kSeconds), 1);
+}
+
+TEST_F(PasswordWindowTest, NobodyElseLooksIntoItsMemory) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
+  giveToNobody(home_.path());
+  auto asking = askAbout({"Q", "", "C"}, {}, "--password 3> /dev/null",
+                         "setpriv --reuid 65534 --regid 65534 --clear-groups ");
+  press({"a"});
+  struct stat status {};
+  const std::string memory = "/proc/" + std::to_string(asking.pid()) + "/mem";
+  ASSERT_EQ(stat(memory.c_str(), &status), 0);
+  // What may be looked into belongs to its user there.
+  EXPECT_EQ(status.st_uid, 0U);
+  press({"Escape"});
+  EXPECT_EQ(asking.waitForExit(kSeconds), 1);
 }
 
 }  // namespace tervano::test
