@@ -241,7 +241,9 @@ class Run : public std::enable_shared_from_this<Run> {
 
   FileWorkEnd endOfWork() {
     return [run = shared_from_this()](const FileWorkOutcome& outcome) {
-      if (outcome.cancelled) return run->endAsCancelled();
+      if (outcome.cancelled) {
+        return run->endAsCancelled(outcome.error ? "; " + outcome.error->message : "");
+      }
       run->complete(outcome.success, outcome.error);
     };
   }
@@ -277,7 +279,10 @@ class Run : public std::enable_shared_from_this<Run> {
     endWithLastTool();
   }
 
-  void endAsCancelled() { end({false, quotedTitle(*action_) + " was cancelled.", true, true}); }
+  // `details` go on with the sentence.
+  void endAsCancelled(const std::string& details = "") {
+    end({false, quotedTitle(*action_) + " was cancelled" + details + ".", true, true});
+  }
 
   // The outermost caller of an action: here its exception ends.
   void guarded(const std::function<void()>& step) {

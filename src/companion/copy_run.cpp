@@ -89,7 +89,10 @@ class CopyRun {
       error_ = follower_.isCancelled() ? posixError(ECANCELED, source) : copyItem(source);
       if (error_) break;
     }
-    if (error_ && error_->code == ECANCELED) return {false, true, std::nullopt, copied_};
+    if (error_ && error_->code == ECANCELED) {
+      error_->message = countOfCopied();
+      return {false, true, paths_.size() > 1 ? error_ : std::nullopt, copied_};
+    }
     if (error_ && paths_.size() > 1) error_->message += "; " + countOfCopied();
     if (error_) log("Could not copy because of error: " + error_->message);
     if (!error_) follower_.finish();

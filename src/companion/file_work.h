@@ -42,7 +42,7 @@ struct FileWorkOutcome {
   bool success = false;
   // Stopped by the monitor.
   bool cancelled = false;
-  // Why it failed, when it is known.
+  // Why it failed, when it is known; of stopped work how far it came, when that is worth a word.
   std::optional<Error> error;
   // Where the items lie that are finished, also when the work failed or was stopped after them.
   std::vector<std::string> finished = {};

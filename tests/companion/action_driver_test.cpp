@@ -19,6 +19,7 @@
 #include "archive/platform_exception.h"
 #include "model/tv_action_groups.h"
 #include "platform/applications.h"
+#include "platform/file_manager.h"
 #include "platform/linux/tool_table.h"
 #include "platform/run_loop.h"
 #include "tests/companion/tervano_program.h"
@@ -282,6 +283,36 @@ TEST_F(ActionDriverTest, ACopyThatIsStoppedEndsAsCancelled) {
   EXPECT_EQ(job->state(), JobState::cancelled);
   EXPECT_EQ(ended->message, "\"Backup\" was cancelled.");
   EXPECT_TRUE(std::filesystem::is_empty(home + "/to"));
+}
+
+TEST_F(ActionDriverTest, AStoppedCopyOfSeveralItemsTellsHowFarItCame) {
+  const std::string home = platform_.home().path();
+  std::filesystem::create_directory(home + "/to");
+  for (const char* const name : {"/a", "/b"}) std::ofstream(home + name) << name;
+  const auto copy = action<TVCopyToAction>();
+  copy->setTitle("Backup");
+  copy->setDestinationURL(Url::fileURLWithPath(home + "/to", true));
+  const auto job = std::make_shared<Job>(jobSubjectOf(*copy, {home + "/a", home + "/b"}));
+  class StoppingFiles : public ForwardingFileManager {
+   public:
+    StoppingFiles(FileManager& real, const CancelToken& token)
+        : ForwardingFileManager(real), token_(token) {}
+    std::optional<Error> performCopy(const ItemCopy& copy) override {
+      if (copy.from.ends_with("/b")) token_.cancel();
+      return ForwardingFileManager::performCopy(copy);
+    }
+
+   private:
+    CancelToken token_;
+  } files(*platform_.services().fileManager, job->cancelToken());
+  platform_.services().fileManager = &files;
+  std::optional<RunOutcome> ended;
+  runAction(
+      *copy, job->subject().paths, askers_, [&](const RunOutcome& outcome) { ended = outcome; },
+      job);
+  ASSERT_TRUE(waitUntil([&] { return ended.has_value(); }));
+  EXPECT_TRUE(ended->cancelled);
+  EXPECT_EQ(ended->message, "\"Backup\" was cancelled; 1 of 2 items was copied before.");
 }
 
 TEST_F(ActionDriverTest, GroupEndsWithASentence) {

@@ -264,6 +264,7 @@ TEST_F(CopyRunTest, AStopEndsTheRunQuietlyAndKeepsWhatIsWhole) {
   EXPECT_FALSE(outcome.success);
   EXPECT_TRUE(outcome.cancelled);
   EXPECT_THAT(outcome.finished, ElementsAre(at("to/first")));
+  EXPECT_EQ(outcome.error->message, "1 of 3 items was copied before");
   EXPECT_THAT(namesIn("to"), ElementsAre("first"));
   EXPECT_TRUE(notifications_.delivered().empty());
   EXPECT_TRUE(workspace_.revealed().empty());

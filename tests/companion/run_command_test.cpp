@@ -380,6 +380,20 @@ TEST_F(CompressCommandTest, ThePasswordCanComeByADescriptor) {
   EXPECT_FALSE(opensWith("other"));
 }
 
+TEST_F(CompressCommandTest, TheNameOfTheArchiveReachesTheDiskToo) {
+  home_.home().setVariable("PASSWORD_FILE", home_.file("password", "word"));
+  const std::string trace = home_.path() + "/trace";
+  auto child =
+      startProgram("/bin/sh", {"-c", "exec \"$0\" \"$@\" 5< \"$PASSWORD_FILE\"", "/usr/bin/strace",
+                               "-f", "-y", "-e", "trace=fsync,renameat2", "-o", trace,
+                               TERVANO_PROGRAM, "run", "--password-fd", "5", uid_, file_});
+  ASSERT_EQ(child.waitForExit(60), 0);
+  const std::string calls = contentsOf(trace);
+  const auto name = calls.find("/docs/plain.txt.zip\", RENAME_NOREPLACE) = 0");
+  ASSERT_NE(name, std::string::npos) << calls;
+  EXPECT_NE(calls.find("<" + home_.path() + "/docs>) = 0", name), std::string::npos) << calls;
+}
+
 TEST_F(CompressCommandTest, AnEmptyPasswordIsRefused) {
   auto child = startWithPassword("\n", {file_});
   EXPECT_EQ(child.waitForExit(30), 1);
