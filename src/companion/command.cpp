@@ -7,9 +7,10 @@ namespace tervano {
 
 std::vector<Command> allCommands() {
   std::vector<Command> all;
-  for (const auto topic : {setupCommands, listCommands, editCommands, exchangeCommands,
-                           menuCommands, explainCommands, runCommands, preferenceCommands,
-                           messageCommands, archiveCommands, doctorCommands, completionCommands}) {
+  for (const auto topic :
+       {setupCommands, listCommands, editCommands, exchangeCommands, menuCommands, explainCommands,
+        runCommands, historyCommands, preferenceCommands, messageCommands, archiveCommands,
+        doctorCommands, completionCommands}) {
     auto commands = topic();
     std::move(commands.begin(), commands.end(), std::back_inserter(all));
   }

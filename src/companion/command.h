@@ -29,6 +29,7 @@ std::vector<Command> exchangeCommands();
 std::vector<Command> menuCommands();
 std::vector<Command> explainCommands();
 std::vector<Command> runCommands();
+std::vector<Command> historyCommands();
 std::vector<Command> preferenceCommands();
 std::vector<Command> messageCommands();
 std::vector<Command> archiveCommands();

@@ -48,6 +48,10 @@ std::vector<std::string> wordsOf(const CommandHelp& command) {
     words.insert(words.begin(), {"get", "set", "yes", "no"});
   } else if (command.name == "archive") {
     words = {"dump"};
+  } else if (command.name == "jobs") {
+    words = {"cancel"};
+  } else if (command.name == "queue") {
+    words = {"one", "off"};
   } else if (command.name == "completion") {
     words = {"bash", "zsh", "fish"};
   }

@@ -12,17 +12,17 @@
 #include "companion/arguments.h"
 #include "companion/asker.h"
 #include "companion/command.h"
+#include "companion/companion_settings.h"
 #include "companion/complain.h"
 #include "companion/completion_alert.h"
 #include "companion/compress_run.h"
 #include "companion/file_work.h"
 #include "companion/first_run.h"
-#include "companion/job_runner.h"
+#include "companion/job_session.h"
 #include "companion/rehearsal.h"
 #include "companion/request_receiver.h"
 #include "companion/silent_log.h"
 #include "companion/value_json.h"
-#include "jobs/job_services.h"
 #include "platform/linux/application_service.h"
 #include "platform/log.h"
 #include "platform/platform.h"
@@ -35,74 +35,13 @@ namespace tervano {
 namespace {
 
 constexpr char kApplicationIdentifier[] = "com.vessok.tervano";
-// How long a short-lived command waits for the desktop to take its notifications and requests.
-constexpr double kDeliveryTimeoutSeconds = 10;
-constexpr double kHeartbeatSeconds = 0.2;
+constexpr double kHeartbeatSeconds = 1;
 constexpr int kDefaultIdleSeconds = 60;
 constexpr int kOpenNotificationSeconds = 600;
-
-void waitForDesktop() {
-  platform().runLoop->runMainLoopUntil(
-      [] {
-        return platform().userNotifications->pendingDeliveries() == 0 &&
-               platform().workspace->pendingRequests() == 0;
-      },
-      kDeliveryTimeoutSeconds);
-}
-
-// Never taken out again: what an action posted may still use them until the process ends.
-void installJobServices() {
-  static const JobServices jobServices(platform());
-  installPlatform(jobServices.services());
-}
 
 Askers askersOfDesktop() {
   return {askerOfDesktop(), passwordAskerOfDesktop()};
 }
-
-// Interrupting this process from the terminal stops the work, which cleans up after itself; a
-// second time ends the process. What the process was told to ignore stays ignored. For as long as
-// it lives, one at a time.
-class CancelOnSignals {
- public:
-  explicit CancelOnSignals(const CancelToken& token) {
-    token_ = &token;
-    struct sigaction action {};
-    action.sa_handler = [](int) { token_->cancel(); };
-    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
-    for (std::size_t at = 0; at < kSignals.size(); ++at) {
-      sigaction(kSignals[at], nullptr, &before_[at]);
-      if (before_[at].sa_handler != SIG_IGN) sigaction(kSignals[at], &action, nullptr);
-    }
-  }
-  CancelOnSignals(const CancelOnSignals&) = delete;
-  CancelOnSignals& operator=(const CancelOnSignals&) = delete;
-  ~CancelOnSignals() {
-    for (std::size_t at = 0; at < kSignals.size(); ++at) {
-      sigaction(kSignals[at], &before_[at], nullptr);
-    }
-    token_ = nullptr;
-  }
-
- private:
-  static constexpr std::array<int, 3> kSignals{SIGINT, SIGTERM, SIGHUP};
-  static inline const CancelToken* token_ = nullptr;
-  std::array<struct sigaction, kSignals.size()> before_{};
-};
-
-// Has signals cancel the job for as long as it runs.
-class CancellingListener : public JobListener {
- public:
-  void jobWillRun(const std::shared_ptr<Job>& job) override {
-    cancelling_.emplace(job->cancelToken());
-  }
-  void jobDidEnd(const std::shared_ptr<Job>& /*job*/, const RunOutcome& /*outcome*/) override {
-    cancelling_.reset();
-  }
-
- private:
-  std::optional<CancelOnSignals> cancelling_;
-};
 
 // An open descriptor as a word of the command line.
 int descriptorFrom(const std::string& text) {
@@ -120,12 +59,26 @@ int openURL(const std::vector<std::string>& words) {
   arguments.requirePositional(1, 1, "The URL");
   makeFirstRunAtStart();
   installJobServices();
-  const auto receiver = std::make_shared<RequestReceiver>(askersOfDesktop());
+  const auto runner = std::make_shared<JobRunner>();
+  const auto history = std::make_shared<HistoryListener>();
+  runner->addListener(history);
+  const auto receiver = std::make_shared<RequestReceiver>(askersOfDesktop(), runner);
   removeUnfinishedItems();
+  const CancelToken interrupted;
+  const CancelOnSignals cancelling(interrupted);
   std::optional<RequestReceiver::Result> ended;
   receiver->openURL(arguments.positional().front(),
                     [&](RequestReceiver::Result result, const std::string&) { ended = result; });
-  platform().runLoop->runMainLoopUntil([&] { return ended.has_value(); }, -1);
+  // A signal wakes the loop only while it sleeps.
+  const auto heartbeat = platform().runLoop->scheduleTimer(kHeartbeatSeconds, true, [] {});
+  platform().runLoop->runMainLoopUntil(
+      [&] {
+        if (interrupted.isCancelled()) runner->cancelAll();
+        return ended.has_value();
+      },
+      -1);
+  heartbeat->invalidate();
+  history->waitUntilWritten();
   waitForDesktop();
   switch (*ended) {
     case RequestReceiver::Result::success:
@@ -216,32 +169,23 @@ int run(const std::vector<std::string>& words) {
   if (arguments.has("json")) throw UsageError("--json goes with --dry-run only.");
   installJobServices();
   removeUnfinishedItems();
-  std::optional<RunOutcome> ended;
-  const auto runner = std::make_shared<JobRunner>();
-  runner->addListener(std::make_shared<CancellingListener>());
-  const auto job = runner->run(*place.action, std::move(paths), askers,
-                               [&](const RunOutcome& outcome) { ended = outcome; });
-  // A signal wakes the loop only while it sleeps.
-  const auto heartbeat = platform().runLoop->scheduleTimer(kHeartbeatSeconds, true, [] {});
-  platform().runLoop->runMainLoopUntil(
-      [&] {
-        if (job->cancelToken().isCancelled()) job->cancel();
-        return ended.has_value();
-      },
-      -1);
-  heartbeat->invalidate();
-  if (ended->success) alertOfCompletion(*place.action);
+  const auto end = runInSession([&](JobRunner& runner, JobRunner::Finished finished) {
+    return runner.run(*place.action, std::move(paths), askers, std::move(finished));
+  });
+  if (end.outcome.success) alertOfCompletion(*place.action);
   waitForDesktop();
-  if (!ended->success) throw CommandError(ended->message);
-  const auto complaints = job->complaints();
-  for (const auto& complaint : complaints) complain(complaint);
-  return complaints.empty() ? kExitSuccess : kExitFailure;
+  if (!end.outcome.success) throw CommandError(end.outcome.message);
+  for (const auto& complaint : end.complaints) complain(complaint);
+  return end.complaints.empty() ? kExitSuccess : kExitFailure;
 }
 
 // The long-lived companion: receives URLs until it has been idle for a while.
 class Service {
  public:
-  explicit Service(int idleSeconds) : idleSeconds_(idleSeconds) {}
+  explicit Service(int idleSeconds) : idleSeconds_(idleSeconds) {
+    runner_->addListener(history_);
+    runner_->setQueuePolicy(queueLimitOf);
+  }
 
   int run(const std::vector<std::string>& urls) {
     ApplicationService application(
@@ -258,11 +202,19 @@ class Service {
       touch();
       RequestReceiver::showFilesOfNotification(shown.userInfo);
     });
+    const CancelOnSignals cancelling(stopped_);
     open(urls);
-    const auto heartbeat = platform().runLoop->scheduleTimer(1, true, [] {});
-    platform().runLoop->runMainLoopUntil([&] { return idle(application); }, -1);
+    const auto heartbeat = platform().runLoop->scheduleTimer(kHeartbeatSeconds, true, [] {});
+    platform().runLoop->runMainLoopUntil(
+        [&] { return stopped_.isCancelled() || idle(application); }, -1);
     application.release();
-    platform().runLoop->runMainLoopUntil([this] { return receiver_->running() == 0; }, -1);
+    platform().runLoop->runMainLoopUntil(
+        [this] {
+          if (stopped_.isCancelled()) runner_->cancelAll();
+          return receiver_->running() == 0;
+        },
+        -1);
+    history_->waitUntilWritten();
     waitForDesktop();
     heartbeat->invalidate();
     platform().userNotifications->setActivationHandler(nullptr);
@@ -278,6 +230,7 @@ class Service {
     const auto queue = platform().runLoop->createSerialQueue("com.vessok.cleanupqueue");
     queue->dispatchAsync([isCleaning = isCleaning_] {
       removeUnfinishedItems();
+      tellOfInterruptedJobs();
       platform().runLoop->dispatchAsyncOnMainQueue([isCleaning] { *isCleaning = false; });
     });
   }
@@ -307,7 +260,12 @@ class Service {
   }
 
   int idleSeconds_;
-  std::shared_ptr<RequestReceiver> receiver_ = std::make_shared<RequestReceiver>(askersOfDesktop());
+  // Told by a signal to end: what runs is cancelled.
+  const CancelToken stopped_;
+  std::shared_ptr<HistoryListener> history_ = std::make_shared<HistoryListener>();
+  std::shared_ptr<JobRunner> runner_ = std::make_shared<JobRunner>();
+  std::shared_ptr<RequestReceiver> receiver_ =
+      std::make_shared<RequestReceiver>(askersOfDesktop(), runner_);
   SteadyClock::time_point lastRequest_ = SteadyClock::now();
   // Whether what killed processes left behind is being removed. Main thread.
   std::shared_ptr<bool> isCleaning_ = std::make_shared<bool>(false);
@@ -370,7 +328,9 @@ std::vector<Command> runCommands() {
         {"[--idle-seconds N] [URL...]"},
         {"Started by the desktop when a menu entry is chosen. Owns the name com.vessok.tervano on "
          "the session bus; URLs are given to the process that owns it already. Works without a bus "
-         "on the URLs of its command line."},
+         "on the URLs of its command line.",
+         "An interrupt or a request to terminate cancels what runs, and the service ends once that "
+         "has cleaned up after itself. What was killed is told at the next start."},
         {{"--idle-seconds N", "How long to wait for another request; 60 unless given."}}},
        service,
        true},

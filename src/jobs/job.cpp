@@ -109,8 +109,40 @@ void Job::changeProgress(const std::function<void(JobProgress&)>& change) {
 }
 
 void Job::addChange(JobChange change) {
+  ChangeHandler handler;
+  std::size_t index = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    index = changes_.size();
+    if (change.kind == JobChange::Kind::removed) removed_.insert(change.from);
+    changes_.push_back(change);
+    handler = changeHandler_;
+  }
+  if (handler) handler(index, change);
+}
+
+void Job::itemDidChange(const std::string& path) {
+  ChangeHandler handler;
+  std::size_t index = 0;
+  JobChange change;
+  {
+    const std::lock_guard lock(mutex_);
+    if (changes_.empty() || changes_.back().to != path) return;
+    index = changes_.size() - 1;
+    change = changes_.back();
+    handler = changeHandler_;
+  }
+  if (handler) handler(index, change);
+}
+
+bool Job::hasRemoved(const std::string& path) const {
   const std::lock_guard lock(mutex_);
-  changes_.push_back(std::move(change));
+  return removed_.contains(path);
+}
+
+void Job::setChangeHandler(ChangeHandler handler) {
+  const std::lock_guard lock(mutex_);
+  changeHandler_ = std::move(handler);
 }
 
 std::vector<JobChange> Job::changes() const {

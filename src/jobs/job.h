@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -7,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "jobs/work_monitor.h"
@@ -22,16 +24,19 @@ struct JobSubject {
   std::string className;
   // The files that it was chosen on, as bytes.
   std::vector<std::string> paths;
+  // The number of the job that this one undoes; 0 for none.
+  std::int64_t undoes = 0;
 };
 
 // One item that a job has changed for good.
 struct JobChange {
-  // `removed` is what made room for something else, or was in the way of it.
-  enum class Kind { moved, copied, made, removed };
+  // `removed` is what made room for something else, or was in the way of it; `trashed` lies in the
+  // trash now.
+  enum class Kind { moved, copied, made, removed, trashed };
   Kind kind = Kind::moved;
-  // Where it was, or what it is a copy of; of a conversion the picture; for `removed` the item.
+  // Where it was, or what it is a copy of; of a conversion the picture; for the last two the item.
   std::string from;
-  // Where it is now; empty for `removed`.
+  // Where it is now; empty for the last two.
   std::string to;
 
   friend bool operator==(const JobChange&, const JobChange&) = default;
@@ -63,6 +68,9 @@ class Job : public std::enable_shared_from_this<Job> {
   Job& operator=(const Job&) = delete;
 
   const JobSubject& subject() const { return subject_; }
+  // What the history calls it; 0 until, or unless, the history has it.
+  std::int64_t number() const { return number_.load(); }
+  void setNumber(std::int64_t number) { number_ = number; }
   const CancelToken& cancelToken() const { return cancelToken_; }
   // For work that takes one: stopped with the job, and its progress is the job's.
   WorkMonitor monitor();
@@ -86,6 +94,15 @@ class Job : public std::enable_shared_from_this<Job> {
   void setProgressHandler(std::function<void()> handler);
 
   void addChange(JobChange change);
+  // The work of the job has given attributes to an item that it made: what is told of the last
+  // change, when that made it, is told again.
+  void itemDidChange(const std::string& path);
+  // Whether it has removed something at that path.
+  bool hasRemoved(const std::string& path) const;
+  // Called with each change and its place in the list, on the thread that made it, while the item
+  // is as the work left it. Null removes it; a call may be under way then.
+  using ChangeHandler = std::function<void(std::size_t index, const JobChange& change)>;
+  void setChangeHandler(ChangeHandler handler);
   std::vector<JobChange> changes() const;
 
   // What processes of the job wrote to their standard outputs, the beginning of it only.
@@ -110,6 +127,7 @@ class Job : public std::enable_shared_from_this<Job> {
 
   const JobSubject subject_;
   const CancelToken cancelToken_;
+  std::atomic<std::int64_t> number_ = 0;
   std::function<void()> cancelHandler_;
   bool isCancelled_ = false;
   std::function<void()> processEndHandler_;
@@ -123,6 +141,8 @@ class Job : public std::enable_shared_from_this<Job> {
   bool isTelling_ = false;
   std::chrono::steady_clock::time_point told_;
   std::vector<JobChange> changes_;
+  std::unordered_set<std::string> removed_;
+  ChangeHandler changeHandler_;
   std::string output_;
   std::vector<std::string> complaints_;
 };

@@ -48,14 +48,6 @@ std::optional<Error> cancellation(const Job& job, const std::string& phrase) {
   return posixError(ECANCELED, phrase);
 }
 
-// Whether something was removed to make room at that path.
-bool hasRoomBeenMade(const Job& job, const std::string& path) {
-  const auto changes = job.changes();
-  return std::any_of(changes.begin(), changes.end(), [&](const JobChange& change) {
-    return change.kind == JobChange::Kind::removed && change.from == path;
-  });
-}
-
 }  // namespace
 
 std::optional<Error> JobFileManager::removeItemAtPath(const std::string& path) {
@@ -90,6 +82,13 @@ std::optional<Error> JobFileManager::performCopy(const ItemCopy& copy) {
   return std::nullopt;
 }
 
+std::optional<Error> JobFileManager::setAttributesOfItemAtPath(const FileAttributes& attributes,
+                                                               const std::string& path) {
+  auto error = ForwardingFileManager::setAttributesOfItemAtPath(attributes, path);
+  if (const auto job = currentJob(); job != nullptr && !error) job->itemDidChange(path);
+  return error;
+}
+
 std::optional<Error> JobFileManager::moveItemAtPath(const std::string& from,
                                                     const std::string& to) {
   return performMove({from, to});
@@ -99,7 +98,7 @@ std::optional<Error> JobFileManager::performMove(const ItemMove& move) {
   const auto job = currentJob();
   if (job == nullptr) return ForwardingFileManager::performMove(move);
   // What was there is gone already: nothing is to have been lost for nothing.
-  const bool canStop = !hasRoomBeenMade(*job, move.to);
+  const bool canStop = !job->hasRemoved(move.to);
   if (canStop) {
     if (auto error = cancellation(*job, "Could not move " + move.from + " to " + move.to)) {
       return error;

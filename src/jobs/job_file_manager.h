@@ -15,6 +15,8 @@ class JobFileManager : public ForwardingFileManager {
   std::optional<Error> removeItemAtPath(const std::string& path) override;
   std::optional<Error> copyItemAtPath(const std::string& from, const std::string& to) override;
   std::optional<Error> performCopy(const ItemCopy& copy) override;
+  std::optional<Error> setAttributesOfItemAtPath(const FileAttributes& attributes,
+                                                 const std::string& path) override;
   std::optional<Error> moveItemAtPath(const std::string& from, const std::string& to) override;
   std::optional<Error> performMove(const ItemMove& move) override;
 };
