@@ -4,6 +4,7 @@
 extern "C" {
 #include <libcaja-extension/caja-extension-types.h>
 #include <libcaja-extension/caja-file-info.h>
+#include <libcaja-extension/caja-location-widget-provider.h>
 #include <libcaja-extension/caja-menu-provider.h>
 #include <libcaja-extension/caja-menu.h>
 }
@@ -20,13 +21,21 @@ struct Manager {
   using FileInfoInterface = CajaFileInfoIface;
   static GType fileInfoType() { return CAJA_TYPE_FILE_INFO; }
 
-  static GList* fileItems(gpointer provider, GList* files) {
+  static GList* fileItems(gpointer provider, GList* files, GtkWidget* window = nullptr) {
     return CAJA_MENU_PROVIDER_GET_IFACE(provider)->get_file_items(CAJA_MENU_PROVIDER(provider),
-                                                                  nullptr, files);
+                                                                  window, files);
   }
-  static GList* folderItems(gpointer provider, FileInfo* folder) {
+  static GList* folderItems(gpointer provider, FileInfo* folder, GtkWidget* window = nullptr) {
     return CAJA_MENU_PROVIDER_GET_IFACE(provider)->get_background_items(
-        CAJA_MENU_PROVIDER(provider), nullptr, folder);
+        CAJA_MENU_PROVIDER(provider), window, folder);
+  }
+  static GList* toolbarItems(gpointer provider, FileInfo* folder, GtkWidget* window) {
+    return CAJA_MENU_PROVIDER_GET_IFACE(provider)->get_toolbar_items(CAJA_MENU_PROVIDER(provider),
+                                                                     window, folder);
+  }
+  static GtkWidget* toolbarButton(gpointer provider, const char* folderURI, GtkWidget* window) {
+    return CAJA_LOCATION_WIDGET_PROVIDER_GET_IFACE(provider)->get_widget(
+        CAJA_LOCATION_WIDGET_PROVIDER(provider), folderURI, window);
   }
   static GList* itemsOfSubmenu(gpointer menu) { return caja_menu_get_items(CAJA_MENU(menu)); }
 };

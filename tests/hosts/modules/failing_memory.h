@@ -3,10 +3,11 @@
 namespace tervano::test {
 
 // Lets `operator new` throw on this thread from the allocation of that number on, for as long as it
-// lives: 0 is the next one.
+// lives: 0 is the next one. Libraries whose paths hold the text `spared` get what they ask for
+// themselves.
 class FailingMemory {
  public:
-  explicit FailingMemory(int allocation);
+  explicit FailingMemory(int allocation, const char* spared = nullptr);
   FailingMemory(const FailingMemory&) = delete;
   FailingMemory& operator=(const FailingMemory&) = delete;
   ~FailingMemory();

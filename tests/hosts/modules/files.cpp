@@ -47,6 +47,9 @@ void initFileInfo(gpointer data, gpointer /*data*/) {
     return information;
   };
 #else
+  interface->get_string_attribute = [](Manager::FileInfo* file, const char* name) -> char* {
+    return g_strcmp0(name, "name") == 0 ? g_file_get_basename(of(file)->location) : nullptr;
+  };
   interface->get_activation_uri = [](Manager::FileInfo* file) {
     return of(file)->targetURI == nullptr ? uriOf(of(file)) : g_strdup(of(file)->targetURI);
   };
@@ -66,47 +69,11 @@ GType fileType() {
   return type;
 }
 
-struct Trashed {
-  GObject parent;
-  char* name;
-  char* path;
-};
-
-void initLocation(gpointer data, gpointer /*data*/) {
-  auto* const interface = static_cast<GFileIface*>(data);
-  interface->get_path = [](GFile* file) {
-    return g_strdup(reinterpret_cast<Trashed*>(file)->path);
-  };
-  interface->get_uri = [](GFile* file) {
-    return g_strconcat("trash:///", reinterpret_cast<Trashed*>(file)->name, nullptr);
-  };
-  interface->get_uri_scheme = [](GFile*) { return g_strdup("trash"); };
-  interface->has_uri_scheme = [](GFile*, const char* scheme) {
-    return static_cast<gboolean>(g_strcmp0(scheme, "trash") == 0);
-  };
-  interface->is_native = [](GFile*) -> gboolean { return FALSE; };
-}
-
-GType trashedType() {
-  static const GType type = [] {
-    const GType made = g_type_register_static_simple(
-        G_TYPE_OBJECT, "TervanoTestTrashed", sizeof(FileClass),
-        [](gpointer type, gpointer) {
-          static_cast<GObjectClass*>(type)->finalize = [](GObject* object) {
-            g_free(reinterpret_cast<Trashed*>(object)->name);
-            g_free(reinterpret_cast<Trashed*>(object)->path);
-            static_cast<GObjectClass*>(g_type_class_peek(G_TYPE_OBJECT))->finalize(object);
-          };
-        },
-        sizeof(Trashed), nullptr, static_cast<GTypeFlags>(0));
-    const GInterfaceInfo interface { initLocation, nullptr, nullptr };
-    g_type_add_interface_static(made, G_TYPE_FILE, &interface);
-    return made;
-  }();
-  return type;
-}
-
 }  // namespace
+
+GType typeOfFiles() {
+  return fileType();
+}
 
 GObject* newFile(GFile* location, bool isDirectory) {
   auto* const file = static_cast<GObject*>(g_object_new(fileType(), nullptr));
@@ -119,13 +86,6 @@ GObject* newRecentFile(const std::string& targetURI) {
   GObject* const file = newFile(g_file_new_for_uri("recent:///one"), false);
   of(file)->targetURI = g_strdup(targetURI.c_str());
   return file;
-}
-
-GFile* newTrashed(const std::string& name, const std::string& path) {
-  auto* const file = static_cast<Trashed*>(g_object_new(trashedType(), nullptr));
-  file->name = g_strdup(name.c_str());
-  file->path = g_strdup(path.c_str());
-  return reinterpret_cast<GFile*>(file);
 }
 
 Files& Files::addMany(const std::string& folder, int count) {

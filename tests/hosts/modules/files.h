@@ -16,8 +16,8 @@ inline GObject* newLocalFile(const std::string& path, bool isDirectory = false) 
 // An entry of the list of files that were used lately, which stands for that URL.
 GObject* newRecentFile(const std::string& targetURI);
 
-// What lies in the trash below that name and has a path on this machine nevertheless.
-GFile* newTrashed(const std::string& name, const std::string& path);
+// The type of all of these.
+GType typeOfFiles();
 
 // Owns a list of such files.
 class Files {

@@ -1,6 +1,7 @@
 #include "tests/hosts/modules/items.h"
 
 #include "platform/linux/glib_handles.h"
+#include "tests/support/run_program.h"
 
 #include TERVANO_MANAGER
 
@@ -43,7 +44,9 @@ std::string textOf(gpointer item) {
   gboolean isEnabled = FALSE;
   g_object_get(item, "sensitive", &isEnabled, nullptr);
   std::string text = (isEnabled != FALSE ? "" : "-") + labelOf(item);
-  if (!textOf(item, "icon").empty()) text += '@';
+  if (const std::string icon = textOf(item, "icon"); !icon.empty()) {
+    text += icon.starts_with('/') && exists(icon) ? '@' : '!';
+  }
   const auto submenu = submenuOf(item);
   if (submenu == nullptr) return text;
   std::string members;

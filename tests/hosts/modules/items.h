@@ -18,7 +18,8 @@ class Items {
   bool isNull() const { return items_ == nullptr; }
   GList* list() const { return items_; }
   // Labels without their invisible ends, separated by commas; "-" before a disabled one, "@" behind
-  // one that has an icon, and the members of a submenu in brackets.
+  // one whose icon is a file that is there and "!" behind one whose icon is not, and the members of
+  // a submenu in brackets.
   std::string text() const;
   // Chooses the first entry of that label, wherever it is; false without one.
   bool choose(const std::string& label) const;

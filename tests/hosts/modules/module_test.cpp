@@ -1,45 +1,21 @@
-#include "tests/hosts/modules/module.h"
+#include "tests/hosts/modules/module_fixture.h"
 
-#include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <set>
 #include <sstream>
 
-#include "platform/linux/glib_handles.h"
-#include "tests/companion/tervano_program.h"
-#include "tests/hosts/modules/failing_memory.h"
-#include "tests/hosts/modules/files.h"
-#include "tests/hosts/modules/items.h"
+#include "tests/hosts/elsewhere/elsewhere_file.h"
 #include "tests/hosts/system_calls/system_calls.h"
-
-#include TERVANO_MANAGER
 
 namespace tervano::test {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-// What the tests of one program share, as a file manager's process does: the extension that the
-// module starts is never ended.
-struct Process {
-  static Process& shared() {
-    static auto& process = *new Process;
-    return process;
-  }
-  Process() {
-    home.home().setVariable("XDG_DATA_DIRS", "/usr/share");
-    home.home().setVariable("LC_ALL", "C.UTF-8");
-  }
-
-  ProgramHome home;
-};
 
 std::string outputOf(const std::string& program, std::vector<std::string> words) {
   ProgramStart start;
@@ -51,81 +27,7 @@ std::string outputOf(const std::string& program, std::vector<std::string> words)
   return outcome.output;
 }
 
-// Runs the process's main loop until `done`, also asked now and then, answers true, at most ten
-// seconds; answers whether it did.
-bool waitUntil(const std::function<bool()>& done) {
-  const gint64 end = g_get_monotonic_time() + 10 * G_USEC_PER_SEC;
-  const guint tick = g_timeout_add(
-      5, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
-  bool isDone = done();
-  while (!isDone && g_get_monotonic_time() < end) {
-    g_main_context_iteration(nullptr, TRUE);
-    isDone = done();
-  }
-  g_source_remove(tick);
-  return isDone;
-}
-
-// The text of a menu, icons left out where the file manager draws none.
-std::string drawn(std::string text) {
-  if (!Manager::kDrawsIcons) std::erase(text, '@');
-  return text;
-}
-
 }  // namespace
-
-class ModuleTest : public testing::Test {
- protected:
-  void SetUp() override {
-    fs::remove_all(home_.container());
-    home_.succeed({"prefs", "set", "useSubmenu", "yes"});
-    module_ = std::make_unique<Module>();
-    provider_.reset(module_->newProvider());
-    files_.add(newLocalFile(home_.file("one.txt")));
-  }
-
-  std::string add(std::vector<std::string> words) const {
-    words.insert(words.begin(), "add");
-    return home_.succeed(std::move(words));
-  }
-  std::string addMove(const std::string& title, std::vector<std::string> options = {}) const {
-    std::vector<std::string> words = {"move", "--title", title, "--to", home_.folder("to")};
-    words.insert(words.end(), options.begin(), options.end());
-    return add(std::move(words));
-  }
-
-  GList* request(const Files& files) const {
-    return Manager::fileItems(provider_.get(), files.list());
-  }
-  std::string textOf(const Files& files) const { return Items(request(files)).text(); }
-  // The same once the list is what it is expected to be: changes arrive as messages, and icons are
-  // drawn meanwhile.
-  std::string textOnceItIs(const std::string& text, const Files& files) const {
-    std::string found;
-    static_cast<void>(waitUntil([&] { return (found = textOf(files)) == text; }));
-    return found;
-  }
-  std::string textOnceItIs(const std::string& text) const { return textOnceItIs(text, files_); }
-
-  GList* requestForFolder(GObject* folder) const {
-    return Manager::folderItems(provider_.get(), reinterpret_cast<Manager::FileInfo*>(folder));
-  }
-
-  // The paths of each choice that was handed over.
-  std::set<std::vector<std::string>> handedOver() const {
-    std::set<std::vector<std::string>> choices;
-    for (const auto& file : fs::directory_iterator(home_.container())) {
-      if (file.path().filename().string().size() != 36) continue;
-      choices.insert(nlohmann::json::parse(contentsOf(file.path())).at("paths"));
-    }
-    return choices;
-  }
-
-  ProgramHome& home_ = Process::shared().home;
-  std::unique_ptr<Module> module_;
-  GObjectPtr<GObject> provider_;
-  Files files_;
-};
 
 TEST_F(ModuleTest, ItExportsItsEntryFunctionsAndNothingElse) {
   std::istringstream lines(
@@ -211,15 +113,15 @@ TEST_F(ModuleTest, AnEntryChosenOnItemsOfTheTrashTouchesNothing) {
   home_.succeed({"prefs", "set", "useSubmenu", "no"});
   ASSERT_EQ(textOnceItIs(drawn("Delete@")), drawn("Delete@"));
   // As a virtual file system lists it, and as one does that is mounted as well.
-  for (GFile* location :
-       {g_file_new_for_uri("trash:///one.txt"), newTrashed("one.txt", home_.path() + "/one.txt")}) {
+  for (GFile* location : {g_file_new_for_uri("trash:///one.txt"),
+                          newElsewhereFile("trash:///one.txt", home_.path() + "/one.txt")}) {
     Files trashed;
     trashed.add(newFile(location, false));
     const Items items(request(trashed));
     EXPECT_TRUE(items.isNull()) << items.text();
     items.choose("Delete");
     const GObjectPtr<GObject> folder(
-        newFile(newTrashed("", home_.folder(".local/share/Trash/files")), true));
+        newFile(newElsewhereFile("trash:///", home_.folder(".local/share/Trash/files")), true));
     EXPECT_TRUE(Items(requestForFolder(folder.get())).isNull());
   }
   EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{}));
@@ -228,12 +130,28 @@ TEST_F(ModuleTest, AnEntryChosenOnItemsOfTheTrashTouchesNothing) {
 TEST_F(ModuleTest, OnlyTheLocalItemsOfASelectionAreActedOn) {
   addMove("Away");
   files_.add(newFile(g_file_new_for_uri("trash:///two.txt"), false))
-      .add(newFile(newTrashed("three.txt", home_.path() + "/three.txt"), false))
+      .add(newFile(newElsewhereFile("trash:///three.txt", home_.path() + "/three.txt"), false))
       .add(newFile(g_file_new_for_uri("sftp://host/four.txt"), false))
+      // As one that is mounted on this machine as well.
+      .add(newFile(newElsewhereFile("sftp://host/five.txt", home_.path() + "/five.txt"), false))
+      .add(newFile(newElsewhereFile("recent:///six", home_.path() + "/six.txt"), false))
       .add(newFile(nullptr, false));
   ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
   ASSERT_TRUE(Items(request(files_)).choose("Away"));
   EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{{home_.path() + "/one.txt"}}));
+}
+
+TEST_F(ModuleTest, AFileOfAnotherFileSystemIsNotAskedForItsPathHere) {
+  addMove("Away");
+  ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
+  for (const char* uri : {"sftp://host/one.txt", "trash:///one.txt", "recent:///one"}) {
+    Files remote;
+    remote.add(newFile(newElsewhereFile(uri, home_.path() + "/one.txt"), false));
+    EXPECT_TRUE(Items(request(remote)).isNull()) << uri;
+    EXPECT_TRUE(Items(requestForFolder(static_cast<GObject*>(remote.list()->data))).isNull())
+        << uri;
+  }
+  EXPECT_EQ(pathQuestions(), 0);
 }
 
 TEST_F(ModuleTest, AFileInTheListOfRecentOnesIsUsedByItsPath) {
@@ -368,20 +286,16 @@ TEST_F(ModuleTest, ARequestThatRunsOutOfMemoryThrowsNothing) {
   addMove("Away", {"--into", group});
   const std::string text = drawn("Tervano@[Sort@[Away@]]");
   ASSERT_EQ(textOnceItIs(text), text);
-  int allocation = 0;
-  for (bool hasFailed = true; hasFailed; ++allocation) {
-    GList* answer = nullptr;
-    {
-      const FailingMemory failing(allocation);
-      answer = request(files_);
-      hasFailed = FailingMemory::hasFailed();
-    }
-    const std::string found = Items(answer).text();
-    EXPECT_EQ(found, hasFailed ? "" : text) << allocation;
-    ASSERT_LT(allocation, 10'000);
-  }
-  // Of what had to be allocated, at least the selection and each item.
-  EXPECT_GT(allocation, 5);
+  expectNoMenuWithoutMemory([&] { return request(files_); }, text);
+}
+
+TEST_F(ModuleTest, ABackgroundMenuThatRunsOutOfMemoryThrowsNothing) {
+  const std::string group = add({"group-move", "--title", "Sort"});
+  addMove("Away", {"--into", group});
+  const std::string text = drawn("Tervano@[Sort@[Away@]]");
+  ASSERT_EQ(textOnceItIs(text), text);
+  const GObjectPtr<GObject> folder(newLocalFile(home_.folder("folder"), true));
+  expectNoMenuWithoutMemory([&] { return requestForFolder(folder.get()); }, text);
 }
 
 TEST_F(ModuleTest, ARequestStartsNothingWaitsForNothingAndLooksAtNoFile) {

@@ -4,6 +4,7 @@
 extern "C" {
 #include <libnemo-extension/nemo-extension-types.h>
 #include <libnemo-extension/nemo-file-info.h>
+#include <libnemo-extension/nemo-location-widget-provider.h>
 #include <libnemo-extension/nemo-menu-provider.h>
 #include <libnemo-extension/nemo-menu.h>
 }
@@ -27,6 +28,10 @@ struct Manager {
   static GList* folderItems(gpointer provider, FileInfo* folder) {
     return NEMO_MENU_PROVIDER_GET_IFACE(provider)->get_background_items(
         NEMO_MENU_PROVIDER(provider), nullptr, folder);
+  }
+  static GtkWidget* toolbarButton(gpointer provider, const char* folderURI, GtkWidget* window) {
+    return NEMO_LOCATION_WIDGET_PROVIDER_GET_IFACE(provider)->get_widget(
+        NEMO_LOCATION_WIDGET_PROVIDER(provider), folderURI, window);
   }
   static GList* itemsOfSubmenu(gpointer menu) { return nemo_menu_get_items(NEMO_MENU(menu)); }
 };

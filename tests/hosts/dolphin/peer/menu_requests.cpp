@@ -36,9 +36,11 @@ int main(int argc, char** argv) {
   KFileItemList files;
   for (int i = 0; i < count; ++i) files.append(listedFile(i));
   const KFileItemListProperties selection(files);
+  tervano::test::markStart();
   const KPluginMetaData metaData(QStringLiteral("kf5/kfileitemaction/tervano"));
   const std::unique_ptr<KAbstractFileItemActionPlugin> plugin(
       KPluginFactory::instantiatePlugin<KAbstractFileItemActionPlugin>(metaData).plugin);
+  tervano::test::markStart();
   for (int request = 0; request < 2; ++request) {
     tervano::test::markMenuRequest();
     const QList<QAction*> entries = plugin->actions(selection, nullptr);
