@@ -407,6 +407,45 @@ TEST_F(ApplicationLauncherTest, NobodyMakesUpAToken) {
   EXPECT_EQ(onlyRun().activationToken + onlyRun().startupIdentifier, "");
 }
 
+TEST_F(ApplicationLauncherTest, TheTokenOfARequestGoesToWhatItOpensFirst) {
+  const NoBus noBus;
+  platform_.home().setVariable("XDG_ACTIVATION_TOKEN", "of the session");
+  const auto application =
+      asWord(Url::fileURLWithPath(entry("app", "Exec=" + recorder() + " %F\n")).absoluteString());
+  auto peer = startPeer();
+  peer.say("request " + asWord("token") + " " + asWord("identifier"));
+  for (const char* url : {"file:///1", "file:///2"}) {
+    peer.say("open-with " + application + " " + asWord(url));
+    EXPECT_THAT(linesUntilDone(peer), ElementsAre("opened"));
+  }
+  peer.say("request - " + asWord("other"));
+  peer.say("open-with " + application + " " + asWord("file:///3"));
+  EXPECT_THAT(linesUntilDone(peer), ElementsAre("opened"));
+  std::vector<std::string> tokens;
+  for (const auto& run : runs(3)) {
+    tokens.push_back(run.arguments.at(0) + run.activationToken + run.startupIdentifier);
+  }
+  EXPECT_THAT(tokens, testing::UnorderedElementsAre("/1tokenidentifier", "/2", "/3other"));
+}
+
+TEST_F(ApplicationLauncherTest, ATokenThatAProgramDoesNotKnowStaysForTheNext) {
+  const NoBus noBus;
+  const auto knows =
+      Url::fileURLWithPath(entry("app", "Exec=" + recorder() + " %F\n")).absoluteString();
+  const auto doesNot =
+      Url::fileURLWithPath(entry("other", "Exec=" + recorder() + " %F\nStartupNotify=false\n"))
+          .absoluteString();
+  auto peer = startPeer();
+  peer.say("request " + asWord("token") + " -");
+  for (const auto& application : {doesNot, knows}) {
+    peer.say("open-with " + asWord(application) + " " + asWord("file:///a"));
+    EXPECT_THAT(linesUntilDone(peer), ElementsAre("opened"));
+  }
+  std::vector<std::string> tokens;
+  for (const auto& run : runs(2)) tokens.push_back(run.activationToken);
+  EXPECT_THAT(tokens, testing::UnorderedElementsAre("", "token"));
+}
+
 TEST_F(ApplicationLauncherTest, TheRunningApplicationHasItsIdentifier) {
   const NoBus noBus;
   const auto path = entry("org.example.App", "Exec=" + recorder() + " %F\n");
@@ -505,6 +544,28 @@ TEST_F(ActivatableApplicationTest, TheTokenOfTheSessionGoesWithTheRequest) {
   EXPECT_EQ(app.calls()[0].arguments,
             "(['file:///a'], {'activation-token': <'token'>, 'desktop-startup-id': "
             "<'identifier'>})");
+}
+
+TEST_F(ActivatableApplicationTest, TheTokenOfARequestGoesWithItOnce) {
+  const auto app = service();
+  auto peer = startPeer();
+  const auto path = activatable("Exec=false %U");
+  peer.say("request " + asWord("token") + " -");
+  EXPECT_THAT(opened(peer, path, {"/a"}), ElementsAre("opened"));
+  EXPECT_THAT(opened(peer, path, {"/b"}), ElementsAre("opened"));
+  ASSERT_THAT(app.calls(), SizeIs(2));
+  EXPECT_EQ(app.calls()[0].arguments, "(['file:///a'], {'activation-token': <'token'>})");
+  EXPECT_EQ(app.calls()[1].arguments, "(['file:///b'], @a{sv} {})");
+}
+
+TEST_F(ActivatableApplicationTest, TheTokenGoesToTheCommandLineThatIsUsedInstead) {
+  const PrivateBus bus(
+      std::map<std::string, std::string>{{"org.example.Odd-App", "/nonexistent/program"}});
+  auto peer = startPeer();
+  peer.say("request " + asWord("token") + " " + asWord("identifier"));
+  EXPECT_THAT(opened(peer, activatable("Exec=" + recorder() + " %F"), {file("a")}),
+              Contains("opened"));
+  EXPECT_EQ(onlyRun().activationToken + onlyRun().startupIdentifier, "tokenidentifier");
 }
 
 TEST_F(ActivatableApplicationTest, ANameThatTheBusDoesNotKnowIsStartedByItsCommandLine) {

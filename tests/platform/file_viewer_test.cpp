@@ -47,6 +47,24 @@ class FileViewerTest : public WorkspaceFixture {
   }
 };
 
+TEST_F(FileViewerTest, TheFileManagerGetsTheTokenOfTheRequestOnce) {
+  const PrivateBus bus;
+  const auto manager = fileManager();
+  auto peer = startPeer();
+  peer.say("request " + asWord("token") + " " + asWord("identifier"));
+  for (int i = 0; i < 2; ++i) {
+    peer.say("reveal " + asWord("file:///a"));
+    EXPECT_THAT(linesUntilDone(peer), IsEmpty());
+  }
+  peer.say("request - " + asWord("identifier"));
+  peer.say("show " + asWord(folder("a")));
+  EXPECT_THAT(linesUntilDone(peer), ElementsAre("shown 1"));
+  ASSERT_THAT(manager.calls(), SizeIs(3));
+  EXPECT_EQ(manager.calls()[0].arguments, "(['file:///a'], 'token')");
+  EXPECT_EQ(manager.calls()[1].arguments, "(['file:///a'], '')");
+  EXPECT_THAT(manager.calls()[2].arguments, testing::EndsWith(", 'identifier')"));
+}
+
 TEST_F(FileViewerTest, AFolderIsOpenedByTheFileManagerOfTheBus) {
   const PrivateBus bus;
   const auto manager = fileManager();

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <thread>
 
+#include "platform/linux/activation.h"
 #include "platform/linux/descriptor.h"
 #include "tests/support/fake_bus_service.h"
 #include "tests/support/private_bus.h"
@@ -34,6 +35,7 @@ constexpr char kInterfaceXML[] = R"(<node><interface name="org.freedesktop.Notif
     <arg type="as" direction="in"/><arg type="a{sv}" direction="in"/><arg type="i" direction="in"/>
     <arg type="u" direction="out"/></method>
   <signal name="ActionInvoked"><arg type="u"/><arg type="s"/></signal>
+  <signal name="ActivationToken"><arg type="u"/><arg type="s"/></signal>
   <signal name="NotificationClosed"><arg type="u"/><arg type="u"/></signal>
 </interface></node>)";
 constexpr int kShortTimeoutMilliseconds = 200;
@@ -54,6 +56,9 @@ class FakeDaemon {
   }
   void press(std::uint32_t identifier, const char* action) {
     service_.emitSignal("ActionInvoked", g_variant_new("(us)", identifier, action));
+  }
+  void announce(std::uint32_t identifier, const char* token) {
+    service_.emitSignal("ActivationToken", g_variant_new("(us)", identifier, token));
   }
   void close(std::uint32_t identifier) {
     service_.emitSignal("NotificationClosed", g_variant_new("(uu)", identifier, 2U));
@@ -216,6 +221,24 @@ TEST_F(FreedesktopNotificationsTest, APressOnTheNotificationItselfCountsAsThePre
   ASSERT_TRUE(deliver(notifications, withButton()));
   daemon.press(1, "default");
   EXPECT_TRUE(waitUntil([&] { return presses == 1; }));
+}
+
+TEST_F(FreedesktopNotificationsTest, APressIsARequestWithTheTokenThatWasAnnouncedForIt) {
+  const PrivateBus bus;
+  FakeDaemon daemon(bus, {"actions"});
+  FreedesktopNotifications notifications("com.vessok.tervano");
+  std::vector<std::string> tokens;
+  notifications.setActivationHandler(
+      [&](const UserNotification&) { tokens.push_back(takeActivationToken().text()); });
+  for (int i = 0; i < 2; ++i) ASSERT_TRUE(deliver(notifications, withButton()));
+  daemon.announce(1, "first");
+  daemon.press(1, "show");
+  daemon.press(1, "show");
+  // That of another notification.
+  daemon.announce(1, "second");
+  daemon.press(2, "show");
+  EXPECT_TRUE(waitUntil([&] { return tokens.size() == 3; }));
+  EXPECT_THAT(tokens, ElementsAre("first", "", ""));
 }
 
 TEST_F(FreedesktopNotificationsTest, APressOnAnUnknownActionOrNotificationDoesNothing) {

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <functional>
 #include <span>
 
@@ -19,21 +18,6 @@ namespace {
 
 // A bus may take no larger message.
 constexpr std::size_t kLargestMessage = std::size_t{16} << 20;
-
-// The platform data of org.freedesktop.Application: the token with which the session started us.
-GVariant* platformData() {
-  GVariantBuilder data;
-  g_variant_builder_init(&data, G_VARIANT_TYPE("a{sv}"));
-  const auto add = [&data](const char* key, const char* variable) {
-    const char* value = std::getenv(variable);
-    if (value != nullptr && *value != '\0' && g_utf8_validate(value, -1, nullptr)) {
-      g_variant_builder_add(&data, "{sv}", key, g_variant_new_string(value));
-    }
-  };
-  add("activation-token", "XDG_ACTIVATION_TOKEN");
-  add("desktop-startup-id", "DESKTOP_STARTUP_ID");
-  return g_variant_builder_end(&data);
-}
 
 bool canBeSent(const std::vector<Url>& urls) {
   std::size_t size = 0;
@@ -75,7 +59,7 @@ using ArgumentsMaker = std::function<std::vector<std::string>(std::span<const Ur
 int startWithAll(ProgramLauncher& programs, const ProgramLauncher::Options& options,
                  const ArgumentsMaker& arguments, std::span<const Url> urls, std::size_t& started) {
   auto own = options;
-  own.passesActivationToken = options.passesActivationToken && started == 0;
+  if (started > 0) own.activationToken = {};
   const int failure = programs.start(arguments(urls), own);
   if (failure == 0) started += urls.size();
   if (failure != E2BIG || urls.size() < 2) return failure;
@@ -141,14 +125,15 @@ std::string ApplicationLauncher::whatFailed(const Request& request) {
 std::optional<Error> ApplicationLauncher::open(const ApplicationEntry& application,
                                                const std::vector<Url>& urls) {
   if (auto problem = argumentProblem(urls)) return problem;
-  const auto request = std::make_shared<const Request>(Request{application, urls, true});
-  if (canGoThroughBus(*request) &&
-      isReachable(bus_, application.busName(), reachableTimeoutMilliseconds_)) {
-    ++pendingRequests_;
-    bus_.post([this, request] { openThroughBus(request); });
-    return std::nullopt;
-  }
-  return startProgram(request);
+  const auto request = std::make_shared<Request>(Request{application, urls, true});
+  const bool goesThroughBus =
+      canGoThroughBus(*request) &&
+      isReachable(bus_, application.busName(), reachableTimeoutMilliseconds_);
+  if (goesThroughBus || application.takesActivationToken) request->token = takeActivationToken();
+  if (!goesThroughBus) return startProgram(request);
+  ++pendingRequests_;
+  bus_.post([this, request] { openThroughBus(request); });
+  return std::nullopt;
 }
 
 std::optional<Error> ApplicationLauncher::openWithProgram(const std::string& path,
@@ -162,7 +147,7 @@ std::optional<Error> ApplicationLauncher::openWithProgram(const std::string& pat
     }
     return words;
   };
-  return startList(programs_, {}, arguments, urls, path);
+  return startList(programs_, {std::nullopt, takeActivationToken()}, arguments, urls, path);
 }
 
 std::optional<Error> ApplicationLauncher::start(const ApplicationEntry& application,
@@ -171,18 +156,20 @@ std::optional<Error> ApplicationLauncher::start(const ApplicationEntry& applicat
   std::vector<std::string> words;
   ProgramLauncher::Options options;
   if (auto problem = prepare(application, inTerminal, words, options)) return problem;
+  if (application.takesActivationToken) options.activationToken = takeActivationToken();
   words.insert(words.end(), arguments.begin(), arguments.end());
   const int failure = programs_.start(words, options);
   return failure == 0 ? std::nullopt : startFailure(failure, arguments.front());
 }
 
-void ApplicationLauncher::openLater(const std::string& entryPath, const Url& url) {
+void ApplicationLauncher::openLater(const std::string& entryPath, const Url& url,
+                                    ActivationToken token) {
   ++pendingRequests_;
-  bus_.post([this, entryPath, url] {
+  bus_.post([this, entryPath, url, token = std::move(token)] {
     std::optional<Error> error;
     auto application = applicationEntryAtPath(entryPath, &error);
     const auto request = std::make_shared<const Request>(
-        Request{application.value_or(ApplicationEntry{}), {url}, false});
+        Request{application.value_or(ApplicationEntry{}), {url}, false, token});
     if (application && canGoThroughBus(*request)) {
       openThroughBus(request);
       return;
@@ -201,14 +188,14 @@ void ApplicationLauncher::openThroughBus(const std::shared_ptr<const Request>& r
   const std::string name = request->application.busName();
   GVariant* parameters = nullptr;
   if (request->urls.empty()) {
-    parameters = g_variant_new("(@a{sv})", platformData());
+    parameters = g_variant_new("(@a{sv})", request->token.platformData());
   } else {
     std::vector<const gchar*> uris;
     uris.reserve(request->urls.size());
     for (const auto& url : request->urls) uris.push_back(url.absoluteString().c_str());
     parameters = g_variant_new("(@as@a{sv})",
                                g_variant_new_strv(uris.data(), static_cast<gssize>(uris.size())),
-                               platformData());
+                               request->token.platformData());
   }
   bus_.call(name, applicationObjectPath(name), "org.freedesktop.Application",
             request->urls.empty() ? "Activate" : "Open", parameters, kReplyTimeoutMilliseconds,
@@ -235,7 +222,6 @@ std::optional<Error> ApplicationLauncher::prepare(const ApplicationEntry& applic
       return workspaceError("There is no terminal for \"" + application.name + "\"");
     }
   }
-  options.passesActivationToken = application.takesActivationToken;
   if (application.folder.empty()) return std::nullopt;
   options.folder = application.folder;
   struct stat status {};
@@ -257,6 +243,7 @@ std::optional<Error> ApplicationLauncher::startProgram(
           prepare(application, application.terminal, remaining.prefix, remaining.options)) {
     return problem;
   }
+  if (application.takesActivationToken) remaining.options.activationToken = request->token;
   const auto arguments = [&](std::span<const Url> urls) {
     auto words = remaining.prefix;
     const auto own = line->arguments(urls);
@@ -272,7 +259,7 @@ std::optional<Error> ApplicationLauncher::startProgram(
       failure != 0) {
     return startFailure(failure, program);
   }
-  remaining.options.passesActivationToken = false;
+  remaining.options.activationToken = {};
   ++pendingRequests_;
   bus_.post([this, shared = std::make_shared<Remaining>(std::move(remaining))] {
     startRemaining(shared);

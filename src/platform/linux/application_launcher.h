@@ -8,6 +8,7 @@
 
 #include "archive/url.h"
 #include "platform/error.h"
+#include "platform/linux/activation.h"
 #include "platform/linux/application_entry.h"
 #include "platform/linux/program_launcher.h"
 #include "platform/linux/session_bus.h"
@@ -16,7 +17,8 @@ namespace tervano {
 
 // Opens files with applications: through the bus for those that the bus activates (Desktop Entry
 // Specification 1.5, "D-Bus Activation"), else by starting their programs. Any thread but the bus
-// thread, except where it says so.
+// thread, except where it says so. Whatever is opened first for a request gets its activation
+// token.
 class ApplicationLauncher {
  public:
   static constexpr int kReplyTimeoutMilliseconds = 25'000;
@@ -39,14 +41,17 @@ class ApplicationLauncher {
   std::optional<Error> start(const ApplicationEntry& application,
                              const std::vector<std::string>& arguments, bool inTerminal);
   // Opens the URL on the bus thread, with the application of the desktop entry at `entryPath`. A
-  // failure is one line in the log. Any thread.
-  void openLater(const std::string& entryPath, const Url& url);
+  // failure is one line in the log. Any thread. Where no request is current, as on the bus thread,
+  // the token is given.
+  void openLater(const std::string& entryPath, const Url& url,
+                 ActivationToken token = takeActivationToken());
 
  private:
   struct Request {
     ApplicationEntry application;
     std::vector<Url> urls;
     bool tellsUser = false;
+    ActivationToken token = {};
   };
   struct Remaining;
 

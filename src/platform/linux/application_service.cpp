@@ -63,6 +63,15 @@ GDBusConnection* connectToSessionBus() {
   return attempt.connection;
 }
 
+std::vector<std::string> texts(GVariant* list) {
+  std::vector<std::string> words;
+  for (gsize at = 0; at < g_variant_n_children(list); ++at) {
+    const GVariantPtr text(g_variant_get_child_value(list, at));
+    words.emplace_back(g_variant_get_string(text.get(), nullptr));
+  }
+  return words;
+}
+
 }  // namespace
 
 struct ApplicationService::State {
@@ -86,31 +95,62 @@ struct ApplicationService::State {
 
   void handle(const char* method, GVariant* parameters) {
     if (g_str_equal(method, "Open")) {
-      GVariantIter* uris = nullptr;
-      g_variant_get(parameters, "(asa{sv})", &uris, nullptr);
-      std::vector<std::string> list;
-      const char* uri = nullptr;
-      while (g_variant_iter_next(uris, "&s", &uri)) list.emplace_back(uri);
-      g_variant_iter_free(uris);
-      requests.open(list);
+      const GVariantPtr uris(g_variant_get_child_value(parameters, 0));
+      requests.open(texts(uris.get()));
     } else if (g_str_equal(method, "Activate")) {
       requests.activate();
     }
   }
 
+  // Nil when the action was begun, else why it was not.
+  std::optional<std::string> beginAction(GVariant* parameters) {
+    const gchar* name = nullptr;
+    GVariant* boxed = nullptr;
+    g_variant_get(parameters, "(&s@ava{sv})", &name, &boxed, nullptr);
+    const GVariantPtr list(boxed);
+    if (!requests.activateAction) return "There are no application actions.";
+    std::vector<std::string> words;
+    for (gsize at = 0; at < g_variant_n_children(boxed); ++at) {
+      const GVariantPtr box(g_variant_get_child_value(boxed, at));
+      const GVariantPtr value(g_variant_get_variant(box.get()));
+      if (!g_variant_is_of_type(value.get(), G_VARIANT_TYPE_STRING)) {
+        return "The parameters of an action are texts.";
+      }
+      words.emplace_back(g_variant_get_string(value.get(), nullptr));
+    }
+    try {
+      return requests.activateAction(name, words);
+    } catch (const std::exception& exception) {
+      return exception.what();
+    }
+  }
+
+  static void answerAction(GDBusMethodInvocation* invocation,
+                           const std::optional<std::string>& problem) {
+    if (problem) {
+      g_dbus_method_invocation_return_dbus_error(
+          invocation, "org.freedesktop.DBus.Error.InvalidArgs", problem->c_str());
+    } else {
+      g_dbus_method_invocation_return_value(invocation, nullptr);
+    }
+  }
+
   static void onMethodCall(GDBusConnection*, const char*, const char*, const char*,
                            const char* method, GVariant* parameters,
-                           GDBusMethodInvocation* invocation, gpointer self) {
-    if (g_str_equal(method, "ActivateAction")) {
-      g_dbus_method_invocation_return_dbus_error(invocation,
-                                                 "org.freedesktop.DBus.Error.InvalidArgs",
-                                                 "There are no application actions.");
-      return;
-    }
-    // Answered first: the sender must not wait for the work.
-    g_dbus_method_invocation_return_value(invocation, nullptr);
+                           GDBusMethodInvocation* invocation, gpointer data) {
+    auto* const self = static_cast<State*>(data);
+    const GVariantPtr platformData(
+        g_variant_get_child_value(parameters, g_variant_n_children(parameters) - 1));
+    const ActivationScope scope(
+        std::make_shared<Activation>(ActivationToken::fromPlatformData(platformData.get())));
     try {
-      static_cast<State*>(self)->handle(method, parameters);
+      if (g_str_equal(method, "ActivateAction")) {
+        answerAction(invocation, self->beginAction(parameters));
+        return;
+      }
+      // Answered first: the sender must not wait for the work.
+      g_dbus_method_invocation_return_value(invocation, nullptr);
+      self->handle(method, parameters);
     } catch (const std::exception& exception) {
       log(std::string("Could not handle a request because of error: ") + exception.what());
     }
@@ -159,7 +199,8 @@ bool ApplicationService::isReachable() const {
   return state_->ownership == Ownership::owner && !g_dbus_connection_is_closed(state_->connection);
 }
 
-bool ApplicationService::forwardOpen(const std::vector<std::string>& uris) {
+bool ApplicationService::forwardOpen(const std::vector<std::string>& uris,
+                                     const ActivationToken& token) {
   GVariantBuilder list;
   g_variant_builder_init(&list, G_VARIANT_TYPE("as"));
   for (const auto& uri : uris) {
@@ -173,7 +214,7 @@ bool ApplicationService::forwardOpen(const std::vector<std::string>& uris) {
   GVariant* reply = g_dbus_connection_call_sync(
       state_->connection, state_->identifier.c_str(),
       applicationObjectPath(state_->identifier).c_str(), kApplicationInterface, "Open",
-      g_variant_new("(asa{sv})", &list, nullptr), nullptr, G_DBUS_CALL_FLAGS_NONE,
+      g_variant_new("(as@a{sv})", &list, token.platformData()), nullptr, G_DBUS_CALL_FLAGS_NONE,
       kForwardTimeoutMilliseconds, nullptr, nullptr);
   if (reply == nullptr) return false;
   g_variant_unref(reply);

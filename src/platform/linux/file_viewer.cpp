@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "platform/error.h"
+#include "platform/linux/activation.h"
 #include "platform/linux/application_entry.h"
 #include "platform/linux/bus_names.h"
 #include "platform/linux/default_handlers.h"
@@ -72,7 +73,7 @@ bool FileViewer::showFolder(const std::string& folder, const std::optional<std::
 void FileViewer::call(const char* method, const std::vector<Url>& urls,
                       const std::optional<std::string>& fallbackFolder) {
   ++pendingRequests_;
-  bus_.post([this, method, urls, fallbackFolder] {
+  bus_.post([this, method, urls, fallbackFolder, token = takeActivationToken()] {
     GVariantBuilder uris;
     g_variant_builder_init(&uris, G_VARIANT_TYPE("as"));
     for (const auto& url : urls) {
@@ -82,16 +83,17 @@ void FileViewer::call(const char* method, const std::vector<Url>& urls,
       }
     }
     bus_.call(kFileManagerName, kFileManagerPath, kFileManagerName, method,
-              g_variant_new("(@ass)", g_variant_builder_end(&uris), ""),
+              g_variant_new("(@ass)", g_variant_builder_end(&uris), token.text().c_str()),
               ApplicationLauncher::kReplyTimeoutMilliseconds,
-              [this, fallbackFolder](GVariant* /*reply*/, const GError* error) {
+              [this, fallbackFolder, token](GVariant* /*reply*/, const GError* error) {
                 if (error != nullptr) {
                   logFailure(error->message);
                   const auto handler = fallbackFolder && wasNotDelivered(*error)
                                            ? handlerEntryOfType(kFolderType)
                                            : std::nullopt;
                   if (handler) {
-                    launcher_.openLater(*handler, Url::fileURLWithPath(*fallbackFolder, true));
+                    launcher_.openLater(*handler, Url::fileURLWithPath(*fallbackFolder, true),
+                                        token);
                   }
                 }
                 --pendingRequests_;

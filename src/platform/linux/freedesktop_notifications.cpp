@@ -237,10 +237,18 @@ void FreedesktopNotifications::didReceiveSignal(const std::string& name, GVarian
     std::uint32_t identifier = 0;
     g_variant_get(parameters, "(uu)", &identifier, nullptr);
     forget(identifier);
+  } else if (name == "ActivationToken" &&
+             g_variant_is_of_type(parameters, G_VARIANT_TYPE("(us)"))) {
+    const gchar* token = nullptr;
+    g_variant_get(parameters, "(u&s)", &announcedIdentifier_, &token);
+    announcedToken_ = ActivationToken::fromTexts(token, "");
   } else if (name == "ActionInvoked" && g_variant_is_of_type(parameters, G_VARIANT_TYPE("(us)"))) {
     std::uint32_t identifier = 0;
     const gchar* action = nullptr;
     g_variant_get(parameters, "(u&s)", &identifier, &action);
+    const auto announced = std::exchange(announcedToken_, {});
+    const ActivationScope scope(std::make_shared<Activation>(
+        identifier == announcedIdentifier_ ? announced : ActivationToken()));
     const auto pressed = open_.find(identifier);
     if (pressed == open_.end()) return;
     if (!g_str_equal(action, kShowAction) && !g_str_equal(action, kDefaultAction)) return;

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/linux/activation.h"
 #include "platform/linux/session_bus.h"
 #include "platform/user_notifications.h"
 
@@ -19,7 +20,8 @@ namespace tervano {
 //
 // Texts that are not UTF-8 are shown with replacement characters; the body is escaped where the
 // daemon reads markup. A daemon that does not answer is given up after a while.
-// What cannot be shown is one line in the log.
+// What cannot be shown is one line in the log. The press of a button is a request of its own with
+// the token that the daemon gave for it (version 1.3 of the specification; activation.h).
 class FreedesktopNotifications : public UserNotifications {
  public:
   static constexpr int kReplyTimeoutMilliseconds = 5000;
@@ -78,6 +80,9 @@ class FreedesktopNotifications : public UserNotifications {
   int callsUnderWay_ = 0;
   std::deque<std::shared_ptr<const UserNotification>> waiting_;
   std::map<std::uint32_t, std::shared_ptr<const UserNotification>> open_;
+  // What the daemon announced last: the token of a press that is about to be told.
+  std::uint32_t announcedIdentifier_ = 0;
+  ActivationToken announcedToken_;
 
   // Last, so that its thread ends before what it uses.
   SessionBus bus_;

@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include "platform/linux/activation.h"
 #include "platform/linux/blocked_signals.h"
 #include "platform/linux/guard.h"
 
@@ -19,7 +20,22 @@ namespace tervano {
 
 namespace {
 
-using Item = std::function<void()>;
+// What is called later, for the request in which it was made.
+class Item {
+ public:
+  Item() = default;
+  explicit Item(std::function<void()> call)
+      : call_(std::move(call)), activation_(currentActivation()) {}
+
+  void operator()() const {
+    const ActivationScope scope(activation_);
+    call_();
+  }
+
+ private:
+  std::function<void()> call_;
+  std::shared_ptr<Activation> activation_;
+};
 
 constexpr std::size_t kLongestThreadName = 15;
 constexpr double kShortestInterval = 0.0001;
@@ -46,7 +62,7 @@ gboolean dispatchMainQueue(GSource* source, GSourceFunc, gpointer) {
     queue.items.pop_front();
     lock.unlock();
     guarded("the main queue", [&] { item(); });
-    guarded("the main queue", [&] { item = nullptr; });
+    guarded("the main queue", [&] { item = Item(); });
     lock.lock();
   }
   if (queue.items.empty()) g_source_set_ready_time(source, -1);
@@ -158,7 +174,7 @@ struct QueueState {
       items.pop_front();
       lock.unlock();
       guarded("a serial queue", [&] { item(); });
-      guarded("a serial queue", [&] { item = nullptr; });
+      guarded("a serial queue", [&] { item = Item(); });
       lock.lock();
     }
     running = false;
@@ -176,9 +192,9 @@ class ThreadQueue : public SerialQueue {
     state_->changed.notify_one();
   }
 
-  void dispatchAsync(Item item) override {
+  void dispatchAsync(std::function<void()> item) override {
     const std::lock_guard lock(state_->mutex);
-    state_->items.push_back(std::move(item));
+    state_->items.emplace_back(std::move(item));
     if (state_->running) {
       state_->changed.notify_one();
       return;
@@ -231,7 +247,7 @@ GlibRunLoop::~GlibRunLoop() {
 void GlibRunLoop::dispatchAsyncOnMainQueue(std::function<void()> item) {
   MainQueue& queue = state_->mainQueue;
   const std::lock_guard lock(queue.mutex);
-  queue.items.push_back(std::move(item));
+  queue.items.emplace_back(std::move(item));
   if (queue.source == nullptr) {
     queue.source = g_source_new(&mainQueueFunctions, sizeof(MainQueueSource));
     reinterpret_cast<MainQueueSource*>(queue.source)->queue.store(&queue);
@@ -247,7 +263,7 @@ std::shared_ptr<RunLoopTimer> GlibRunLoop::scheduleTimer(double interval, bool r
   const double seconds =
       interval > kShortestInterval ? std::fmin(interval, kLongestInterval) : kShortestInterval;
   const auto timer =
-      std::make_shared<GlibTimer>(seconds, repeats, std::move(handler), state_->activeTimers);
+      std::make_shared<GlibTimer>(seconds, repeats, Item(std::move(handler)), state_->activeTimers);
   GMainContext* const context = g_main_context_ref_thread_default();
   timer->attach(context);
   g_main_context_unref(context);

@@ -52,7 +52,7 @@ std::optional<Error> MailComposer::compose(const ApplicationEntry& mailProgram,
   const auto command = mailCommandAttaching(paths, mailProgram, why);
   if (!command && !isKnownMailProgram(mailProgram) && !mailProgram.isBrowser &&
       !descriptors.empty()) {
-    const auto answer = portal_.compose(std::move(descriptors));
+    const auto answer = portal_.compose(std::move(descriptors), takeActivationToken());
     if (answer.taken) return std::nullopt;
     if (!answer.reason.empty()) why.message += "; " + answer.reason;
   }

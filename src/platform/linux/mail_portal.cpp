@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <future>
 #include <optional>
 #include <utility>
@@ -45,8 +44,8 @@ std::optional<guint32> versionIn(GVariant* reply) {
 // One request, from the first question to its end. Bus thread.
 class MailPortal::Exchange : public std::enable_shared_from_this<Exchange> {
  public:
-  Exchange(MailPortal& portal, std::vector<Descriptor> files)
-      : portal_(portal), count_(files.size()) {
+  Exchange(MailPortal& portal, std::vector<Descriptor> files, ActivationToken token)
+      : portal_(portal), count_(files.size()), token_(std::move(token)) {
     std::vector<int> numbers;
     numbers.reserve(files.size());
     for (auto& file : files) numbers.push_back(file.release());
@@ -127,10 +126,9 @@ class MailPortal::Exchange : public std::enable_shared_from_this<Exchange> {
     g_variant_builder_init(&options, G_VARIANT_TYPE("a{sv}"));
     g_variant_builder_add(&options, "{sv}", "handle_token", g_variant_new_string(token.c_str()));
     g_variant_builder_add(&options, "{sv}", "attachment_fds", g_variant_builder_end(&handles));
-    const char* activation = std::getenv("XDG_ACTIVATION_TOKEN");
-    if (version >= kActivationTokenVersion && activation != nullptr && *activation != '\0' &&
-        g_utf8_validate(activation, -1, nullptr)) {
-      g_variant_builder_add(&options, "{sv}", "activation_token", g_variant_new_string(activation));
+    if (version >= kActivationTokenVersion && !token_.token.empty()) {
+      g_variant_builder_add(&options, "{sv}", "activation_token",
+                            g_variant_new_string(token_.token.c_str()));
     }
     portal_.bus_.call(
         kPortal, kPortalPath, kEmail, "ComposeEmail",
@@ -281,6 +279,7 @@ class MailPortal::Exchange : public std::enable_shared_from_this<Exchange> {
   MailPortal& portal_;
   GObjectPtr<GUnixFDList> descriptors_;
   std::size_t count_;
+  const ActivationToken token_;
   std::promise<Answer> answer_;
   GObjectPtr<GDBusConnection> connection_;
   std::string requestPath_;
@@ -298,8 +297,8 @@ MailPortal::MailPortal(SessionBus& bus, std::atomic<int>& pendingRequests, Timeo
 
 MailPortal::~MailPortal() = default;
 
-MailPortal::Answer MailPortal::compose(std::vector<Descriptor> files) {
-  const auto exchange = std::make_shared<Exchange>(*this, std::move(files));
+MailPortal::Answer MailPortal::compose(std::vector<Descriptor> files, ActivationToken token) {
+  const auto exchange = std::make_shared<Exchange>(*this, std::move(files), std::move(token));
   auto answer = exchange->answer();
   ++pendingRequests_;
   bus_.post([this, exchange] {

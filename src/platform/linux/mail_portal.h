@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/activation.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/session_bus.h"
 
@@ -45,7 +46,7 @@ class MailPortal {
   // Asks for one new message with these files, at most kMaximumFiles descriptors made with O_PATH.
   // A request that was accepted and fails after the wait is logged and told to the user. Any thread
   // but the bus thread; needs no main loop.
-  Answer compose(std::vector<Descriptor> files);
+  Answer compose(std::vector<Descriptor> files, ActivationToken token);
 
  private:
   class Exchange;

@@ -26,6 +26,7 @@
 
 #include "archive/platform_exception.h"
 #include "platform/error.h"
+#include "platform/linux/activation.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/guard.h"
 #include "platform/notification_center.h"
@@ -71,6 +72,8 @@ class ProcessService : public std::enable_shared_from_this<ProcessService> {
     std::shared_ptr<LinuxProcess> process;
     std::shared_ptr<ReadEnd> output;
     std::shared_ptr<ReadEnd> error;
+    // The request for which it was launched.
+    std::shared_ptr<Activation> activation;
   };
 
   std::map<std::string, std::string> toolTable;
@@ -142,6 +145,7 @@ class ReadEnd : public FileHandle, public std::enable_shared_from_this<ReadEnd> 
     const std::lock_guard lock(mutex_);
     previous = std::move(handler_);
     handler_ = handler ? std::make_shared<ReadabilityHandler>(std::move(handler)) : nullptr;
+    activation_ = currentActivation();
     if (handler_ == nullptr || hasEnded_) {
       unwatch();
     } else if (!watch_) {
@@ -171,10 +175,13 @@ class ReadEnd : public FileHandle, public std::enable_shared_from_this<ReadEnd> 
     pollfd now{descriptor_.get(), POLLIN, 0};
     if (poll(&now, 1, 0) <= 0) return;
     std::shared_ptr<ReadabilityHandler> handler;
+    std::shared_ptr<Activation> activation;
     {
       const std::lock_guard lock(mutex_);
       handler = handler_;
+      activation = activation_;
     }
+    const ActivationScope scope(activation);
     if (handler == nullptr) return;
     // One that throws would be called again and again.
     if (!guarded("a readability handler", [&] { (*handler)(*this); })) {
@@ -209,6 +216,8 @@ class ReadEnd : public FileHandle, public std::enable_shared_from_this<ReadEnd> 
   const std::shared_ptr<ProcessService> service_;
   std::mutex mutex_;
   std::shared_ptr<ReadabilityHandler> handler_;
+  // The request in which the handler was set.
+  std::shared_ptr<Activation> activation_;
   std::optional<std::uint64_t> watch_;
   bool hasEnded_ = false;
   std::atomic<std::uint64_t> bytesRead_{0};
@@ -262,14 +271,13 @@ class SpawnPlan {
 
   // 0 or the reason. To be called once, after the others.
   int spawn(const std::string& program, const std::vector<std::string>& arguments,
-            const std::optional<std::vector<std::string>>& environment, pid_t& pid) {
+            const std::vector<std::string>& environment, pid_t& pid) {
     // A host may have opened descriptors without thinking of its children.
     posix_spawn_file_actions_addclosefrom_np(&actions_, firstClosed_);
     std::vector<char*> argumentPointers = pointers(arguments);
-    std::vector<char*> environmentPointers;
-    if (environment) environmentPointers = pointers(*environment);
+    std::vector<char*> environmentPointers = pointers(environment);
     return posix_spawn(&pid, program.c_str(), &actions_, &attributes_, argumentPointers.data(),
-                       environment ? environmentPointers.data() : environ);
+                       environmentPointers.data());
   }
 
  private:
@@ -349,6 +357,7 @@ class LinuxProcess : public Process, public std::enable_shared_from_this<LinuxPr
   std::string programPath() const;
   Descriptor duplicate(int descriptor) const;
   void connect(SpawnPlan& plan, const std::shared_ptr<Pipe>& pipe, int childs) const;
+  std::vector<std::string> environment(const std::string& program) const;
 
   const std::shared_ptr<ProcessService> service_;
   std::string launchPath_;
@@ -387,6 +396,22 @@ Descriptor LinuxProcess::duplicate(int descriptor) const {
   return copy;
 }
 
+std::vector<std::string> LinuxProcess::environment(const std::string& program) const {
+  if (!environment_) {
+    // Our own tools show nothing, so the token stays for what does.
+    const bool isTool = service_->toolTable.contains(launchPath_);
+    return environmentWithToken(isTool ? ActivationToken() : takeActivationToken());
+  }
+  std::vector<std::string> variables;
+  for (const auto& [name, value] : *environment_) {
+    if (name.empty() || holdsNul(name) || holdsNul(value) || name.find('=') != std::string::npos) {
+      refuse(program, EINVAL);
+    }
+    variables.emplace_back(name).append("=").append(value);
+  }
+  return variables;
+}
+
 void LinuxProcess::connect(SpawnPlan& plan, const std::shared_ptr<Pipe>& pipe, int childs) const {
   if (pipe == nullptr) return;
   const auto ours = std::dynamic_pointer_cast<LinuxPipe>(pipe);
@@ -402,17 +427,7 @@ void LinuxProcess::launch() {
   for (const std::string& argument : arguments) {
     if (holdsNul(argument)) refuse(program, EINVAL);
   }
-  std::optional<std::vector<std::string>> environment;
-  if (environment_) {
-    environment.emplace();
-    for (const auto& [name, value] : *environment_) {
-      if (name.empty() || holdsNul(name) || holdsNul(value) ||
-          name.find('=') != std::string::npos) {
-        refuse(program, EINVAL);
-      }
-      environment->emplace_back(name).append("=").append(value);
-    }
-  }
+  const auto variables = environment(program);
   SpawnPlan plan;
   Descriptor folder;
   if (currentDirectoryPath_) {
@@ -432,8 +447,8 @@ void LinuxProcess::launch() {
   if (!reserved) refuse(program, errno);
 
   pid_t pid = 0;
-  const int code = service_->underOriginalLimit(
-      [&] { return plan.spawn(program, arguments, environment, pid); });
+  const int code =
+      service_->underOriginalLimit([&] { return plan.spawn(program, arguments, variables, pid); });
   if (code != 0) refuse(program, code);
   auto child = std::make_shared<ProcessService::Child>();
   child->handle.reset(openPidDescriptor(pid));
@@ -448,6 +463,7 @@ void LinuxProcess::launch() {
   input_.reset();
   extra_.reset();
   child->process = shared_from_this();
+  child->activation = currentActivation();
   const auto closeAndTake = [](const std::shared_ptr<Pipe>& pipe) -> std::shared_ptr<ReadEnd> {
     const auto ours = std::dynamic_pointer_cast<LinuxPipe>(pipe);
     if (ours == nullptr) return nullptr;
@@ -625,6 +641,7 @@ void ProcessService::reap(std::uint64_t id, const std::shared_ptr<Child>& child)
   // What is there now comes before the end; a grandchild that holds a pipe is not waited for.
   if (child->output != nullptr) child->output->drain();
   if (child->error != nullptr) child->error->drain();
+  const ActivationScope scope(child->activation);
   platform().runLoop->dispatchAsyncOnMainQueue([process = std::move(child->process), reason,
                                                 status] { process->reportEnd(reason, status); });
 }

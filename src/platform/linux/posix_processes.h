@@ -12,7 +12,8 @@ class ProcessService;
 
 // Child processes by posix_spawn(3), without a shell. A child gets default signal dispositions, an
 // empty signal mask, our standard input unless it was given another, and none of our descriptors
-// that it was not given.
+// that it was not given. Unless it is given an environment or is a tool of our own it gets the
+// activation token of the request, see activation.h.
 //
 // One thread, started by the first readability handler or launch, waits for all pipes and children
 // of the process (epoll, pidfd; no SIGCHLD handler, so a host keeps its own). At a child's end it

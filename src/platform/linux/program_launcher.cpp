@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <string_view>
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/glib_handles.h"
@@ -35,20 +34,6 @@ gboolean reapProgram(gint /*descriptor*/, GIOCondition /*condition*/, gpointer d
   waitpid(program->pid, nullptr, 0);
   --*program->count;
   return G_SOURCE_REMOVE;
-}
-
-bool isActivationVariable(std::string_view variable) {
-  return variable.starts_with("XDG_ACTIVATION_TOKEN=") ||
-         variable.starts_with("DESKTOP_STARTUP_ID=");
-}
-
-std::vector<char*> environmentWithoutToken() {
-  std::vector<char*> variables;
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    if (!isActivationVariable(*variable)) variables.push_back(*variable);
-  }
-  variables.push_back(nullptr);
-  return variables;
 }
 
 }  // namespace
@@ -82,14 +67,13 @@ int ProgramLauncher::start(const std::vector<std::string>& arguments, const Opti
   posix_spawnattr_setflags(&attributes,
                            POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
   pid_t pid = 0;
-  int failure = 0;
-  if (options.passesActivationToken) {
-    failure = posix_spawnp(&pid, argv.front(), &actions, &attributes, argv.data(), environ);
-  } else {
-    const auto variables = environmentWithoutToken();
-    failure =
-        posix_spawnp(&pid, argv.front(), &actions, &attributes, argv.data(), variables.data());
-  }
+  auto variables = environmentWithToken(options.activationToken);
+  std::vector<char*> environment;
+  environment.reserve(variables.size() + 1);
+  for (auto& variable : variables) environment.push_back(variable.data());
+  environment.push_back(nullptr);
+  const int failure =
+      posix_spawnp(&pid, argv.front(), &actions, &attributes, argv.data(), environment.data());
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   if (failure == 0) bus_.post([this, pid] { reapLater(pid); });

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/activation.h"
 #include "platform/linux/session_bus.h"
 
 namespace tervano {
@@ -16,9 +17,10 @@ class ProgramLauncher {
  public:
   struct Options {
     // Nil: here.
-    std::optional<std::string> folder;
-    // Whether XDG_ACTIVATION_TOKEN and DESKTOP_STARTUP_ID of this process are passed on.
-    bool passesActivationToken = true;
+    std::optional<std::string> folder = std::nullopt;
+    // What it finds in XDG_ACTIVATION_TOKEN and DESKTOP_STARTUP_ID, never what this process has
+    // there.
+    ActivationToken activationToken = {};
   };
 
   explicit ProgramLauncher(SessionBus& bus) : bus_(bus) {}

@@ -7,6 +7,7 @@
 // nobody long; with "impatient": waits a moment only for what the user does in a dialog; with
 // "limited": with room for 128 KiB of arguments
 //
+//   request TOKEN ID    what follows is done for a new request with that token
 //   open URL            says "opened 1" or "opened 0" (no handler), then "done" once nothing is
 //                       pending
 //   reveal URL...       says "done" once nothing is pending
@@ -32,6 +33,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "platform/linux/activation.h"
 #include "platform/linux/gio_workspace.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/log.h"
@@ -130,14 +132,18 @@ int main(int argc, char** argv) {
   const auto sayDone = [&workspace] {
     sayLine(waitUntil([&] { return workspace.pendingRequests() == 0; }) ? "done" : "pending");
   };
+  std::shared_ptr<Activation> request;
   return serveLines([&](const std::vector<std::string>& words) {
+    const ActivationScope scope(request);
     const auto argument = [&words](std::size_t at) { return fromWord(words.at(at)); };
     const auto urlsFrom = [&](std::size_t at) {
       std::vector<Url> urls;
       for (; at < words.size(); ++at) urls.emplace_back(argument(at));
       return urls;
     };
-    if (words[0] == "open") {
+    if (words[0] == "request") {
+      request = std::make_shared<Activation>(ActivationToken::fromTexts(argument(1), argument(2)));
+    } else if (words[0] == "open") {
       sayLine(workspace.openURL(Url(argument(1))) ? "opened 1" : "opened 0");
       sayDone();
     } else if (words[0] == "reveal") {
