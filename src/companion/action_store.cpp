@@ -34,6 +34,13 @@ std::shared_ptr<TVActionsManager> readList(std::string& reason) {
   return manager;
 }
 
+void withLockedList(const FileCoordinator::Accessor& accessor) {
+  const auto url = TVActionsManager().saveURL();
+  if (!url) throw CommandError(tr("There is no container for the action list on this system."));
+  const auto error = platform().fileCoordinator->coordinateWriting(url->path(), accessor);
+  if (error) throw CommandError(tr("The action list could not be locked: {1}", error->message));
+}
+
 }  // namespace
 
 std::optional<Sentence> complaintAboutList() {
@@ -88,18 +95,23 @@ ActionPlace requireAction(const ActionList& actions, const std::string& uid) {
 }
 
 void changeActions(const std::function<void(TVActionsManager&)>& change) {
-  const auto url = TVActionsManager().saveURL();
-  if (!url) throw CommandError(tr("There is no container for the action list on this system."));
-  const auto error =
-      platform().fileCoordinator->coordinateWriting(url->path(), [&](const std::string& path) {
-        const auto former = platform().fileManager->contentsAtPath(path);
-        const auto manager = loadActions();
-        change(*manager);
-        if (former && !former->empty()) keepVersion(*former);
-        manager->actuallySave();
-        requireSaved(*manager, path);
-      });
-  if (error) throw CommandError(tr("The action list could not be locked: {1}", error->message));
+  withLockedList([&](const std::string& path) {
+    const auto former = platform().fileManager->contentsAtPath(path);
+    const auto manager = loadActions();
+    change(*manager);
+    if (former && !former->empty()) keepVersion(*former);
+    manager->actuallySave();
+    requireSaved(*manager, path);
+  });
+}
+
+void changeActionsUnasked(const std::function<bool(TVActionsManager&)>& change) {
+  withLockedList([&](const std::string& path) {
+    const auto manager = loadActions();
+    if (!change(*manager)) return;
+    manager->actuallySave();
+    requireSaved(*manager, path);
+  });
 }
 
 }  // namespace tervano

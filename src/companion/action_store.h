@@ -57,5 +57,8 @@ bool isUid(const std::string& word);
 // commands take too; what it replaces becomes a version (list_versions.h). When `change` throws,
 // nothing is written. Throws CommandError when the list cannot be read or did not reach the disk.
 void changeActions(const std::function<void(TVActionsManager&)>& change);
+// The same for a change that no user asked for: what it replaces becomes no version, and nothing is
+// saved unless `change` answers that it changed something.
+void changeActionsUnasked(const std::function<bool(TVActionsManager&)>& change);
 
 }  // namespace tervano

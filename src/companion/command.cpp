@@ -9,8 +9,8 @@ std::vector<Command> allCommands() {
   std::vector<Command> all;
   for (const auto topic :
        {setupCommands, listCommands, editCommands, exchangeCommands, menuCommands, explainCommands,
-        runCommands, historyCommands, preferenceCommands, messageCommands, archiveCommands,
-        doctorCommands, completionCommands}) {
+        runCommands, shortcutCommands, historyCommands, recentCommands, preferenceCommands,
+        messageCommands, archiveCommands, doctorCommands, completionCommands}) {
     auto commands = topic();
     std::move(commands.begin(), commands.end(), std::back_inserter(all));
   }

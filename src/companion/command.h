@@ -30,6 +30,8 @@ std::vector<Command> menuCommands();
 std::vector<Command> explainCommands();
 std::vector<Command> runCommands();
 std::vector<Command> historyCommands();
+std::vector<Command> shortcutCommands();
+std::vector<Command> recentCommands();
 std::vector<Command> preferenceCommands();
 std::vector<Command> messageCommands();
 std::vector<Command> archiveCommands();

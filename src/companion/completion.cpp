@@ -52,6 +52,8 @@ std::vector<std::string> wordsOf(const CommandHelp& command) {
     words = {"cancel"};
   } else if (command.name == "queue") {
     words = {"one", "off"};
+  } else if (command.name == "recent") {
+    words = {"on", "off", "list", "clear"};
   } else if (command.name == "completion") {
     words = {"bash", "zsh", "fish"};
   }

@@ -1,104 +1,21 @@
-#include <algorithm>
 #include <iostream>
-#include <map>
 
 #include "companion/action_store.h"
 #include "companion/arguments.h"
 #include "companion/command.h"
 #include "companion/command_line_selection.h"
+#include "companion/explanation_text.h"
 #include "companion/value_json.h"
 #include "extension/explanation.h"
 #include "extension/finder_sync.h"
-#include "extension/selection_filter.h"
-#include "platform/linux/uniform_type_table.h"
 #include "platform/platform.h"
+#include "platform/uniform_types.h"
 
 namespace tervano {
 
 namespace {
 
 using ExplanationJson = nlohmann::ordered_json;
-
-// More names than this are only counted in a sentence.
-constexpr std::size_t kNamedItems = 3;
-
-void loadDesktopTypes() {
-  static_cast<UniformTypeTable*>(platform().uniformTypes)->loadDesktopTypes();
-}
-
-// What the items of a selection are.
-class TypedItems {
- public:
-  explicit TypedItems(const SelectedItems& items) {
-    for (const auto& item : items) {
-      const auto types = typesOfItems({item});
-      if (!types.empty()) items_.emplace_back(item.url.path(), types.front());
-    }
-  }
-
-  // Path and type of each, in the order of the selection.
-  const std::vector<std::pair<std::string, std::string>>& all() const { return items_; }
-  std::vector<std::string> pathsOfTypes(const std::vector<std::string>& types) const {
-    std::vector<std::string> paths;
-    for (const auto& [path, type] : items_) {
-      if (std::find(types.begin(), types.end(), type) != types.end()) paths.push_back(path);
-    }
-    return paths;
-  }
-  std::string typeOf(const std::string& path) const {
-    return std::find_if(items_.begin(), items_.end(),
-                        [&](const auto& item) { return item.first == path; })
-        ->second;
-  }
-
- private:
-  std::vector<std::pair<std::string, std::string>> items_;
-};
-
-// "a.txt (public.plain-text), b.c (public.c-source) and 7 more".
-Sentence namesOf(const std::vector<std::string>& paths, const TypedItems& items) {
-  std::string text;
-  for (std::size_t i = 0; i < std::min(paths.size(), kNamedItems); ++i) {
-    text += (i == 0 ? "" : ", ") + Url::fileURLWithPath(paths[i]).lastPathComponent() + " (" +
-            items.typeOf(paths[i]) + ")";
-  }
-  if (paths.size() <= kNamedItems) return text;
-  return trn("{2} and one more", "{2} and {1} more", paths.size() - kNamedItems, text);
-}
-
-Sentence sentenceOfUnmet(const UnmetType& unmet, const TypedItems& items) {
-  const Sentence names = namesOf(items.pathsOfTypes(unmet.UTIs), items);
-  if (platform().uniformTypes->isDeclared(unmet.type)) {
-    return tr("not {1}: {2}", unmet.type, names);
-  }
-  return tr("not {1}: {2}; the type {1} is not known here", unmet.type, names);
-}
-
-Sentence sentenceOf(const Explanation& explanation, const TypedItems& items) {
-  if (explanation.groupLeftOut) return tr("its group is not shown");
-  if (!explanation.leftOut) return "";
-  switch (*explanation.leftOut) {
-    case LeftOut::disabled:
-      return tr("it is disabled");
-    case LeftOut::noMember:
-      return tr("no member of the group is enabled");
-    case LeftOut::fileTypes:
-      break;
-  }
-  if (explanation.unmet.empty()) {
-    return tr("nothing is selected, and it is for certain types only");
-  }
-  Sentence sentence;
-  for (const auto& unmet : explanation.unmet) {
-    if (!sentence.empty()) sentence += "; ";
-    sentence += sentenceOfUnmet(unmet, items);
-  }
-  if (explanation.action->fileTypes()->size() > 1) {
-    sentence += "; ";
-    sentence += tr("every item must conform to every type that is listed");
-  }
-  return sentence;
-}
 
 ExplanationJson reasonOf(const Explanation& explanation) {
   if (explanation.groupLeftOut) return "group";
@@ -121,7 +38,7 @@ ExplanationJson jsonOfExplanation(const Explanation& explanation, const TypedIte
   json["title"] = action.title() ? ExplanationJson(*action.title()) : ExplanationJson(nullptr);
   json["shown"] = explanation.isShown();
   json["reason"] = reasonOf(explanation);
-  json["explanation"] = sentenceOf(explanation, items).english();
+  json["explanation"] = sentenceOfExplanation(explanation, items).english();
   json["unmet"] = ExplanationJson::array();
   for (const auto& unmet : explanation.unmet) {
     json["unmet"].push_back({{"type", unmet.type}, {"paths", items.pathsOfTypes(unmet.UTIs)}});
@@ -140,7 +57,7 @@ void printExplanation(const Explanation& explanation, const TypedItems& items,
   std::cout << margin << (explanation.isShown() ? tr("shown   ") : tr("hidden  "))
             << printable(shownTitle(action).shown()) << "  ["
             << printable(action.uid().value_or("")) << "]";
-  const std::string sentence = sentenceOf(explanation, items).shown();
+  const std::string sentence = sentenceOfExplanation(explanation, items).shown();
   if (!sentence.empty()) std::cout << ": " << printable(sentence);
   std::cout << "\n";
   for (const auto& member : explanation.members) printExplanation(member, items, margin + "    ");

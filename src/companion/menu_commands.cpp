@@ -6,21 +6,18 @@
 #include "companion/arguments.h"
 #include "companion/command.h"
 #include "companion/command_line_selection.h"
+#include "companion/hand_over.h"
 #include "companion/terminal_menu.h"
 #include "companion/value_json.h"
 #include "extension/finder_sync.h"
 #include "platform/linux/uniform_type_table.h"
 #include "platform/platform.h"
-#include "platform/run_loop.h"
-#include "platform/workspace.h"
 
 namespace tervano {
 
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-constexpr double kHandOffTimeoutSeconds = 30;
 
 Json jsonOfMenu(const Menu& menu) {
   auto items = Json::array();
@@ -62,44 +59,6 @@ std::vector<TerminalMenuEntry> terminalEntries(const Menu& menu) {
   return entries;
 }
 
-// Notes whether the hand-off URL was opened and found a handler, which the extension ignores.
-class NotingWorkspace : public ForwardingWorkspace {
- public:
-  using ForwardingWorkspace::ForwardingWorkspace;
-  bool openURL(const Url& url) override {
-    opened_ = true;
-    handled_ = ForwardingWorkspace::openURL(url);
-    return handled_;
-  }
-  bool opened() const { return opened_; }
-  bool handled() const { return handled_; }
-
- private:
-  bool opened_ = false;
-  bool handled_ = false;
-};
-
-// Does the extension's hand-off and waits until the desktop has taken the URL.
-int handOff(FinderSync& finderSync, const std::string& selector) {
-  NotingWorkspace workspace(*platform().workspace);
-  const Platform& services = platform();
-  Platform noting = services;
-  noting.workspace = &workspace;
-  installPlatform(noting);
-  finderSync.invoke(selector);
-  installPlatform(services);
-
-  if (!workspace.opened()) throw CommandError(tr("The choice could not be handed over."));
-  if (!workspace.handled()) {
-    throw CommandError(
-        tr("Nothing is registered for tervano: URLs, so the choice could not be handed over."));
-  }
-  const bool taken = platform().runLoop->runMainLoopUntil(
-      [] { return platform().workspace->pendingRequests() == 0; }, kHandOffTimeoutSeconds);
-  if (!taken) throw CommandError(tr("The program that runs actions did not answer."));
-  return kExitSuccess;
-}
-
 int menu(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{"kind"}, {"json", "print"}});
   const std::string kindName = arguments.value("kind").value_or("items");
@@ -126,7 +85,7 @@ int menu(const std::vector<std::string>& words) {
     return kExitSuccess;
   }
   const auto choice = runTerminalMenu("Tervano", terminalEntries(built));
-  return choice ? handOff(*finderSync, *choice) : kExitSuccess;
+  return choice ? handOver(*finderSync, *choice) : kExitSuccess;
 }
 
 int choose(const std::vector<std::string>& words) {
@@ -141,7 +100,7 @@ int choose(const std::vector<std::string>& words) {
                                        arguments.positional().end());
   const auto finderSync = FinderSync::create(
       std::make_shared<CommandLineSelection>(MenuKind::contextualMenuForItems, paths));
-  return handOff(*finderSync, std::string(FinderSync::kSelectorPrefix) + uid);
+  return handOver(*finderSync, std::string(FinderSync::kSelectorPrefix) + uid);
 }
 
 }  // namespace

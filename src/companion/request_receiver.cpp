@@ -10,6 +10,7 @@
 #include "companion/action_store.h"
 #include "companion/arguments.h"
 #include "companion/completion_alert.h"
+#include "companion/recent_folders.h"
 #include "platform/clock.h"
 #include "platform/linux/unfinished_items.h"
 #include "platform/log.h"
@@ -65,7 +66,10 @@ void RequestReceiver::openURL(const std::string& url, Finished finished) {
       return fail("The chosen action is no longer in the list (" + handOff->action + ").");
     runner_->run(*place->action, *paths, askers_,
                  [ended, action = place->action](const auto& outcome) {
-                   if (outcome.success) alertOfCompletion(*action);
+                   if (outcome.success) {
+                     alertOfCompletion(*action);
+                     noteRecentFolder(*action);
+                   }
                    ended(outcome);
                  });
   } catch (const CommandError& unreadable) {

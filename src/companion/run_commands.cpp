@@ -1,13 +1,17 @@
 #include <fcntl.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
 #include <iostream>
+#include <iterator>
 
 #include "actions/next_available_path.h"
 #include "actions/tv_compress_password_action.h"
 #include "companion/action_driver.h"
+#include "companion/action_kinds.h"
+#include "companion/action_settings.h"
 #include "companion/action_store.h"
 #include "companion/arguments.h"
 #include "companion/asker.h"
@@ -19,10 +23,13 @@
 #include "companion/file_work.h"
 #include "companion/first_run.h"
 #include "companion/job_session.h"
+#include "companion/recent_folders.h"
 #include "companion/rehearsal.h"
 #include "companion/request_receiver.h"
+#include "companion/shortcut_processes.h"
 #include "companion/silent_log.h"
 #include "companion/value_json.h"
+#include "platform/file_manager.h"
 #include "platform/linux/application_service.h"
 #include "platform/log.h"
 #include "platform/platform.h"
@@ -143,6 +150,30 @@ int rehearse(const TVAction& action, std::vector<std::string> paths, bool asJson
   return kExitSuccess;
 }
 
+// Runs the action, waits for its end and tells of it.
+int runInForeground(const TVAction& action, std::vector<std::string> paths, const Askers& askers) {
+  installJobServices();
+  removeUnfinishedItems();
+  const auto end = runInSession([&](JobRunner& runner, JobRunner::Finished finished) {
+    return runner.run(action, std::move(paths), askers, std::move(finished));
+  });
+  if (end.outcome.success) {
+    alertOfCompletion(action);
+    noteRecentFolder(action);
+  }
+  waitForDesktop();
+  if (!end.outcome.success) throw CommandError(end.outcome.message);
+  for (const auto& complaint : end.complaints) complain(complaint);
+  return end.complaints.empty() ? kExitSuccess : kExitFailure;
+}
+
+std::vector<std::string> absolutePaths(std::vector<std::string>::const_iterator begin,
+                                       std::vector<std::string>::const_iterator end) {
+  std::vector<std::string> paths;
+  std::transform(begin, end, std::back_inserter(paths), absolutePath);
+  return paths;
+}
+
 int run(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{"password-fd"}, {"yes", "dry-run", "json"}});
   arguments.requirePositional(1, SIZE_MAX, "The uid of an action");
@@ -158,25 +189,48 @@ int run(const std::vector<std::string>& words) {
     const ScopedSilence silence;
     return requireAction(loadActions()->actions(), arguments.positional().front());
   }();
-  std::vector<std::string> paths;
-  for (auto path = arguments.positional().begin() + 1; path != arguments.positional().end();
-       ++path) {
-    paths.push_back(absolutePath(*path));
-  }
+  auto paths = absolutePaths(arguments.positional().begin() + 1, arguments.positional().end());
   if (arguments.has("dry-run")) {
     return rehearse(*place.action, std::move(paths), arguments.has("json"));
   }
   if (arguments.has("json")) throw UsageError("--json goes with --dry-run only.");
-  installJobServices();
-  removeUnfinishedItems();
-  const auto end = runInSession([&](JobRunner& runner, JobRunner::Finished finished) {
-    return runner.run(*place.action, std::move(paths), askers, std::move(finished));
-  });
-  if (end.outcome.success) alertOfCompletion(*place.action);
-  waitForDesktop();
-  if (!end.outcome.success) throw CommandError(end.outcome.message);
-  for (const auto& complaint : end.complaints) complain(complaint);
-  return end.complaints.empty() ? kExitSuccess : kExitFailure;
+  return runInForeground(*place.action, std::move(paths), askers);
+}
+
+// Moves or copies to a folder that need not be in the list, as an action of that kind does.
+int transfer(const std::string& kind, const std::vector<std::string>& words) {
+  const Arguments arguments(words, {{"to"}, {"dry-run", "json"}});
+  const auto folder = arguments.value("to");
+  if (!folder) throw UsageError("--to is missing: the folder.");
+  arguments.requirePositional(1, SIZE_MAX, "A file");
+  const std::string destination = absolutePath(*folder);
+  if (!platform().fileManager->isDirectoryAtPath(destination)) {
+    throw CommandError("There is no folder \"" + printable(destination) + "\".");
+  }
+  const auto action = newAction(Arguments({kind, "--to=" + destination}, {allSettings(), {}}));
+  auto paths = absolutePaths(arguments.positional().begin(), arguments.positional().end());
+  if (arguments.has("dry-run")) return rehearse(*action, std::move(paths), arguments.has("json"));
+  if (arguments.has("json")) throw UsageError("--json goes with --dry-run only.");
+  return runInForeground(*action, std::move(paths), {});
+}
+
+int moveFiles(const std::vector<std::string>& words) {
+  return transfer("move", words);
+}
+
+int copyFilesTo(const std::vector<std::string>& words) {
+  return transfer("copy", words);
+}
+
+CommandHelp helpOfTransfer(const std::string& name, const std::string& summary) {
+  return {name,
+          summary,
+          {"--to FOLDER PATH...", "--dry-run [--json] --to FOLDER PATH..."},
+          {"By the same rules, preferences and notifications as an action of the list. The folder "
+           "counts for \"tervano recent\"."},
+          {{"--to FOLDER", "Where they go, a folder that is there."},
+           {"--dry-run", "Does nothing, and shows what would be done as \"tervano run\" does."},
+           {"--json", "With --dry-run, as for \"tervano run\"."}}};
 }
 
 // The long-lived companion: receives URLs until it has been idle for a while.
@@ -188,11 +242,17 @@ class Service {
   }
 
   int run(const std::vector<std::string>& urls) {
+    // Of the URLs of the command line, and of no other request.
+    const auto ownToken = takeActivationToken();
     ApplicationService application(
         kApplicationIdentifier,
-        {[this] { touch(); }, [this](const std::vector<std::string>& uris) { open(uris); }});
+        {[this] { touch(); }, [this](const std::vector<std::string>& uris) { open(uris); },
+         [this](const std::string& name, const std::vector<std::string>& parameters) {
+           touch();
+           return shortcuts_.begin(name, parameters);
+         }});
     if (application.ownership() == ApplicationService::Ownership::other) {
-      if (urls.empty() || application.forwardOpen(urls)) return kExitSuccess;
+      if (urls.empty() || application.forwardOpen(urls, ownToken)) return kExitSuccess;
       // The other process is leaving or stuck; the request must not be lost.
     }
     RequestReceiver::removeStaleHandOffFiles();
@@ -203,7 +263,10 @@ class Service {
       RequestReceiver::showFilesOfNotification(shown.userInfo);
     });
     const CancelOnSignals cancelling(stopped_);
-    open(urls);
+    {
+      const ActivationScope scope(std::make_shared<Activation>(ownToken));
+      open(urls);
+    }
     const auto heartbeat = platform().runLoop->scheduleTimer(kHeartbeatSeconds, true, [] {});
     platform().runLoop->runMainLoopUntil(
         [&] { return stopped_.isCancelled() || idle(application); }, -1);
@@ -211,7 +274,7 @@ class Service {
     platform().runLoop->runMainLoopUntil(
         [this] {
           if (stopped_.isCancelled()) runner_->cancelAll();
-          return receiver_->running() == 0;
+          return receiver_->running() == 0 && (stopped_.isCancelled() || shortcuts_.running() == 0);
         },
         -1);
     history_->waitUntilWritten();
@@ -245,7 +308,8 @@ class Service {
   }
 
   bool idle(const ApplicationService& application) const {
-    if (*isCleaning_ || receiver_->running() != 0 || platform().workspace->pendingRequests() != 0 ||
+    if (*isCleaning_ || receiver_->running() != 0 || shortcuts_.running() != 0 ||
+        platform().workspace->pendingRequests() != 0 ||
         platform().userNotifications->pendingDeliveries() != 0) {
       return false;
     }
@@ -266,6 +330,7 @@ class Service {
   std::shared_ptr<JobRunner> runner_ = std::make_shared<JobRunner>();
   std::shared_ptr<RequestReceiver> receiver_ =
       std::make_shared<RequestReceiver>(askersOfDesktop(), runner_);
+  ShortcutProcesses shortcuts_;
   SteadyClock::time_point lastRequest_ = SteadyClock::now();
   // Whether what killed processes left behind is being removed. Main thread.
   std::shared_ptr<bool> isCleaning_ = std::make_shared<bool>(false);
@@ -323,6 +388,8 @@ std::vector<Command> runCommands() {
          {"--json", "With --dry-run: an array of objects with \"does\" and \"words\"."}}},
        run,
        true},
+      {helpOfTransfer("move", "move files to a folder"), moveFiles, true},
+      {helpOfTransfer("copy", "copy files to a folder"), copyFilesTo, true},
       {{"service",
         "receive hand-off URLs until idle for a while",
         {"[--idle-seconds N] [URL...]"},

@@ -59,6 +59,15 @@ TEST_F(TwoProcessesTest, ActionAddedByTheCommandLineIsSeenInTheNextMenu) {
   EXPECT_TRUE(waitUntil([&] { return titles() == "A B"; }));
 }
 
+TEST_F(TwoProcessesTest, ARecentFolderIsSeenInTheNextMenu) {
+  home_.succeed({"prefs", "set", "useSubmenu", "no"});
+  home_.succeed({"add", "group-move", "--title", "Moves"});
+  home_.succeed({"recent", "on"});
+  EXPECT_EQ(titles(), "");
+  EXPECT_EQ(home_.tervano({"move", "--to", home_.folder("to"), home_.file("a")}).status, 0);
+  EXPECT_TRUE(waitUntil([&] { return titles() == "Moves"; }));
+}
+
 TEST_F(TwoProcessesTest, EveryOtherChangeOfTheListIsSeenToo) {
   home_.succeed({"prefs", "set", "useSubmenu", "no"});
   const auto a = home_.succeed({"add", "move", "--title", "A"});

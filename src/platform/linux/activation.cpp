@@ -21,7 +21,7 @@ constexpr std::size_t kLongestToken = 1024;
 // The innermost scope of the thread. Plain, so that a thread of a host ends without our code.
 thread_local const ActivationScope* innermostScope = nullptr;
 
-std::string usable(const std::string& text) {
+std::string usableToken(const std::string& text) {
   const bool isUsable = text.size() <= kLongestToken &&
                         g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
   return isUsable ? text : "";
@@ -32,14 +32,14 @@ std::string textIn(GVariant* data, const char* key) {
   return value == nullptr ? "" : g_variant_get_string(value.get(), nullptr);
 }
 
-std::string variable(const char* name) {
+std::string initialVariable(const char* name) {
   const char* const value = std::getenv(name);
   return value == nullptr ? "" : value;
 }
 
 Activation& activationOfProcess() {
-  static auto* const activation = new Activation(
-      ActivationToken::fromTexts(variable(kTokenVariable), variable(kStartupIdentifierVariable)));
+  static auto* const activation = new Activation(ActivationToken::fromTexts(
+      initialVariable(kTokenVariable), initialVariable(kStartupIdentifierVariable)));
   return *activation;
 }
 
@@ -71,7 +71,7 @@ ActivationToken ActivationToken::fromPlatformData(GVariant* data) {
 
 ActivationToken ActivationToken::fromTexts(const std::string& token,
                                            const std::string& startupIdentifier) {
-  return {usable(token), usable(startupIdentifier)};
+  return {usableToken(token), usableToken(startupIdentifier)};
 }
 
 ActivationToken Activation::take() {

@@ -63,7 +63,7 @@ GDBusConnection* connectToSessionBus() {
   return attempt.connection;
 }
 
-std::vector<std::string> texts(GVariant* list) {
+std::vector<std::string> textsInList(GVariant* list) {
   std::vector<std::string> words;
   for (gsize at = 0; at < g_variant_n_children(list); ++at) {
     const GVariantPtr text(g_variant_get_child_value(list, at));
@@ -96,7 +96,7 @@ struct ApplicationService::State {
   void handle(const char* method, GVariant* parameters) {
     if (g_str_equal(method, "Open")) {
       const GVariantPtr uris(g_variant_get_child_value(parameters, 0));
-      requests.open(texts(uris.get()));
+      requests.open(textsInList(uris.get()));
     } else if (g_str_equal(method, "Activate")) {
       requests.activate();
     }
