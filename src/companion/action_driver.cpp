@@ -1,6 +1,5 @@
 #include "companion/action_driver.h"
 
-#include <csignal>
 #include <set>
 
 #include "actions/next_available_path.h"
@@ -19,8 +18,10 @@
 #include "companion/compress_run.h"
 #include "companion/copy_run.h"
 #include "companion/file_work.h"
+#include "companion/removal_watch.h"
 #include "model/tv_action_group.h"
 #include "platform/file_manager.h"
+#include "platform/linux/process_tree.h"
 #include "platform/log.h"
 #include "platform/platform.h"
 #include "platform/run_loop.h"
@@ -33,6 +34,8 @@ namespace {
 
 // How long a tool may take to end by itself.
 constexpr double kMercySeconds = 5;
+// How often programs that are no children of ours are looked after while they end.
+constexpr double kLookAfterSeconds = 0.05;
 
 std::string quotedTitle(const TVAction& action) {
   return "\"" + action.title().value_or("(no title)") + "\"";
@@ -112,18 +115,25 @@ void releaseHelpers(TVAction& action) {
   }
 }
 
-// Lets go of the tools of a run and has them end. False when the action has none, or its end is
-// heard of in another way.
-bool cancelTools(TVAction& action) {
-  const auto* const run = dynamic_cast<const ToolRun*>(&action);
-  const auto* const script = dynamic_cast<const TVShellScriptAction*>(&action);
-  if (run != nullptr) {
+// Whether the end of the action is told by its tools.
+bool endsWithTools(const TVAction& action) {
+  return dynamic_cast<const ToolRun*>(&action) != nullptr || is<TVShellScriptAction>(action);
+}
+
+// Lets go of the tools of a run and has them end. One that has just ended is let go of, too: its
+// end may not be known to the action yet.
+void cancelTools(TVAction& action) {
+  const auto letGo = [](const std::shared_ptr<VXTaskHelper>& helper) {
+    if (helper == nullptr) return;
+    helper->cancel();
+    helper->cleanup();
+  };
+  if (const auto* run = dynamic_cast<const ToolRun*>(&action)) {
     const auto helpers = run->pendingTasks().value_or(ToolRun::TaskHelpers());
-    for (const auto& helper : helpers) helper->cancel();
-  } else if (script != nullptr && script->taskHelper() != nullptr) {
-    script->taskHelper()->cancel();
+    for (const auto& helper : helpers) letGo(helper);
+  } else if (const auto* script = dynamic_cast<const TVShellScriptAction*>(&action)) {
+    letGo(script->taskHelper());
   }
-  return run != nullptr || script != nullptr;
 }
 
 std::string subjectOf(const std::vector<std::string>& paths) {
@@ -165,8 +175,9 @@ class Run : public std::enable_shared_from_this<Run> {
       if (isStopped()) return endAsCancelled();
       silence_ = reasonForSilence(*action_, paths_);
       if (is<TVCompressPasswordAction>(*action_) && !silence_) return askForPassword();
-      const auto question = questionFor(*action_, paths_);
+      auto question = questionFor(*action_, paths_);
       if (!question || !askers_.consent) return prepare();
+      question->withdrawal = withdrawal_;
       askers_.consent(*question, [run = shared_from_this()](bool consents, const auto& reason) {
         run->goOn(consents, reason);
       });
@@ -176,13 +187,14 @@ class Run : public std::enable_shared_from_this<Run> {
  private:
   void askForPassword() {
     if (!askers_.password) return goOn(false, "There is nobody to ask for the password.");
-    askers_.password(
-        passwordQuestionFor(paths_),
-        [run = shared_from_this()](std::optional<Secret> password, const std::string& reason) {
-          const bool isGiven = password && !password->empty();
-          if (isGiven) run->password_ = std::move(password);
-          run->goOn(isGiven, reason);
-        });
+    auto question = passwordQuestionFor(paths_);
+    question.withdrawal = withdrawal_;
+    askers_.password(question, [run = shared_from_this()](std::optional<Secret> password,
+                                                          const std::string& reason) {
+      const bool isGiven = password && !password->empty();
+      if (isGiven) run->password_ = std::move(password);
+      run->goOn(isGiven, reason);
+    });
   }
 
   // After the user's answer.
@@ -197,6 +209,7 @@ class Run : public std::enable_shared_from_this<Run> {
   }
 
   void prepare() {
+    if (job_ != nullptr) job_->setState(JobState::running);
     action_->beforeRunWithFilePaths(paths_, [run = shared_from_this()](const Value&) {
       run->guarded([&] { run->proceed(); });
     });
@@ -211,6 +224,7 @@ class Run : public std::enable_shared_from_this<Run> {
   void proceed() {
     if (proceeds_ || ended_) return;
     proceeds_ = true;
+    if (job_ != nullptr && is<TVSecureRemoveAction>(*action_)) removal_ = RemovalWatch::begin(job_);
     action_->runWithFilePaths(
         paths_, [run = shared_from_this()](bool success, const std::optional<Error>& error) {
           run->complete(success, error);
@@ -260,28 +274,62 @@ class Run : public std::enable_shared_from_this<Run> {
   // ends would be taken for the action's, and the run ends with the last of them. Somebody who is
   // being asked is not waited for.
   void stop() {
-    if (ended_) return;
+    if (ended_ || tools_) return;
+    withdrawal_->withdraw();
     if (!proceeds_) return endAsCancelled();
-    const bool isLetGo = cancelTools(*action_);
-    for (const auto& process : job_->runningProcesses()) process->terminate();
-    killing_ = platform().runLoop->scheduleTimer(kMercySeconds, false, [job = job_] {
-      for (const auto& process : job->runningProcesses()) {
-        kill(static_cast<pid_t>(process->processIdentifier()), SIGKILL);
-      }
-    });
-    if (!isLetGo) return;
-    // Nothing else holds it now.
-    stopping_ = shared_from_this();
-    const auto endWithLastTool = [this] {
-      if (job_->runningProcesses().empty()) endAsCancelled();
+    // All tools have ended; the action's own end is on its way.
+    if (endsWithTools(*action_) && job_->runningProcesses().empty()) return;
+    tools_.emplace(job_->runningProcesses());
+    cancelTools(*action_);
+    tools_->terminate();
+    killing_ = platform().runLoop->scheduleTimer(kMercySeconds, false,
+                                                 [run = shared_from_this()] { run->killTools(); });
+    if (!endsWithTools(*action_)) return;
+    const auto endWithLastTool = [run = shared_from_this()] {
+      if (run->job_->runningProcesses().empty()) run->endAsCancelled();
     };
     job_->setProcessEndHandler(endWithLastTool);
     endWithLastTool();
   }
 
-  // `details` go on with the sentence.
+  void killTools() {
+    tools_->kill();
+    isKilled_ = true;
+  }
+
+  // Once whatever the tools started has ended too, and it is known what was done. What does not
+  // even end when it is killed is not waited for. `details` go on with the sentence where no job
+  // knows more.
   void endAsCancelled(const std::string& details = "") {
-    end({false, quotedTitle(*action_) + " was cancelled" + details + ".", true, true});
+    if (ended_ || isEnding_) return;
+    isEnding_ = true;
+    details_ = details;
+    if (!tools_ || !tools_->isRunning()) return report();
+    lookingAfter_ =
+        platform().runLoop->scheduleTimer(kLookAfterSeconds, true, [run = shared_from_this()] {
+          if (run->tools_->isRunning() && !run->isKilled_) return;
+          run->lookingAfter_->invalidate();
+          run->report();
+        });
+  }
+
+  void report() {
+    if (removal_ == nullptr) {
+      return endWith(job_ == nullptr ? CancelReport() : cancelReportOf(*job_));
+    }
+    const auto queue = platform().runLoop->createSerialQueue("com.vessok.reportqueue");
+    queue->dispatchAsync([run = shared_from_this(), removal = removal_]() mutable {
+      auto report = removal->report();
+      platform().runLoop->dispatchAsyncOnMainQueue(
+          [run = std::move(run), report = std::move(report)] { run->endWith(report); });
+    });
+  }
+
+  void endWith(const CancelReport& report) {
+    if (ended_) return;
+    const std::string message = quotedTitle(*action_) + " was cancelled" +
+                                (report.text.empty() ? details_ + "." : ". " + report.text);
+    end({false, message, report.text.empty(), true, report.items});
   }
 
   // The outermost caller of an action: here its exception ends.
@@ -298,7 +346,10 @@ class Run : public std::enable_shared_from_this<Run> {
   void end(RunOutcome outcome) {
     if (ended_) return;
     ended_ = true;
+    withdrawal_->setHandler(nullptr);
     if (killing_ != nullptr) killing_->invalidate();
+    if (lookingAfter_ != nullptr) lookingAfter_->invalidate();
+    if (removal_ != nullptr) removal_->end();
     if (job_ != nullptr) {
       job_->setCancelHandler(nullptr);
       job_->setProcessEndHandler(nullptr);
@@ -307,7 +358,6 @@ class Run : public std::enable_shared_from_this<Run> {
         [run = shared_from_this(), outcome = std::move(outcome)] {
           // A block that was never called, or is kept, would hold the action and itself for ever.
           run->action_.reset();
-          run->stopping_.reset();
           run->finished_(outcome);
         });
   }
@@ -318,14 +368,21 @@ class Run : public std::enable_shared_from_this<Run> {
   std::function<void(const RunOutcome&)> finished_;
   // Null for none.
   const std::shared_ptr<Job> job_;
-  // Tools that are let go of hold nothing: what keeps this while they end.
-  std::shared_ptr<Run> stopping_;
+  const std::shared_ptr<Withdrawal> withdrawal_ = std::make_shared<Withdrawal>();
+  // Of what removes files for good, once it has begun.
+  std::shared_ptr<RemovalWatch> removal_;
+  // What is being ended, once the job was cancelled.
+  std::optional<ProcessTree> tools_;
   std::shared_ptr<RunLoopTimer> killing_;
+  std::shared_ptr<RunLoopTimer> lookingAfter_;
+  bool isKilled_ = false;
+  std::string details_;
   // Nil until it was given.
   std::optional<Secret> password_;
   // Why the run will not call back; nil when it will.
   std::optional<std::string> silence_;
   bool proceeds_ = false;
+  bool isEnding_ = false;
   bool ended_ = false;
 };
 
@@ -400,7 +457,6 @@ JobSubject jobSubjectOf(const TVAction& action, std::vector<std::string> paths) 
 void runAction(const TVAction& action, std::vector<std::string> paths, const Askers& askers,
                std::function<void(const RunOutcome&)> finished, std::shared_ptr<Job> job) {
   if (job != nullptr) {
-    job->setState(JobState::running);
     finished = [job, finished = std::move(finished)](const RunOutcome& outcome) {
       job->setState(outcome.success     ? JobState::succeeded
                     : outcome.cancelled ? JobState::cancelled

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <iterator>
 #include <memory>
 
@@ -57,6 +58,12 @@ class Window : public VXTaskHelperDelegate, public std::enable_shared_from_this<
     helper_ = VXTaskHelper::taskHelperWithTask(task);
     helper_->setDelegate(weak_from_this());
     self_ = shared_from_this();
+    withdrawal_ = question.withdrawal;
+    if (withdrawal_ != nullptr) {
+      withdrawal_->setHandler([weak = weak_from_this()] {
+        if (const auto window = weak.lock()) window->close();
+      });
+    }
     try {
       helper_->launch();
     } catch (const PlatformException&) {
@@ -73,17 +80,27 @@ class Window : public VXTaskHelperDelegate, public std::enable_shared_from_this<
                            std::int64_t terminationReason) override {
     const bool isExit = terminationReason == static_cast<std::int64_t>(TerminationReason::exit);
     const int status = helper->task()->terminationStatus();
-    const bool isAnswer = isExit && (status == kConsented || status == kRefused);
-    end(isAnswer ? std::optional(status == kConsented) : std::nullopt);
+    // An interrupt from the terminal reaches the window, too.
+    const bool isRefusal = isExit ? status == kRefused : status == SIGINT;
+    const bool isConsent = isExit && status == kConsented;
+    end(isConsent || isRefusal ? std::optional(isConsent) : std::nullopt);
   }
 
  private:
+  // Nobody waits for an answer any more.
+  void close() {
+    answer_ = nullptr;
+    helper_->task()->terminate();
+  }
+
   void end(std::optional<bool> consents) {
     const auto self = std::move(self_);
-    answer_(consents);
+    if (withdrawal_ != nullptr) withdrawal_->setHandler(nullptr);
+    if (answer_) answer_(consents);
   }
 
   WindowAnswer answer_;
+  std::shared_ptr<Withdrawal> withdrawal_;
   std::shared_ptr<VXTaskHelper> helper_;
   // Until the answer.
   std::shared_ptr<Window> self_;

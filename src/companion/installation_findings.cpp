@@ -28,7 +28,8 @@ const std::vector<OwnTool>& ownTools() {
                                              {"tervano-remove", {"--help"}, 0},
                                              {"tervano-defaults", {"--help"}, 0},
                                              {"tervano-ask", {}, 2},
-                                             {"tervano-selection", {"--help"}, 2}};
+                                             {"tervano-selection", {"--help"}, 2},
+                                             {"tervano-progress", {"--help"}, 2}};
   return tools;
 }
 

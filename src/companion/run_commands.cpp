@@ -20,14 +20,17 @@
 #include "companion/complain.h"
 #include "companion/completion_alert.h"
 #include "companion/compress_run.h"
+#include "companion/desktop_progress.h"
 #include "companion/file_work.h"
 #include "companion/first_run.h"
+#include "companion/job_progress.h"
 #include "companion/job_session.h"
 #include "companion/recent_folders.h"
 #include "companion/rehearsal.h"
 #include "companion/request_receiver.h"
 #include "companion/shortcut_processes.h"
 #include "companion/silent_log.h"
+#include "companion/terminal_progress.h"
 #include "companion/value_json.h"
 #include "platform/file_manager.h"
 #include "platform/linux/application_service.h"
@@ -50,6 +53,31 @@ Askers askersOfDesktop() {
   return {askerOfDesktop(), passwordAskerOfDesktop()};
 }
 
+// What is run shows its progress on the desktop.
+void showProgressOnDesktop(JobRunner& runner) {
+  runner.addListener(JobProgressListener::showingOn(std::make_shared<DesktopProgress>()));
+}
+
+// What is run shows its progress on the terminal, when there is one.
+void showProgressOnTerminal(JobRunner& runner) {
+  if (!TerminalProgress::isPossible()) return;
+  const auto progress = std::make_shared<TerminalProgress>();
+  // Never taken out again, like the services of the jobs.
+  static LogAboveProgress log(*platform().log, progress);
+  static Platform services = platform();
+  services.log = &log;
+  installPlatform(services);
+  runner.addListener(JobProgressListener::showingOn(progress));
+}
+
+// What a cancelled run had done, line by line.
+void listWhatIsDone(const RunOutcome& outcome) {
+  for (const auto& items : outcome.done) {
+    std::cerr << items.heading << ":\n";
+    for (const auto& path : items.paths) std::cerr << "  " << printable(path) << "\n";
+  }
+}
+
 // An open descriptor as a word of the command line.
 int descriptorFrom(const std::string& text) {
   constexpr std::size_t kMaximumDigits = 6;
@@ -69,6 +97,7 @@ int openURL(const std::vector<std::string>& words) {
   const auto runner = std::make_shared<JobRunner>();
   const auto history = std::make_shared<HistoryListener>();
   runner->addListener(history);
+  showProgressOnDesktop(*runner);
   const auto receiver = std::make_shared<RequestReceiver>(askersOfDesktop(), runner);
   removeUnfinishedItems();
   const CancelToken interrupted;
@@ -155,8 +184,10 @@ int runInForeground(const TVAction& action, std::vector<std::string> paths, cons
   installJobServices();
   removeUnfinishedItems();
   const auto end = runInSession([&](JobRunner& runner, JobRunner::Finished finished) {
+    showProgressOnTerminal(runner);
     return runner.run(action, std::move(paths), askers, std::move(finished));
   });
+  listWhatIsDone(end.outcome);
   if (end.outcome.success) {
     alertOfCompletion(action);
     noteRecentFolder(action);
@@ -238,6 +269,7 @@ class Service {
  public:
   explicit Service(int idleSeconds) : idleSeconds_(idleSeconds) {
     runner_->addListener(history_);
+    showProgressOnDesktop(*runner_);
     runner_->setQueuePolicy(queueLimitOf);
   }
 
@@ -371,9 +403,11 @@ std::vector<Command> runCommands() {
          "nothing when it is run says so. A tool that wrote an error, "
          "ended badly or could not be started is a failure too.",
          "What compresses asks for the password on the terminal, unseen, else in a window. An "
-         "interrupt stops copying and compressing, and nothing unfinished stays. A link is packed "
-         "as "
-         "a link, without what it points to."},
+         "interrupt stops the work and whatever it has started. Nothing unfinished stays; what was "
+         "done before that stays and is listed, and of what removes files for good it is said what "
+         "was lost. A link is packed as a link, without what it points to.",
+         "Work that takes longer than about a second shows how far it has come in the last line of "
+         "the terminal, when standard error is one."},
         {{"--yes", "Removes without asking."},
          {"--password-fd N",
           "Reads the password from the first line of that open descriptor; a carriage return "
@@ -393,7 +427,10 @@ std::vector<Command> runCommands() {
       {{"service",
         "receive hand-off URLs until idle for a while",
         {"[--idle-seconds N] [URL...]"},
-        {"Started by the desktop when a menu entry is chosen. Owns the name com.vessok.tervano on "
+        {"Started by the desktop when a menu entry is chosen. Work that takes its time shows how "
+         "far it has come, with a button that cancels it, in a notification where the desktop "
+         "draws a bar there, else in a window; not while the preference disableActionNotifications "
+         "is on. Owns the name com.vessok.tervano on "
          "the session bus; URLs are given to the process that owns it already. Works without a bus "
          "on the URLs of its command line.",
          "An interrupt or a request to terminate cancels what runs, and the service ends once that "

@@ -85,6 +85,10 @@ class Job : public std::enable_shared_from_this<Job> {
   // Main thread. Set by whoever runs the job; null removes it.
   void setCancelHandler(std::function<void()> handler) { cancelHandler_ = std::move(handler); }
 
+  // Whether some of its work was not done, or not to its end, because the job was cancelled.
+  bool hasStoppedWork() const { return hasStoppedWork_; }
+  void didStopWork() { hasStoppedWork_ = true; }
+
   JobProgress progress() const;
   void setBytesOfAllItems(const WorkProgress& bytes);
   void setBytesOfOneItem(const WorkProgress& bytes);
@@ -130,6 +134,7 @@ class Job : public std::enable_shared_from_this<Job> {
   std::atomic<std::int64_t> number_ = 0;
   std::function<void()> cancelHandler_;
   bool isCancelled_ = false;
+  std::atomic<bool> hasStoppedWork_{false};
   std::function<void()> processEndHandler_;
   std::vector<std::shared_ptr<Process>> processes_;
 

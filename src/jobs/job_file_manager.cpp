@@ -43,9 +43,16 @@ class ItemFollower : public WorkObserver {
   UnfinishedItem note_;
 };
 
-std::optional<Error> cancellation(const Job& job, const std::string& phrase) {
+std::optional<Error> cancellation(Job& job, const std::string& phrase) {
   if (!job.cancelToken().isCancelled()) return std::nullopt;
+  job.didStopWork();
   return posixError(ECANCELED, phrase);
+}
+
+// Tells the job when it was the cancelling that ended the work.
+std::optional<Error> noted(std::optional<Error> error, Job& job) {
+  if (error && error->code == ECANCELED) job.didStopWork();
+  return error;
 }
 
 }  // namespace
@@ -65,7 +72,7 @@ std::optional<Error> JobFileManager::copyItemAtPath(const std::string& from,
   if (job == nullptr) return ForwardingFileManager::copyItemAtPath(from, to);
   if (auto error = cancellation(*job, "Could not copy " + from + " to " + to)) return error;
   ItemFollower follower(*job, from, ItemFollower::Stopping::allowed);
-  auto error = ForwardingFileManager::performCopy({from, to, false, &follower});
+  auto error = noted(ForwardingFileManager::performCopy({from, to, false, &follower}), *job);
   if (!error) job->addChange({JobChange::Kind::made, from, to});
   return error;
 }
@@ -74,7 +81,7 @@ std::optional<Error> JobFileManager::performCopy(const ItemCopy& copy) {
   const auto job = currentJob();
   if (job == nullptr) return ForwardingFileManager::performCopy(copy);
   const bool replaces = copy.replaces && itemExistsAtPath(copy.to);
-  auto error = ForwardingFileManager::performCopy(copy);
+  auto error = noted(ForwardingFileManager::performCopy(copy), *job);
   if (error) return error;
   if (replaces) job->addChange({JobChange::Kind::removed, copy.to, ""});
   job->addChange({JobChange::Kind::copied, copy.from, copy.to});
@@ -108,7 +115,7 @@ std::optional<Error> JobFileManager::performMove(const ItemMove& move) {
       *job, move.from,
       canStop ? ItemFollower::Stopping::allowed : ItemFollower::Stopping::notAnyMore);
   WorkObserver* const observer = move.observer == nullptr ? &follower : move.observer;
-  auto error = ForwardingFileManager::performMove({move.from, move.to, observer});
+  auto error = noted(ForwardingFileManager::performMove({move.from, move.to, observer}), *job);
   if (error) return error;
   if (lastPathComponent(move.from).starts_with(UnfinishedItem::kPrefix)) {
     // What grew under a hidden name has its own now.

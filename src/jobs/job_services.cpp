@@ -8,11 +8,13 @@ JobServices::JobServices(const Platform& real)
       processes_(*real.processes),
       scriptProcesses_(*real.processes, JobProcesses::Judgement::leavesItToOthers),
       userScripts_(scriptProcesses_),
+      userNotifications_(*real.userNotifications),
       services_(real) {
   services_.runLoop = &runLoop_;
   services_.fileManager = &fileManager_;
   services_.processes = &processes_;
   services_.userScripts = &userScripts_;
+  services_.userNotifications = &userNotifications_;
 }
 
 }  // namespace tervano

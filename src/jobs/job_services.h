@@ -3,6 +3,7 @@
 #include "jobs/job_file_manager.h"
 #include "jobs/job_processes.h"
 #include "jobs/job_run_loop.h"
+#include "jobs/job_user_notifications.h"
 #include "platform/linux/interpreter_user_scripts.h"
 #include "platform/platform.h"
 
@@ -27,6 +28,7 @@ class JobServices {
   // What a user script prints is no error.
   JobProcesses scriptProcesses_;
   InterpreterUserScripts userScripts_;
+  JobUserNotifications userNotifications_;
   Platform services_;
 };
 

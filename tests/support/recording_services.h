@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/log.h"
@@ -46,6 +47,27 @@ class RecordingUserNotifications : public ForwardingUserNotifications {
     const std::lock_guard lock(mutex_);
     ++alerts_;
   }
+  void showProgress(std::uint64_t number, const ProgressNotification& notification) override {
+    const std::lock_guard lock(mutex_);
+    progress_.emplace_back(number, notification);
+  }
+  void endProgress(std::uint64_t number) override {
+    const std::lock_guard lock(mutex_);
+    progress_.emplace_back(number, std::nullopt);
+  }
+  void setProgressHandler(ProgressHandler handler) override {
+    const std::lock_guard lock(mutex_);
+    progressHandler_ = std::move(handler);
+  }
+  // As the desktop would: called on the main thread.
+  void tellProgress(std::uint64_t number, ProgressEvent event) {
+    if (const auto handler = progressHandler_) handler(number, event);
+  }
+  // What was shown as progress, in its order; nil for an end.
+  std::vector<std::pair<std::uint64_t, std::optional<ProgressNotification>>> progress() const {
+    const std::lock_guard lock(mutex_);
+    return progress_;
+  }
   int alerts() const {
     const std::lock_guard lock(mutex_);
     return alerts_;
@@ -58,6 +80,8 @@ class RecordingUserNotifications : public ForwardingUserNotifications {
  private:
   mutable std::mutex mutex_;
   std::vector<UserNotification> delivered_;
+  std::vector<std::pair<std::uint64_t, std::optional<ProgressNotification>>> progress_;
+  ProgressHandler progressHandler_;
   int alerts_ = 0;
 };
 
