@@ -124,6 +124,16 @@ class RightClickTest(DesktopTest):
         if running:
             self.assertEqual(running["state"], "OK", running)
 
+    def test_caja_names_it_in_its_preferences(self):
+        # Nothing else opens them, and nothing else looks into the bar of menus.
+        self.manager.closed_roles = lambda _: set()
+        self.manager.open()
+        wait_for("the preferences", lambda: self.manager.frame().find("Preferences", {"menu item"})
+                 ).do_action()
+        wait_for("the name", lambda: next(
+            (node for node in self.manager.find_all(roles={"table cell"})
+             if node.name.split("\n") == ["Tervano", "Your own actions in the context menu"]), None))
+
     def test_the_first_actions_work(self):
         self.manager.open()
         self.right_click("alpha.txt")
