@@ -14,7 +14,7 @@ namespace {
 
 // How long a short-lived command waits for the desktop to take its notifications and requests.
 constexpr double kDeliveryTimeoutSeconds = 10;
-constexpr double kHeartbeatSeconds = 0.2;
+constexpr double kSessionHeartbeatSeconds = 0.2;
 
 const CancelToken* tokenOfSignals = nullptr;
 
@@ -76,7 +76,7 @@ SessionEnd runInSession(
   runner->addListener(std::make_shared<CancellingListener>());
   const auto job = start(*runner, [&](const RunOutcome& outcome) { ended = outcome; });
   // A signal wakes the loop only while it sleeps.
-  const auto heartbeat = platform().runLoop->scheduleTimer(kHeartbeatSeconds, true, [] {});
+  const auto heartbeat = platform().runLoop->scheduleTimer(kSessionHeartbeatSeconds, true, [] {});
   platform().runLoop->runMainLoopUntil(
       [&] {
         if (job->cancelToken().isCancelled()) job->cancel();
