@@ -17,7 +17,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr char kIdentifier[] = "org.example.Odd-App";
+constexpr char kOddIdentifier[] = "org.example.Odd-App";
 
 // A service that notes what it is asked for, and a sender on a connection of its own.
 class ApplicationServiceTest : public testing::Test {
@@ -57,7 +57,7 @@ class ApplicationServiceTest : public testing::Test {
     EXPECT_NE(parameters, nullptr) << arguments;
     std::optional<std::string> answer;
     g_dbus_connection_call(
-        connection_.get(), kIdentifier, "/org/example/Odd_App", "org.freedesktop.Application",
+        connection_.get(), kOddIdentifier, "/org/example/Odd_App", "org.freedesktop.Application",
         method, parameters, nullptr, G_DBUS_CALL_FLAGS_NONE, 10'000, nullptr,
         [](GObject* source, GAsyncResult* result, gpointer data) {
           GError* error = nullptr;
@@ -81,7 +81,7 @@ class ApplicationServiceTest : public testing::Test {
 }  // namespace
 
 TEST_F(ApplicationServiceTest, EachRequestHasTheTokenOfItsOwnPlatformData) {
-  const ApplicationService service(kIdentifier, requests());
+  const ApplicationService service(kOddIdentifier, requests());
   ASSERT_EQ(service.ownership(), ApplicationService::Ownership::owner);
   EXPECT_EQ(call("Open", "(['a:1', 'a:2'], {'activation-token': <'one'>})"), "");
   EXPECT_EQ(call("Open", "(['a:3'], @a{sv} {})"), "");
@@ -93,7 +93,7 @@ TEST_F(ApplicationServiceTest, EachRequestHasTheTokenOfItsOwnPlatformData) {
 }
 
 TEST_F(ApplicationServiceTest, AnActionThatCannotBeBegunIsRefusedWithTheReason) {
-  const ApplicationService service(kIdentifier, requests());
+  const ApplicationService service(kOddIdentifier, requests());
   EXPECT_THAT(call("ActivateAction", "('walk', @av [], @a{sv} {})"),
               testing::EndsWith("There is no action \"walk\"."));
   EXPECT_THAT(call("ActivateAction", "('run', [<5>], @a{sv} {})"),
@@ -106,7 +106,7 @@ TEST_F(ApplicationServiceTest, AnActionThatCannotBeBegunIsRefusedWithTheReason) 
 TEST_F(ApplicationServiceTest, WithoutActionsOfItsOwnEveryActionIsRefused) {
   auto without = requests();
   without.activateAction = nullptr;
-  const ApplicationService service(kIdentifier, without);
+  const ApplicationService service(kOddIdentifier, without);
   EXPECT_THAT(call("ActivateAction", "('run', @av [], @a{sv} {})"),
               testing::EndsWith("There are no application actions."));
 }

@@ -42,21 +42,16 @@ inline GCharPtr localPathOfURI(const char* uri) {
   return isThisMachine ? std::move(path) : nullptr;
 }
 
-// The path of a file of this machine; null for any other file, also for one that has a path here:
-// its file system may ask a service for that, and a menu waits for nobody.
-inline GCharPtr localPathOf(GFile* location) {
-  if (g_file_is_native(location) == FALSE || g_file_has_uri_scheme(location, "file") == FALSE) {
-    return nullptr;
-  }
-  return GCharPtr(g_file_get_path(location));
-}
-
-// The same for a file that may be an entry of a list of files, which stands for one elsewhere.
+// The path on this machine; null without one. A share that is mounted has one, which the file
+// manager that shows it knows without asking. What lies in the trash belongs to the trash alone,
+// even where its place is a folder as well. An entry of a list of files stands for one elsewhere,
+// whose file system may have to be asked: only a file of this machine is used.
 template <typename Host>
 GCharPtr localPathOf(typename Host::FileInfo* file, GFile* location) {
+  if (g_file_has_uri_scheme(location, "trash") != FALSE) return nullptr;
   if (g_file_has_uri_scheme(location, "recent") == FALSE &&
       g_file_has_uri_scheme(location, "favorites") == FALSE) {
-    return localPathOf(location);
+    return GCharPtr(g_file_get_path(location));
   }
   return localPathOfURI(GCharPtr(Host::targetURI(file)).get());
 }

@@ -207,11 +207,15 @@ TEST_F(SelectedItemTest, WhatIsElsewhereKeepsItsOwnURLAndHasNoPath) {
   EXPECT_EQ(itemOf(nullptr).url.path(), "");
 }
 
-TEST_F(SelectedItemTest, WhatIsElsewhereIsNotAskedForThePathThatItHasHere) {
-  for (const char* uri :
-       {"sftp://host/a.txt", "trash:///a.txt", "recent:///a.txt", "file:///a.txt"}) {
-    EXPECT_EQ(itemOf(newElsewhereFile(uri, "/run/mounted/a.txt")).url.path(),
-              std::string(uri).starts_with("file:") ? "/a.txt" : "");
+TEST_F(SelectedItemTest, WhatIsElsewhereIsUsedByThePathThatItHasHere) {
+  EXPECT_EQ(itemOf(newElsewhereFile("sftp://host/a.txt", "/run/mounted/a.txt")).url.path(),
+            "/run/mounted/a.txt");
+  EXPECT_EQ(pathQuestions(), 1);
+}
+
+TEST_F(SelectedItemTest, TheTrashAndListsOfFilesAreNotAskedForPaths) {
+  for (const char* uri : {"trash:///a.txt", "recent:///a.txt", "favorites:///a.txt"}) {
+    EXPECT_EQ(itemOf(newElsewhereFile(uri, "/run/mounted/a.txt")).url.path(), "");
   }
   EXPECT_EQ(
       itemOf(newElsewhereFile("recent:///1", "/a.txt"), false, "sftp://host/a.txt").url.path(), "");

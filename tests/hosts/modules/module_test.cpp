@@ -132,8 +132,6 @@ TEST_F(ModuleTest, OnlyTheLocalItemsOfASelectionAreActedOn) {
   files_.add(newFile(g_file_new_for_uri("trash:///two.txt"), false))
       .add(newFile(newElsewhereFile("trash:///three.txt", home_.path() + "/three.txt"), false))
       .add(newFile(g_file_new_for_uri("sftp://host/four.txt"), false))
-      // As one that is mounted on this machine as well.
-      .add(newFile(newElsewhereFile("sftp://host/five.txt", home_.path() + "/five.txt"), false))
       .add(newFile(newElsewhereFile("recent:///six", home_.path() + "/six.txt"), false))
       .add(newFile(nullptr, false));
   ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
@@ -141,10 +139,19 @@ TEST_F(ModuleTest, OnlyTheLocalItemsOfASelectionAreActedOn) {
   EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{{home_.path() + "/one.txt"}}));
 }
 
-TEST_F(ModuleTest, AFileOfAnotherFileSystemIsNotAskedForItsPathHere) {
+TEST_F(ModuleTest, AFileOfAShareIsUsedByThePathAtWhichItIsMounted) {
   addMove("Away");
   ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
-  for (const char* uri : {"sftp://host/one.txt", "trash:///one.txt", "recent:///one"}) {
+  Files remote;
+  remote.add(newFile(newElsewhereFile("sftp://host/two.txt", home_.path() + "/two.txt"), false));
+  ASSERT_TRUE(Items(request(remote)).choose("Away"));
+  EXPECT_EQ(handedOver(), (std::set<std::vector<std::string>>{{home_.path() + "/two.txt"}}));
+}
+
+TEST_F(ModuleTest, TheTrashAndListsOfFilesAreNotAskedForPaths) {
+  addMove("Away");
+  ASSERT_EQ(textOnceItIs(drawn("Tervano@[Away@]")), drawn("Tervano@[Away@]"));
+  for (const char* uri : {"trash:///one.txt", "recent:///one"}) {
     Files remote;
     remote.add(newFile(newElsewhereFile(uri, home_.path() + "/one.txt"), false));
     EXPECT_TRUE(Items(request(remote)).isNull()) << uri;
