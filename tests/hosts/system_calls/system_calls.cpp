@@ -87,9 +87,11 @@ void expectNone(const std::string& calls, const std::set<std::string>& refused) 
 bool othersSleep() {
   for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
     if (task.path().filename() == std::to_string(gettid())) continue;
-    std::string status = contentsOf(task.path() / "stat");
+    std::ifstream stream(task.path() / "stat");
+    const std::string status{std::istreambuf_iterator<char>(stream), {}};
     const auto state = status.rfind(") ");
-    if (state != std::string::npos && status[state + 2] != 'S') return false;
+    // Empty when the thread has just ended.
+    if (state == std::string::npos || status[state + 2] != 'S') return false;
   }
   return true;
 }
