@@ -82,7 +82,9 @@ class SelectionRecords {
 // Waits where it must; an end of the program ends it.
 void writeChoices(int descriptor, const SelectionChoices& choices) {
   std::string text;
-  for (const auto& [uid, title] : choices) text += uid + '\0' + title + '\0';
+  for (const auto& [uid, title] : choices) {
+    for (const auto& field : {uid, title}) text.append(field).push_back('\0');
+  }
   for (std::size_t done = 0; done < text.size();) {
     const ssize_t written = write(descriptor, text.data() + done, text.size() - done);
     if (written < 0 && errno == EINTR) continue;

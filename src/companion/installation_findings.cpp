@@ -24,12 +24,10 @@ struct OwnTool {
 
 const std::vector<OwnTool>& ownTools() {
   // The programs with windows can be asked nothing without a display, so they must complain.
-  static const std::vector<OwnTool> tools = {{"tervano-images", {"--formats"}, 0},
-                                             {"tervano-remove", {"--help"}, 0},
-                                             {"tervano-defaults", {"--help"}, 0},
-                                             {"tervano-ask", {}, 2},
-                                             {"tervano-selection", {"--help"}, 2},
-                                             {"tervano-progress", {"--help"}, 2}};
+  static const std::vector<OwnTool> tools = {
+      {"tervano-images", {"--formats"}, 0}, {"tervano-remove", {"--help"}, 0},
+      {"tervano-defaults", {"--help"}, 0},  {"tervano-ask", {}, 2},
+      {"tervano-selection", {"--help"}, 2}, {"tervano-progress", {"--help"}, 2}};
   return tools;
 }
 

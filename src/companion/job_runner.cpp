@@ -20,7 +20,7 @@ std::shared_ptr<Job> JobRunner::run(const TVAction& action, std::vector<std::str
 }
 
 std::shared_ptr<Job> JobRunner::run(JobSubject subject, Work work, Finished finished) {
-  const auto job = std::make_shared<Job>(std::move(subject));
+  auto job = std::make_shared<Job>(std::move(subject));
   const auto& uid = job->subject().actionUid;
   const bool isOneWaiting = std::any_of(waiting_.begin(), waiting_.end(), [&](const auto& waiting) {
     return waiting.job->subject().actionUid == uid;

@@ -72,7 +72,7 @@ std::string countOf(std::size_t count, const std::string& rest) {
 }  // namespace
 
 std::shared_ptr<RemovalWatch> RemovalWatch::begin(std::shared_ptr<Job> job) {
-  const auto watch = std::make_shared<RemovalWatch>(std::move(job));
+  auto watch = std::make_shared<RemovalWatch>(std::move(job));
   const auto queue = platform().runLoop->createSerialQueue("com.vessok.countqueue");
   queue->dispatchAsync([watch] { watch->count(); });
   watch->timer_ = platform().runLoop->scheduleTimer(kLookSeconds, true,

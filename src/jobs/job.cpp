@@ -108,7 +108,7 @@ void Job::changeProgress(const std::function<void(JobProgress&)>& change) {
   });
 }
 
-void Job::addChange(JobChange change) {
+void Job::addChange(const JobChange& change) {
   ChangeHandler handler;
   std::size_t index = 0;
   {

@@ -97,7 +97,7 @@ class Job : public std::enable_shared_from_this<Job> {
   // changes may not be told. Null removes it.
   void setProgressHandler(std::function<void()> handler);
 
-  void addChange(JobChange change);
+  void addChange(const JobChange& change);
   // The work of the job has given attributes to an item that it made: what is told of the last
   // change, when that made it, is told again.
   void itemDidChange(const std::string& path);
