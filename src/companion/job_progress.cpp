@@ -32,7 +32,7 @@ bool isLongWork(const Job& job) {
 
 std::shared_ptr<JobProgressListener> JobProgressListener::showingOn(
     std::shared_ptr<ProgressDisplay> display) {
-  const auto listener = std::make_shared<JobProgressListener>(std::move(display));
+  auto listener = std::make_shared<JobProgressListener>(std::move(display));
   listener->display_->setCancelHandler([weak = listener->weak_from_this()](std::uint64_t number) {
     if (const auto alive = weak.lock()) alive->cancel(number);
   });
