@@ -113,11 +113,11 @@ class JsonObject : public Coding {
 };
 
 Value archivableOfJson(const ExchangeJson& json, int depth) {
-  if (depth > kMaximumJsonDepth) throw CommandError("The objects are nested too deeply.");
+  if (depth > kMaximumJsonDepth) throw CommandError(tr("The objects are nested too deeply."));
   if (json.is_null()) return nullptr;
   if (json.is_boolean()) return json.get<bool>();
   if (json.is_number_unsigned() && json.get<std::uint64_t>() > INT64_MAX) {
-    throw CommandError("A number is too large.");
+    throw CommandError(tr("A number is too large."));
   }
   if (json.is_number_integer()) return json.get<std::int64_t>();
   if (json.is_number()) return json.get<double>();
@@ -134,11 +134,11 @@ Value archivableOfJson(const ExchangeJson& json, int depth) {
   if (const auto* text = textOf(kUrlKey)) return Url(*text);
   if (const auto* text = textOf(kDataKey)) {
     auto data = dataOfBase64(*text);
-    if (!data) throw CommandError("The text of a \"$data\" is no Base64.");
+    if (!data) throw CommandError(tr("The text of a \"$data\" is no Base64."));
     return *std::move(data);
   }
   const auto* name = textOf(kClassKey);
-  if (name == nullptr) throw CommandError("An object does not name its class.");
+  if (name == nullptr) throw CommandError(tr("An object does not name its class."));
   Value::Dictionary fields;
   for (const auto& [key, entry] : json.items()) {
     if (key != kClassKey) fields.emplace(key, archivableOfJson(entry, depth + 1));
@@ -153,7 +153,7 @@ Data archiveOf(const Data& bytes) {
   });
   if (first == bytes.end() || (*first != '[' && *first != '{')) return bytes;
   const auto json = ExchangeJson::parse(first, bytes.end(), nullptr, false);
-  if (json.is_discarded()) throw CommandError("The file begins like JSON, but is none.");
+  if (json.is_discarded()) throw CommandError(tr("The file begins like JSON, but is none."));
   return Archiver::archivedDataWithRootObject(archivableOfJson(json, 0), *platform().classRegistry);
 }
 
@@ -173,14 +173,14 @@ void forEachAction(const ActionList& actions,
 }
 
 std::string pathOf(const std::optional<Url>& url) {
-  return url ? url->path() : "(nothing)";
+  return url ? url->path() : tr("(nothing)").shown();
 }
 
 // The script is shown whole or not at all: in what is left out could be anything.
 void appendScript(const std::string& path, ActionCommands& commands) {
   const auto& files = *platform().fileManager;
   if (!files.fileExistsAtPath(path)) {
-    commands.lines.emplace_back("that file is not here");
+    commands.lines.emplace_back(tr("that file is not here"));
     return;
   }
   std::error_code unknown;
@@ -190,11 +190,11 @@ void appendScript(const std::string& path, ActionCommands& commands) {
   if (isLong || (bytes && bytes->size() > kLongestShownScript)) {
     commands.areWhole = false;
     commands.lines.emplace_back(
-        "NOT SHOWN: that file is longer than a megabyte; a program such as \"less\" shows it");
+        tr("NOT SHOWN: that file is longer than a megabyte; a program such as \"less\" shows it"));
     return;
   }
   if (!bytes) {
-    commands.lines.emplace_back("that file cannot be read");
+    commands.lines.emplace_back(tr("that file cannot be read"));
     return;
   }
   std::istringstream text(std::string(bytes->begin(), bytes->end()));
@@ -220,7 +220,7 @@ ExchangeForm requireExchangeForm(const std::string& name) {
   if (name == "archive") return ExchangeForm::archive;
   if (name == "xml") return ExchangeForm::xml;
   if (name == "json") return ExchangeForm::json;
-  throw UsageError("The forms are archive, xml and json.");
+  throw UsageError(tr("The forms are archive, xml and json."));
 }
 
 Data exportedActions(const ActionList& actions, ExchangeForm form) {
@@ -249,7 +249,7 @@ ActionList importedActions(const Data& bytes) {
     const auto* array = root.getIf<Value::Array>();
     actions = actionsOfArray(array == nullptr ? Value::Array{root} : *array);
   } catch (const PlatformException& exception) {
-    throw CommandError("The file holds no actions: " + exception.reason());
+    throw CommandError(tr("The file holds no actions: {1}", exception.reason()));
   }
   for (const auto& action : actions) {
     const auto* group = groupOf(action);
@@ -257,7 +257,7 @@ ActionList importedActions(const Data& bytes) {
     for (const auto& member : *group->workingActionsArray()) {
       if (groupOf(member) != nullptr) {
         throw CommandError(
-            "A group of the file is a member of another group, which no menu shows.");
+            tr("A group of the file is a member of another group, which no menu shows."));
       }
     }
   }
@@ -270,31 +270,33 @@ ActionCommands commandsOfAction(const TVAction& action) {
   ActionCommands commands;
   auto& lines = commands.lines;
   if (const auto* script = dynamic_cast<const TVShellScriptAction*>(&action)) {
-    lines.push_back("runs /bin/bash " + pathOf(script->scriptURL()) + " with the files");
+    lines.push_back(tr("runs {1} with the files", "/bin/bash " + pathOf(script->scriptURL())));
     if (script->scriptURL()) appendScript(script->scriptURL()->path(), commands);
   } else if (const auto* call = dynamic_cast<const TVAppleScriptAction*>(&action)) {
-    lines.push_back("calls runWithPaths of " + pathOf(call->scriptURL()));
+    lines.push_back(tr("calls runWithPaths of {1}", pathOf(call->scriptURL())));
     if (call->scriptURL()) appendScript(call->scriptURL()->path(), commands);
   } else if (dynamic_cast<const TVSendViaEmailAction*>(&action) != nullptr) {
-    lines.emplace_back("gives the files to the mail program");
+    lines.emplace_back(tr("gives the files to the mail program"));
   } else if (const auto* opener = dynamic_cast<const TVOpenWithAppAction*>(&action)) {
     const std::string path = pathOf(opener->applicationURL());
     const auto entry = path.ends_with(".desktop") ? applicationEntryAtPath(path) : std::nullopt;
-    lines.push_back("starts " + path + (entry ? ", which runs " + entry->exec : ""));
+    lines.push_back(entry ? tr("starts {1}, which runs {2}", path, entry->exec)
+                          : tr("starts {1}", path));
   } else if (dynamic_cast<const TVSecureRemoveAction*>(&action) != nullptr) {
-    lines.emplace_back("overwrites and removes the files for good");
+    lines.emplace_back(tr("overwrites and removes the files for good"));
   } else if (dynamic_cast<const TVResetAppPreferencesAction*>(&action) != nullptr) {
-    lines.emplace_back("resets the preferences of an application");
+    lines.emplace_back(tr("resets the preferences of an application"));
   } else if (const auto* move = dynamic_cast<const TVMoveToAction*>(&action)) {
-    lines.push_back("moves the files to " + pathOf(move->destinationURL()));
+    lines.push_back(tr("moves the files to {1}", pathOf(move->destinationURL())));
   } else if (const auto* copy = dynamic_cast<const TVCopyToAction*>(&action)) {
-    lines.push_back("copies the files to " + pathOf(copy->destinationURL()));
+    lines.push_back(tr("copies the files to {1}", pathOf(copy->destinationURL())));
   } else if (const auto* favourite = dynamic_cast<const TVOpenFavesAction*>(&action)) {
-    lines.push_back("opens the folder " + pathOf(favourite->destinationURL()));
+    lines.push_back(tr("opens the folder {1}", pathOf(favourite->destinationURL())));
   } else if (const auto* newFile = dynamic_cast<const TVNewFileAction*>(&action)) {
-    lines.push_back("makes files from " + pathOf(newFile->templateURL()));
+    lines.push_back(tr("makes files from {1}", pathOf(newFile->templateURL())));
   } else if (const auto* convert = dynamic_cast<const TVConvertImageAction*>(&action)) {
-    lines.push_back("converts pictures to " + convert->outputFormat().value_or("(nothing)"));
+    lines.push_back(
+        tr("converts pictures to {1}", convert->outputFormat().value_or(tr("(nothing)").shown())));
   }
   return commands;
 }

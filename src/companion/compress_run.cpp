@@ -21,6 +21,7 @@
 #include "platform/platform.h"
 #include "platform/user_notifications.h"
 #include "prefs/tv_user_defaults.h"
+#include "translation/translation.h"
 
 namespace tervano {
 
@@ -60,10 +61,6 @@ void flushFolderOf(const std::string& path) {
   const Descriptor folder(
       open(deletingLastPathComponent(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder && fsync(folder.get()) != 0) errno = 0;
-}
-
-std::string counted(std::size_t count, const std::string& one, const std::string& many) {
-  return count == 1 ? "1 " + one : std::to_string(count) + " " + many;
 }
 
 // One archive on its queue.
@@ -112,8 +109,7 @@ class CompressRun {
     }
     if (isNothingPacked()) {
       return Error{"Compress", 1,
-                   "There is nothing to pack: sockets, pipes and devices have no "
-                   "content."};
+                   trMark("There is nothing to pack: sockets, pipes and devices have no content.")};
     }
     if (fsync(file.get()) != 0 || fchmod(file.get(), status.st_mode & 0777) != 0) return failure();
     return std::nullopt;
@@ -142,13 +138,13 @@ class CompressRun {
     if (TVUserDefaults::create()->disableActionNotifications()) return;
     UserNotification notification;
     notification.title = "Tervano";
-    std::string text = "Finished compressing '" + lastPathComponent(made_) + "'";
+    std::string text = tr("Finished compressing '{1}'", lastPathComponent(made_));
     const auto remarks = remarksOnPacked();
     for (const auto& remark : remarks) text += ". " + remark;
     if (!remarks.empty()) text += ".";
     notification.informativeText = std::move(text);
     notification.userInfo["path"] = made_;
-    notification.actionButtonTitle = "Show";
+    notification.actionButtonTitle = tr("Show");
     notification.hasActionButton = true;
     notification.soundName = kUserNotificationDefaultSoundName;
     platform().userNotifications->deliverNotification(notification);
@@ -158,19 +154,18 @@ class CompressRun {
   std::vector<std::string> remarksOnPacked() const {
     std::vector<std::string> remarks;
     if (!packed_.links.empty()) {
-      remarks.push_back(counted(packed_.links.size(), "item is a link and was packed as one",
-                                "items are links and were packed as such") +
-                        ", without what is behind");
+      remarks.push_back(trn("{1} item is a link and was packed as one, without what is behind",
+                            "{1} items are links and were packed as such, without what is behind",
+                            packed_.links.size()));
     }
     if (!packed_.leftOut.empty()) {
-      remarks.push_back(counted(packed_.leftOut.size(), "socket, pipe or device was",
-                                "sockets, pipes or devices were") +
-                        " left out");
+      remarks.push_back(trn("{1} socket, pipe or device was left out",
+                            "{1} sockets, pipes or devices were left out", packed_.leftOut.size()));
     }
     if (!packed_.respelled.empty()) {
-      remarks.push_back(counted(packed_.respelled.size(), "name that is not UTF-8 is",
-                                "names that are not UTF-8 are") +
-                        " spelled with %");
+      remarks.push_back(trn("{1} name that is not UTF-8 is spelled with %",
+                            "{1} names that are not UTF-8 are spelled with %",
+                            packed_.respelled.size()));
     }
     return remarks;
   }
@@ -194,11 +189,11 @@ std::string archivePathFor(const std::vector<std::string>& paths) {
 }
 
 std::optional<Error> reasonNotToCompress(const std::vector<std::string>& paths) {
-  if (paths.empty()) return Error{"Compress", EINVAL, "There is no file to compress."};
+  if (paths.empty()) return Error{"Compress", EINVAL, trMark("There is no file to compress.")};
   const FileManager& files = *platform().fileManager;
   for (const auto& path : paths) {
     if (standardizingPath(path) == "/") {
-      return Error{"Compress", EINVAL, "The whole file system cannot be packed."};
+      return Error{"Compress", EINVAL, trMark("The whole file system cannot be packed.")};
     }
     if (!files.itemExistsAtPath(path)) return posixError(ENOENT, "Could not pack " + path);
   }

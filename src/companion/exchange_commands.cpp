@@ -27,7 +27,7 @@ namespace {
 constexpr char kStandardOutput[] = "-";
 
 std::string titleOf(const TVAction& action) {
-  return printable(action.title().value_or("(no title)"));
+  return printable(shownTitle(action).shown());
 }
 
 ExchangeForm formOfFile(const std::string& file) {
@@ -37,7 +37,7 @@ ExchangeForm formOfFile(const std::string& file) {
 }
 
 CommandError existsAlready(const std::string& path) {
-  return CommandError(printable(path) + " is there already and stays as it is.");
+  return CommandError(tr("{1} is there already and stays as it is.", printable(path)));
 }
 
 // Under a hidden name first, for somebody may make a file of that name meanwhile.
@@ -52,12 +52,12 @@ void writeNewFile(const Data& bytes, const std::string& path) {
   const int code = error->code;
   if (files.itemExistsAtPath(hidden)) files.removeItemAtPath(hidden);
   if (code == EEXIST) throw existsAlready(path);
-  throw CommandError("The actions could not be written: " + error->message);
+  throw CommandError(tr("The actions could not be written: {1}", error->message));
 }
 
 int exportActions(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{"form"}, {}});
-  arguments.requirePositional(1, SIZE_MAX, "The file");
+  arguments.requirePositional(1, SIZE_MAX, tr("The file"));
   const auto& positional = arguments.positional();
   const auto form = arguments.value("form");
   const auto list = loadActions()->actions();
@@ -97,33 +97,34 @@ bool showImported(const TVAction& action, const std::string& margin) {
 
 int importActions(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{}, {"yes"}});
-  arguments.requirePositional(1, 1, "The file");
+  arguments.requirePositional(1, 1, tr("The file"));
   const std::string path = absolutePath(arguments.positional().front());
   std::optional<Error> error;
   const auto bytes = platform().fileManager->contentsAtPath(path, &error);
   if (!bytes) throw CommandError(error->message);
   const ActionList imported = importedActions(*bytes);
-  if (imported.empty()) throw CommandError("The file holds no actions.");
+  if (imported.empty()) throw CommandError(tr("The file holds no actions."));
 
   bool isWhole = true;
   for (const auto& action : imported) {
     if (!showImported(*action, "")) isWhole = false;
   }
   for (const auto& action : freshenUids(imported, loadActions()->actions())) {
-    std::cerr << "Note: \"" << titleOf(*action)
-              << "\" gets a new uid, for its own is taken or is none.\n";
+    std::cerr << tr("Note: \"{1}\" gets a new uid, for its own is taken or is none.",
+                    titleOf(*action))
+              << "\n";
   }
   Question question;
-  question.text = "Add these actions to the list?";
-  question.consent = "Add";
+  question.text = tr("Add these actions to the list?");
+  question.consent = tr("Add");
   if (!isWhole) {
     question.detail =
-        "NOT ALL OF THIS WAS SHOWN: a script is too long. Answer no and read it first.";
+        tr("NOT ALL OF THIS WAS SHOWN: a script is too long. Answer no and read it first.");
   }
   if (!arguments.has("yes") && !consentsOnTerminal(question, false)) {
     throw CommandError(
-        "Nothing was imported: it needs your yes on a terminal, or --yes when you know what the "
-        "actions do.");
+        tr("Nothing was imported: it needs your yes on a terminal, or --yes when you know what the "
+           "actions do."));
   }
   changeActions([&](TVActionsManager& manager) {
     // The list may have changed while the user was reading.
@@ -136,7 +137,7 @@ int importActions(const std::vector<std::string>& words) {
 
 std::string timeOfFile(const std::string& path) {
   struct stat status {};
-  if (stat(path.c_str(), &status) != 0) return "(unknown time)";
+  if (stat(path.c_str(), &status) != 0) return tr("(unknown time)");
   std::tm parts{};
   localtime_r(&status.st_mtim.tv_sec, &parts);
   std::array<char, 32> text{};
@@ -150,7 +151,7 @@ int versions(const std::vector<std::string>& words) {
   for (const auto& version : listVersions()) {
     const auto actions = actionsOfVersion(version);
     std::cout << version.number << "  " << timeOfFile(version.path) << "  "
-              << (actions ? std::to_string(actions->size()) + " entries" : "cannot be read")
+              << (actions ? trn("{1} entry", "{1} entries", actions->size()) : tr("cannot be read"))
               << "\n";
   }
   return kExitSuccess;
@@ -160,8 +161,8 @@ ListVersion requireVersion(const std::vector<ListVersion>& kept, const std::stri
   for (const auto& version : kept) {
     if (std::to_string(version.number) == word) return version;
   }
-  throw UsageError("There is no version \"" + printable(word) +
-                   "\"; \"tervano versions\" lists them.");
+  throw UsageError(
+      tr("There is no version \"{1}\"; \"tervano versions\" lists them.", printable(word)));
 }
 
 std::optional<Sentence> quietComplaintAboutList() {
@@ -172,7 +173,7 @@ std::optional<Sentence> quietComplaintAboutList() {
 // Moves a list that cannot be read to a name of its own.
 void setListAside() {
   const auto url = TVActionsManager().saveURL();
-  if (!url) throw CommandError("There is no container for the action list on this system.");
+  if (!url) throw CommandError(tr("There is no container for the action list on this system."));
   std::optional<Error> failure;
   const auto unlocked =
       platform().fileCoordinator->coordinateWriting(url->path(), [&](const std::string& path) {
@@ -182,10 +183,10 @@ void setListAside() {
             appendingPathComponent(deletingLastPathComponent(path), "Unreadable Actions.plist"));
         failure = platform().fileManager->moveItemAtPath(path, aside);
         if (!failure)
-          std::cout << "The list that cannot be read is now " << printable(aside) << "\n";
+          std::cout << tr("The list that cannot be read is now {1}", printable(aside)) << "\n";
       });
   if (unlocked) failure = unlocked;
-  if (failure) throw CommandError("The list could not be set aside: " + failure->message);
+  if (failure) throw CommandError(tr("The list could not be set aside: {1}", failure->message));
 }
 
 int restore(const std::vector<std::string>& words) {
@@ -197,7 +198,7 @@ int restore(const std::vector<std::string>& words) {
   if (!arguments.positional().empty()) {
     chosen = requireVersion(kept, arguments.positional().front());
     const auto read = actionsOfVersion(*chosen);
-    if (!read) throw CommandError("That version cannot be read.");
+    if (!read) throw CommandError(tr("That version cannot be read."));
     actions = *read;
   } else {
     for (const auto& version : kept) {
@@ -209,18 +210,19 @@ int restore(const std::vector<std::string>& words) {
     }
   }
   const auto complaint = quietComplaintAboutList();
-  if (!chosen && !complaint) throw CommandError("There is no former version of the list.");
+  if (!chosen && !complaint) throw CommandError(tr("There is no former version of the list."));
 
-  const std::string replacement = chosen ? "version " + std::to_string(chosen->number) + " with " +
-                                               std::to_string(actions.size()) + " entries"
-                                         : "an empty list, for there is no former version";
+  const Sentence replacement =
+      chosen ? trn("version {2} with {1} entry", "version {2} with {1} entries", actions.size(),
+                   chosen->number)
+             : tr("an empty list, for there is no former version");
   Question question;
-  question.text =
-      (complaint ? "Set it aside and take " : "Replace the list by ") + replacement + "?";
+  question.text = complaint ? tr("Set it aside and take {1}?", replacement)
+                            : tr("Replace the list by {1}?", replacement);
   if (complaint) question.detail = printable(complaint->shown());
-  question.consent = "Restore";
+  question.consent = tr("Restore");
   if (!arguments.has("yes") && !consentsOnTerminal(question, false)) {
-    throw CommandError("Nothing was changed: it needs your yes on a terminal, or --yes.");
+    throw CommandError(tr("Nothing was changed: it needs your yes on a terminal, or --yes."));
   }
   if (complaint) setListAside();
   changeActions([&](TVActionsManager& manager) { manager.updateActions(actions); });
@@ -232,40 +234,51 @@ int restore(const std::vector<std::string>& words) {
 std::vector<Command> exchangeCommands() {
   return {
       {{"export",
-        "write actions to a file, for another machine or another user",
+        trMark("write actions to a file, for another machine or another user"),
         {"[--form archive|xml|json] FILE [UID...]"},
-        {"All actions, or those that are named, groups with their members. FILE is a new one, or "
-         "\"-\" for standard output. Scripts, templates and applications stay where they are: an "
-         "action names their paths."},
-        {{"--form FORM",
-          "archive: the format of the list itself. xml: the same as an XML property list. json: an "
-          "array of objects. Unless given, the extension .xml or .json tells, else archive."}}},
+        {trMark("All actions, or those that are named, groups with their members. FILE is a new "
+                "one, or "
+                "\"-\" for standard output. Scripts, templates and applications stay where they "
+                "are: an "
+                "action names their paths.")},
+        {{"--form FORM", trMark("archive: the format of the list itself. xml: the same as an XML "
+                                "property list. json: an "
+                                "array of objects. Unless given, the extension .xml or .json "
+                                "tells, else archive.")}}},
        exportActions},
       {{"import",
-        "add actions from a file, after showing what they do",
+        trMark("add actions from a file, after showing what they do"),
         {"[--yes] FILE"},
-        {"Whatever \"tervano export\" writes, and the list of another system. First every action "
-         "is shown on standard error with what it starts, opens, removes or changes; the whole "
-         "text of a script that is here is shown as well, unless it is longer than a megabyte, "
-         "which is said. Then you are asked. An action whose uid is in "
-         "the list already gets a new one; the one in the list stays as it is. Prints the uids of "
-         "the new entries."},
-        {{"--yes", "Asks nothing. Without a terminal nothing is imported unless this is given."}}},
+        {trMark(
+            "Whatever \"tervano export\" writes, and the list of another system. First every "
+            "action "
+            "is shown on standard error with what it starts, opens, removes or changes; the whole "
+            "text of a script that is here is shown as well, unless it is longer than a megabyte, "
+            "which is said. Then you are asked. An action whose uid is in "
+            "the list already gets a new one; the one in the list stays as it is. Prints the uids "
+            "of "
+            "the new entries.")},
+        {{"--yes",
+          trMark("Asks nothing. Without a terminal nothing is imported unless this is given.")}}},
        importActions},
       {{"versions",
-        "list the former versions of the list of actions",
+        trMark("list the former versions of the list of actions"),
         {""},
-        {"The last ten, the newest first, each with its number, the time at which it was replaced "
-         "and its size."},
+        {trMark("The last ten, the newest first, each with its number, the time at which it was "
+                "replaced "
+                "and its size.")},
         {}},
        versions},
       {{"restore",
-        "put a former version of the list back",
+        trMark("put a former version of the list back"),
         {"[--yes] [NUMBER]"},
-        {"The newest version that can be read, or the one of that number. What it replaces becomes "
-         "a version itself. A list that cannot be read is set aside under another name. Asks "
-         "first."},
-        {{"--yes", "Asks nothing. Without a terminal nothing is restored unless this is given."}}},
+        {trMark(
+            "The newest version that can be read, or the one of that number. What it replaces "
+            "becomes "
+            "a version itself. A list that cannot be read is set aside under another name. Asks "
+            "first.")},
+        {{"--yes",
+          trMark("Asks nothing. Without a terminal nothing is restored unless this is given.")}}},
        restore},
   };
 }

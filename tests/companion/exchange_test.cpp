@@ -330,7 +330,7 @@ TEST(VersionsTest, WithoutAYesNothingIsRestored) {
   home.succeed({"add", "move", "--title", "B"});
   expectFailure(home.tervano({"restore"}));
   Terminal terminal(becomingTervano({"restore"}));
-  terminal.readUntil("Replace the list by version 1 with 1 entries? [y/N] ");
+  terminal.readUntil("Replace the list by version 1 with 1 entry? [y/N] ");
   terminal.type("\n");
   EXPECT_EQ(terminal.waitForExit(), 1);
   EXPECT_EQ(home.titles(), "A B");
@@ -372,7 +372,7 @@ TEST_F(BrokenListTest, AYesSetsItAsideAndPutsTheLastGoodVersionBack) {
   const auto text = terminal.readUntil("[y/N] ");
   EXPECT_THAT(text, StartsWith("The action list cannot be read: "));
   EXPECT_THAT(text,
-              testing::EndsWith(".\r\nSet it aside and take version 1 with 1 entries? [y/N] "));
+              testing::EndsWith(".\r\nSet it aside and take version 1 with 1 entry? [y/N] "));
   EXPECT_THAT(text, Not(HasSubstr("tervano restore")));
   terminal.type("y\n");
   EXPECT_EQ(terminal.waitForExit(), 0);
