@@ -37,12 +37,12 @@ constexpr double kMercySeconds = 5;
 // How often programs that are no children of ours are looked after while they end.
 constexpr double kLookAfterSeconds = 0.05;
 
-std::string quotedTitle(const TVAction& action) {
-  return "\"" + action.title().value_or("(no title)") + "\"";
+Sentence quotedTitle(const TVAction& action) {
+  return tr("\"{1}\"", action.title() ? Sentence(*action.title()) : tr("(no title)"));
 }
 
 // Why an action that gives no error did not begin.
-std::string reasonForSilentFailure(const TVAction& action) {
+Sentence reasonForSilentFailure(const TVAction& action) {
   if (const auto* script = dynamic_cast<const TVAppleScriptAction*>(&action)) {
     std::optional<Error> error;
     platform().userScripts->taskWithURL(script->scriptURL(), &error);
@@ -51,14 +51,16 @@ std::string reasonForSilentFailure(const TVAction& action) {
   const auto* move = dynamic_cast<const TVMoveToAction*>(&action);
   const auto* copy = dynamic_cast<const TVCopyToAction*>(&action);
   if (move == nullptr && copy == nullptr) {
-    return quotedTitle(action) + " failed and gave no reason.";
+    return tr("{1} failed and gave no reason.", quotedTitle(action));
   }
   const auto& url = move != nullptr ? move->destinationURL() : copy->destinationURL();
-  if (!url) return quotedTitle(action) + " has no destination folder.";
+  if (!url) return tr("{1} has no destination folder.", quotedTitle(action));
   const std::string destination = url->path();
   const bool exists = platform().fileManager->fileExistsAtPath(destination);
-  return "The destination folder of " + quotedTitle(action) +
-         (exists ? " cannot be written to: " : " does not exist: ") + destination;
+  return exists ? tr("The destination folder of {1} cannot be written to: {2}", quotedTitle(action),
+                     destination)
+                : tr("The destination folder of {1} does not exist: {2}", quotedTitle(action),
+                     destination);
 }
 
 template <typename T>
@@ -68,27 +70,26 @@ bool is(const TVAction& action) {
 
 // Why the run of this action on these paths would end without calling back; nil when it does call
 // back.
-std::optional<std::string> reasonForSilence(TVAction& action,
-                                            const std::vector<std::string>& paths) {
+std::optional<Sentence> reasonForSilence(TVAction& action, const std::vector<std::string>& paths) {
   if (action.className() == "TVAction" || is<TVActionGroup>(action)) {
-    return quotedTitle(action) + " is of a kind that does nothing when it is run (" +
-           std::string(action.className()) + ").";
+    return tr("{1} is of a kind that does nothing when it is run ({2}).", quotedTitle(action),
+              std::string(action.className()));
   }
   if (const auto* script = dynamic_cast<const TVShellScriptAction*>(&action)) {
-    if (!script->scriptURL()) return quotedTitle(action) + " has no script.";
+    if (!script->scriptURL()) return tr("{1} has no script.", quotedTitle(action));
     return std::nullopt;
   }
   auto* const reset = dynamic_cast<TVResetAppPreferencesAction*>(&action);
   const bool compresses = is<TVCompressPasswordAction>(action);
   const bool needsPaths = reset != nullptr || compresses || is<TVConvertImageAction>(action) ||
                           is<TVSecureRemoveAction>(action);
-  if (needsPaths && paths.empty()) return quotedTitle(action) + " needs a file to work on.";
+  if (needsPaths && paths.empty()) return tr("{1} needs a file to work on.", quotedTitle(action));
   if (compresses) {
     const auto error = reasonNotToCompress(paths);
-    return error ? std::optional(error->message) : std::nullopt;
+    return error ? std::optional(translated(error->message)) : std::nullopt;
   }
   if (reset != nullptr && reset->bundleIDForPath(paths.front()).value_or("").empty()) {
-    return paths.front() + " is no application whose preferences can be found.";
+    return tr("{1} is no application whose preferences can be found.", paths.front());
   }
   return std::nullopt;
 }
@@ -136,22 +137,23 @@ void cancelTools(TVAction& action) {
   }
 }
 
-std::string subjectOf(const std::vector<std::string>& paths) {
-  return paths.size() == 1 ? "\"" + lastPathComponent(paths.front()) + "\""
-                           : std::to_string(paths.size()) + " items";
+Sentence subjectOf(const std::vector<std::string>& paths) {
+  return paths.size() == 1 ? tr("\"{1}\"", lastPathComponent(paths.front()))
+                           : trn("{1} item", "{1} items", paths.size());
 }
 
 // What has to be asked before the action may run; nil when nothing is.
 std::optional<Question> questionFor(const TVAction& action, const std::vector<std::string>& paths) {
   if (!is<TVSecureRemoveAction>(action) || paths.empty()) return std::nullopt;
-  return Question{"Overwrite and delete " + subjectOf(paths) + " for good?", paths, "Delete",
-                  "What is overwritten cannot be brought back."};
+  return Question{tr("Overwrite and delete {1} for good?", subjectOf(paths)), paths, tr("Delete"),
+                  tr("What is overwritten cannot be brought back.")};
 }
 
 Question passwordQuestionFor(const std::vector<std::string>& paths) {
-  return {"Compress " + subjectOf(paths) + " with a password", paths, "Compress",
-          "What is in the files stays hidden without the password, and is lost when the password "
-          "is. Their names can be read by anyone."};
+  return {
+      tr("Compress {1} with a password", subjectOf(paths)), paths, tr("Compress"),
+      tr("What is in the files stays hidden without the password, and is lost when the password "
+         "is. Their names can be read by anyone.")};
 }
 
 // One request on its way. The action's blocks hold it, and it holds the action.
@@ -186,11 +188,11 @@ class Run : public std::enable_shared_from_this<Run> {
 
  private:
   void askForPassword() {
-    if (!askers_.password) return goOn(false, "There is nobody to ask for the password.");
+    if (!askers_.password) return goOn(false, tr("There is nobody to ask for the password."));
     auto question = passwordQuestionFor(paths_);
     question.withdrawal = withdrawal_;
     askers_.password(question, [run = shared_from_this()](std::optional<Secret> password,
-                                                          const std::string& reason) {
+                                                          const Sentence& reason) {
       const bool isGiven = password && !password->empty();
       if (isGiven) run->password_ = std::move(password);
       run->goOn(isGiven, reason);
@@ -198,7 +200,7 @@ class Run : public std::enable_shared_from_this<Run> {
   }
 
   // After the user's answer.
-  void goOn(bool consents, const std::string& reason) {
+  void goOn(bool consents, const Sentence& reason) {
     if (consents && !isStopped()) {
       guarded([this] { prepare(); });
     } else if (reason.empty()) {
@@ -217,7 +219,8 @@ class Run : public std::enable_shared_from_this<Run> {
     if (silence_ || is<TVSecureRemoveAction>(*action_) || is<TVCompressPasswordAction>(*action_)) {
       proceed();
     } else if (is<TVSendViaEmailAction>(*action_) && !proceeds_) {
-      end({false, "There is no mail program: no application handles \"mailto:\" links.", false});
+      end({false, tr("There is no mail program: no application handles \"mailto:\" links."),
+           false});
     }
   }
 
@@ -236,7 +239,7 @@ class Run : public std::enable_shared_from_this<Run> {
     } else if (is<TVCompressPasswordAction>(*action_)) {
       compressFiles(paths_, std::move(*password_), monitor(), endOfWork());
     } else if (startedNoTool(*action_)) {
-      end({false, quotedTitle(*action_) + " found nothing to do.", false});
+      end({false, tr("{1} found nothing to do.", quotedTitle(*action_)), false});
     }
   }
 
@@ -247,7 +250,7 @@ class Run : public std::enable_shared_from_this<Run> {
     } else if (success) {
       end({true, "", true});
     } else if (error) {
-      end({false, error->message, tellsFailures()});
+      end({false, translated(error->message), tellsFailures()});
     } else {
       end({false, reasonForSilentFailure(*action_), false});
     }
@@ -256,7 +259,8 @@ class Run : public std::enable_shared_from_this<Run> {
   FileWorkEnd endOfWork() {
     return [run = shared_from_this()](const FileWorkOutcome& outcome) {
       if (outcome.cancelled) {
-        return run->endAsCancelled(outcome.error ? "; " + outcome.error->message : "");
+        return run->endAsCancelled(outcome.error ? Sentence("; " + outcome.error->message)
+                                                 : Sentence());
       }
       run->complete(outcome.success, outcome.error);
     };
@@ -300,7 +304,7 @@ class Run : public std::enable_shared_from_this<Run> {
   // Once whatever the tools started has ended too, and it is known what was done. What does not
   // even end when it is killed is not waited for. `details` go on with the sentence where no job
   // knows more.
-  void endAsCancelled(const std::string& details = "") {
+  void endAsCancelled(const Sentence& details = {}) {
     if (ended_ || isEnding_) return;
     isEnding_ = true;
     details_ = details;
@@ -327,9 +331,13 @@ class Run : public std::enable_shared_from_this<Run> {
 
   void endWith(const CancelReport& report) {
     if (ended_) return;
-    const std::string message = quotedTitle(*action_) + " was cancelled" +
-                                (report.text.empty() ? details_ + "." : ". " + report.text);
-    end({false, message, report.text.empty(), true, report.items});
+    Sentence message = tr("{1} was cancelled{2}.", quotedTitle(*action_),
+                          report.text.empty() ? details_ : Sentence());
+    if (!report.text.empty()) {
+      message += " ";
+      message += report.text;
+    }
+    end({false, std::move(message), report.text.empty(), true, report.items});
   }
 
   // The outermost caller of an action: here its exception ends.
@@ -339,7 +347,8 @@ class Run : public std::enable_shared_from_this<Run> {
       step();
     } catch (const PlatformException& exception) {
       releaseHelpers(*action_);
-      end({false, quotedTitle(*action_) + " could not be run: " + exception.reason(), false});
+      end({false, tr("{1} could not be run: {2}", quotedTitle(*action_), exception.reason()),
+           false});
     }
   }
 
@@ -376,11 +385,11 @@ class Run : public std::enable_shared_from_this<Run> {
   std::shared_ptr<RunLoopTimer> killing_;
   std::shared_ptr<RunLoopTimer> lookingAfter_;
   bool isKilled_ = false;
-  std::string details_;
+  Sentence details_;
   // Nil until it was given.
   std::optional<Secret> password_;
   // Why the run will not call back; nil when it will.
-  std::optional<std::string> silence_;
+  std::optional<Sentence> silence_;
   bool proceeds_ = false;
   bool isEnding_ = false;
   bool ended_ = false;

@@ -11,6 +11,7 @@
 #include "jobs/job.h"
 #include "model/tv_action.h"
 #include "platform/linux/secret.h"
+#include "translation/translation.h"
 
 namespace tervano {
 
@@ -18,7 +19,7 @@ namespace tervano {
 struct RunOutcome {
   bool success = false;
   // A sentence for the user when it failed; empty for success.
-  std::string message;
+  Sentence message;
   // Whether the action itself has told the user, by its own notification.
   bool toldByAction = false;
   // Whether it failed because the user wanted it to end, before it began or later.
@@ -56,14 +57,13 @@ struct Question {
 // Asks, and calls `answer` once, at once or later on the main queue, unless the question is taken
 // back first. A reason goes with a no that the user did not give, such as that nobody could be
 // asked; it is empty otherwise.
-using Asker =
-    std::function<void(const Question& question,
-                       std::function<void(bool consents, const std::string& reason)> answer)>;
+using Asker = std::function<void(
+    const Question& question, std::function<void(bool consents, const Sentence& reason)> answer)>;
 // The same for a password that the user makes up, typed twice where it cannot be seen and never
 // empty; nil is the no.
 using PasswordAsker = std::function<void(
     const Question& question,
-    std::function<void(std::optional<Secret> password, const std::string& reason)> answer)>;
+    std::function<void(std::optional<Secret> password, const Sentence& reason)> answer)>;
 // Who asks the user.
 struct Askers {
   // Without one everybody consents.

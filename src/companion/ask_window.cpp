@@ -115,7 +115,7 @@ std::vector<std::string> shownPaths(const Question& question) {
                  question.paths.begin() + static_cast<std::ptrdiff_t>(shown),
                  std::back_inserter(items), printable);
   if (shown < question.paths.size()) {
-    items.push_back("and " + std::to_string(question.paths.size() - shown) + " more");
+    items.push_back(trn("and one more", "and {1} more", question.paths.size() - shown));
   }
   return items;
 }

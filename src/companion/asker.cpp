@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <iostream>
 
 #include "archive/printable.h"
 #include "companion/ask_window.h"
 #include "companion/hidden_input.h"
-#include "platform/error.h"
 #include "platform/linux/descriptor.h"
 #include "platform/platform.h"
 
@@ -17,12 +17,12 @@ namespace tervano {
 
 namespace {
 
-constexpr char kNobodyToAsk[] =
-    "Nothing was done: there is neither a display nor a terminal to ask on.";
+Sentence nobodyToAsk() {
+  return tr("Nothing was done: there is neither a display nor a terminal to ask on.");
+}
 
-using Answer = std::function<void(bool consents, const std::string& reason)>;
-using PasswordAnswer =
-    std::function<void(std::optional<Secret> password, const std::string& reason)>;
+using Answer = std::function<void(bool consents, const Sentence& reason)>;
+using PasswordAnswer = std::function<void(std::optional<Secret> password, const Sentence& reason)>;
 
 bool hasTerminal() {
   return isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1;
@@ -32,13 +32,24 @@ void showItems(const Question& question) {
   for (const auto& item : shownPaths(question)) std::cerr << "  " << item << "\n";
 }
 
+// English is understood in every language.
+bool isYes(const std::string& line) {
+  // TRANSLATORS: what a person types for yes, each word between blanks.
+  const std::string words = tr(" y Y yes ").shown() + tr(" y Y yes ").english();
+  return !line.empty() && line.find(' ') == std::string::npos &&
+         words.find(" " + line + " ") != std::string::npos;
+}
+
 void askOnTerminal(const Question& question, const Answer& answer) {
   showItems(question);
   if (!question.detail.empty()) std::cerr << question.detail << "\n";
-  std::cerr << printable(question.text) << " [y/N] " << std::flush;
+  std::cerr << printable(question.text)
+            << " "
+            // TRANSLATORS: the letters of yes and of no; no is what an empty line means.
+            << tr("[y/N]") << " " << std::flush;
   std::string line;
   std::getline(std::cin, line);
-  answer(line == "y" || line == "Y" || line == "yes", "");
+  answer(isYes(line), "");
 }
 
 void askForConsentInWindow(Processes& processes, const Question& question, const Answer& answer) {
@@ -48,7 +59,7 @@ void askForConsentInWindow(Processes& processes, const Question& question, const
     } else if (hasTerminal()) {
       askOnTerminal(question, answer);
     } else {
-      answer(false, kNobodyToAsk);
+      answer(false, nobodyToAsk());
     }
   });
 }
@@ -58,12 +69,12 @@ void askForPasswordOnTerminal(const Question& question, const PasswordAnswer& an
   showItems(question);
   std::cerr << printable(question.text) << ".\n" << question.detail << "\n";
   while (true) {
-    auto password = readHidden("Password: ");
+    auto password = readHidden(tr("Password: ").shown().c_str());
     if (!password || password->empty()) return answer(std::nullopt, "");
-    const auto again = readHidden("Again: ");
+    const auto again = readHidden(tr("Again: ").shown().c_str());
     if (!again) return answer(std::nullopt, "");
     if (*again == *password) return answer(std::move(password), "");
-    std::cerr << "The passwords are not the same.\n";
+    std::cerr << tr("The passwords are not the same.") << "\n";
   }
 }
 
@@ -72,7 +83,7 @@ void askForPasswordInWindow(Processes& processes, const Question& question,
   int ends[2];
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
     return answer(std::nullopt,
-                  posixError(errno, "The password cannot be asked for").message + ".");
+                  tr("The password cannot be asked for: {1}.", strerrordesc_np(errno)));
   }
   // The window ends before it is read: what it writes is shorter than what a pipe holds.
   const auto readingEnd = std::make_shared<Descriptor>(ends[0]);
@@ -81,13 +92,13 @@ void askForPasswordInWindow(Processes& processes, const Question& question,
       processes, question,
       [question, answer, readingEnd](std::optional<bool> consents) {
         if (!consents && hasTerminal()) return askForPasswordOnTerminal(question, answer);
-        if (!consents) return answer(std::nullopt, kNobodyToAsk);
+        if (!consents) return answer(std::nullopt, nobodyToAsk());
         if (!*consents) return answer(std::nullopt, "");
         Secret password;
         if (password.readFrom(readingEnd->get(), false) && !password.empty()) {
           return answer(std::move(password), "");
         }
-        answer(std::nullopt, "The window gave no password.");
+        answer(std::nullopt, tr("The window gave no password."));
       },
       writingEnd.get());
 }
@@ -120,9 +131,9 @@ PasswordAsker passwordAskerOfDescriptor(int descriptor) {
     Secret password;
     if (!password.readFrom(descriptor, true)) {
       const int code = errno;
-      answer(std::nullopt, posixError(code, "The password could not be read").message + ".");
+      answer(std::nullopt, tr("The password could not be read: {1}.", strerrordesc_np(code)));
     } else if (password.empty()) {
-      answer(std::nullopt, "The password is empty.");
+      answer(std::nullopt, tr("The password is empty."));
     } else {
       answer(std::move(password), "");
     }

@@ -14,27 +14,40 @@ constexpr std::size_t kMostNamedItems = 5;
 struct DoneKind {
   const char* className;
   JobChange::Kind change;
-  const char* done;
   const char* heading;
 };
 
 constexpr DoneKind kDoneKinds[] = {
-    {"TVMoveToAction", JobChange::Kind::moved, "moved", "Moved before the end"},
-    {"TVCopyToAction", JobChange::Kind::copied, "copied", "Copied before the end"},
-    {"TVConvertImageAction", JobChange::Kind::made, "converted", "Made before the end"},
+    {"TVMoveToAction", JobChange::Kind::moved, trMark("Moved before the end")},
+    {"TVCopyToAction", JobChange::Kind::copied, trMark("Copied before the end")},
+    {"TVConvertImageAction", JobChange::Kind::made, trMark("Made before the end")},
 };
+
+Sentence sentenceOfDone(JobChange::Kind kind, std::size_t done, std::size_t total,
+                        const Sentence& names) {
+  const Sentence items = trn("{1} item", "{1} items", total);
+  switch (kind) {
+    case JobChange::Kind::moved:
+      return trn("{1} of {2} was moved: {3}.", "{1} of {2} were moved: {3}.", done, items, names);
+    case JobChange::Kind::copied:
+      return trn("{1} of {2} was copied: {3}.", "{1} of {2} were copied: {3}.", done, items, names);
+    default:
+      return trn("{1} of {2} was converted: {3}.", "{1} of {2} were converted: {3}.", done, items,
+                 names);
+  }
+}
 
 }  // namespace
 
-std::string itemNamesOf(const std::vector<std::string>& paths) {
+Sentence itemNamesOf(const std::vector<std::string>& paths) {
   std::string names;
   const std::size_t shown = std::min(paths.size(), kMostNamedItems);
   for (std::size_t at = 0; at < shown; ++at) {
     if (at > 0) names += ", ";
     names += printable(lastPathComponent(paths[at]));
   }
-  if (shown < paths.size()) names += " and " + std::to_string(paths.size() - shown) + " more";
-  return names;
+  if (shown == paths.size()) return names;
+  return trn("{2} and one more", "{2} and {1} more", paths.size() - shown, names);
 }
 
 CancelReport cancelReportOf(const Job& job) {
@@ -50,10 +63,8 @@ CancelReport cancelReportOf(const Job& job) {
     }
     if (sources.empty()) continue;
     const std::size_t total = std::max(job.subject().paths.size(), sources.size());
-    report.text = std::to_string(sources.size()) + " of " + std::to_string(total) +
-                  (total == 1 ? " item " : " items ") + (sources.size() == 1 ? "was " : "were ") +
-                  kind.done + ": " + itemNamesOf(sources) + ".";
-    report.items.push_back({kind.heading, std::move(results)});
+    report.text = sentenceOfDone(kind.change, sources.size(), total, itemNamesOf(sources));
+    report.items.push_back({translated(kind.heading), std::move(results)});
   }
   return report;
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "jobs/job.h"
+#include "translation/translation.h"
 
 namespace tervano {
 
@@ -11,20 +12,20 @@ namespace tervano {
 struct CancelReport {
   struct Items {
     // Such as "Moved before the end".
-    std::string heading;
+    Sentence heading;
     // Where they are now, or were.
     std::vector<std::string> paths;
   };
 
   // In sentences, a few items by name: "2 of 5 items were moved: a, b." Empty when nothing was
   // done.
-  std::string text;
+  Sentence text;
   // All of them.
   std::vector<Items> items;
 };
 
 // Names of the paths' items for a sentence; of many the first and how many more there are.
-std::string itemNamesOf(const std::vector<std::string>& paths);
+Sentence itemNamesOf(const std::vector<std::string>& paths);
 
 // Of a job that moved, copied or converted: what it finished.
 CancelReport cancelReportOf(const Job& job);

@@ -112,7 +112,7 @@ void setCompanionSetting(const std::string& section, const std::string& key,
     });
     if (!error) error = unwritten;
   }
-  if (error) throw CommandError("The setting could not be saved: " + error->message);
+  if (error) throw CommandError(tr("The setting could not be saved: {1}", error->message));
 }
 
 std::size_t queueLimitOf(const std::string& actionUid) {

@@ -5,6 +5,7 @@
 #include "platform/platform.h"
 #include "platform/user_notifications.h"
 #include "prefs/tv_user_defaults.h"
+#include "translation/translation.h"
 
 namespace tervano {
 
@@ -49,7 +50,7 @@ void DesktopProgress::show(std::uint64_t number, const ShownProgress& progress) 
   }
   notified_[number] = {progress, now};
   platform().userNotifications->showProgress(
-      number, {progress.title, progress.text, progress.fraction, "Cancel"});
+      number, {progress.title, progress.text, progress.fraction, tr("Cancel")});
 }
 
 void DesktopProgress::hide(std::uint64_t number) {

@@ -151,7 +151,7 @@ void makeTemplates(FirstRun& firstRun) {
     const std::string& folder = *firstRun.templatesFolder;
     auto& files = *platform().fileManager;
     if (const auto error = files.createDirectoryAtPath(folder, true)) {
-      firstRun.templatesComplaint = "The templates could not be made: " + error->message;
+      firstRun.templatesComplaint = tr("The templates could not be made: {1}", error->message);
       return;
     }
     for (const auto& name : templateNames()) {
@@ -162,7 +162,7 @@ void makeTemplates(FirstRun& firstRun) {
       // Another process may be as far.
       if (error && error->code == EEXIST) continue;
       if (error) {
-        firstRun.templatesComplaint = "The template could not be made: " + error->message;
+        firstRun.templatesComplaint = tr("The template could not be made: {1}", error->message);
         return;
       }
       firstRun.templates.push_back(name);
@@ -209,7 +209,7 @@ FirstRun makeFirstRun() {
 void makeFirstRunAtStart() {
   try {
     const FirstRun firstRun = makeFirstRun();
-    if (firstRun.templatesComplaint) log(*firstRun.templatesComplaint);
+    if (firstRun.templatesComplaint) log(firstRun.templatesComplaint->english());
   } catch (const PlatformException& exception) {
     log("Could not make the first actions and templates: " + exception.reason());
   } catch (const std::exception& error) {

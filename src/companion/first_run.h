@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "translation/translation.h"
+
 namespace tervano {
 
 // What the first start has made.
@@ -14,7 +16,7 @@ struct FirstRun {
   std::vector<std::string> templates;
   std::optional<std::string> templatesFolder;
   // Why not all templates could be made; nil when nothing failed.
-  std::optional<std::string> templatesComplaint;
+  std::optional<Sentence> templatesComplaint;
   // The entries of the new list, members of groups not counted; 0 when none was made.
   std::size_t actions = 0;
   // Whether there was a list, which stays as it is.

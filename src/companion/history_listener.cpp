@@ -40,7 +40,7 @@ void HistoryListener::jobDidBegin(const std::shared_ptr<Job>& /*job*/) {
 
 void HistoryListener::jobDidEnd(const std::shared_ptr<Job>& job, const RunOutcome& outcome) {
   platform().notifyChannel->removeEveryObserver(job.get());
-  writer_.end(job, outcome.message);
+  writer_.end(job, outcome.message.english());
 }
 
 void HistoryListener::waitUntilWritten() {
@@ -53,12 +53,12 @@ void tellOfInterruptedJobs() {
     if (history == nullptr) return;
     history->findInterruptedJobs();
     for (const auto& job : history->takeUntoldInterruptedJobs()) {
-      const std::string sentence = interruptionOf(job);
-      log(sentence);
+      const Sentence sentence = interruptionOf(job);
+      log(sentence.english());
       UserNotification notification;
       notification.title = "Tervano";
       notification.informativeText =
-          sentence + " \"tervano history " + std::to_string(job.number) + "\" tells more.";
+          tr("{1} \"{2}\" tells more.", sentence, "tervano history " + std::to_string(job.number));
       platform().userNotifications->deliverNotification(notification);
     }
   } catch (const HistoryError& error) {

@@ -7,6 +7,7 @@
 
 #include "archive/printable.h"
 #include "platform/platform.h"
+#include "translation/translation.h"
 
 namespace tervano {
 
@@ -86,8 +87,8 @@ void JobProgressListener::look(std::uint64_t number, Watched& watched, Clock::ti
   }
   watched.isShown = true;
   std::string text = progressText(job, watched.remaining.remaining());
-  if (text.empty()) text = "Working…";
-  if (job.cancelToken().isCancelled()) text = "Stopping…";
+  if (text.empty()) text = tr("Working…");
+  if (job.cancelToken().isCancelled()) text = tr("Stopping…");
   display_->show(number, {printable(job.subject().title), std::move(text), fraction});
 }
 

@@ -84,8 +84,10 @@ void JobRunner::cancelWaiting(const std::shared_ptr<Job>& job) {
   waiting_.erase(at);
   job->setState(JobState::cancelled);
   platform().runLoop->dispatchAsyncOnMainQueue([runner = shared_from_this(), job, finished] {
-    runner->end(job, {false, "\"" + job->subject().title + "\" was cancelled.", true, true},
-                finished);
+    runner->end(
+        job,
+        {false, tr("{1} was cancelled{2}.", tr("\"{1}\"", job->subject().title), ""), true, true},
+        finished);
   });
 }
 

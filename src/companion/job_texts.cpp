@@ -19,21 +19,22 @@ std::string formattedTime(const struct tm& parts, const char* format) {
 
 }  // namespace
 
-std::string countOfItems(std::size_t count) {
-  return std::to_string(count) + (count == 1 ? " item" : " items");
+Sentence countOfItems(std::size_t count) {
+  return trn("{1} item", "{1} items", count);
 }
 
-std::string nameOfJob(const RecordedJob& job) {
+Sentence nameOfJob(const RecordedJob& job) {
   const std::string& title = job.subject.title;
-  return "Job " + std::to_string(job.number) + ", \"" +
-         (title.empty() ? "(no title)" : printable(title)) + "\"";
+  return tr("Job {1}, \"{2}\"", job.number,
+            title.empty() ? tr("(no title)") : Sentence(printable(title)));
 }
 
-std::string interruptionOf(const RecordedJob& job) {
-  std::string text = nameOfJob(job) + ", was interrupted";
-  if (job.itemsTotal == 0) return text + ".";
-  text += ": " + std::to_string(job.itemsDone) + " of " + countOfItems(job.itemsTotal);
-  return text + (job.itemsTotal == 1 ? " is done." : " are done.");
+Sentence interruptionOf(const RecordedJob& job) {
+  const Sentence name = nameOfJob(job);
+  if (job.itemsTotal == 0) return tr("{1}, was interrupted.", name);
+  return trn("{2}, was interrupted: {3} of {1} item is done.",
+             "{2}, was interrupted: {3} of {1} items are done.", job.itemsTotal, name,
+             job.itemsDone);
 }
 
 std::string localTimeText(std::int64_t nanoseconds) {

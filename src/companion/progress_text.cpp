@@ -1,4 +1,5 @@
 #include "companion/progress_text.h"
+#include "translation/translation.h"
 
 #include <array>
 #include <cmath>
@@ -22,8 +23,7 @@ double secondsBetween(RemainingTime::Clock::time_point from, RemainingTime::Cloc
 }  // namespace
 
 std::string sizeText(std::uint64_t bytes) {
-  if (bytes == 1) return "1 byte";
-  if (bytes < static_cast<std::uint64_t>(kUnit)) return std::to_string(bytes) + " bytes";
+  if (bytes < static_cast<std::uint64_t>(kUnit)) return trn("{1} byte", "{1} bytes", bytes);
   constexpr std::array<const char*, 6> kNames{"kB", "MB", "GB", "TB", "PB", "EB"};
   double size = static_cast<double>(bytes) / kUnit;
   std::size_t unit = 0;
@@ -63,15 +63,20 @@ std::optional<std::chrono::seconds> RemainingTime::remaining() const {
 }
 
 std::string remainingText(std::chrono::seconds remaining) {
-  const auto counted = [](std::int64_t count, const std::string& what) {
-    return "about " + std::to_string(count) + " " + what + (count == 1 ? "" : "s") + " left";
+  const auto unitsOf = [](std::int64_t count, std::int64_t unit) {
+    return static_cast<std::size_t>(std::max<std::int64_t>((count + unit - 1) / unit, 0));
   };
   const std::int64_t seconds = remaining.count();
   constexpr std::int64_t kMinute = 60;
   constexpr std::int64_t kHour = 60 * kMinute;
-  if (seconds > 2 * kHour) return counted((seconds + kHour - 1) / kHour, "hour");
-  if (seconds >= kMinute) return counted((seconds + kMinute - 1) / kMinute, "minute");
-  return counted((seconds + kSecondsStep - 1) / kSecondsStep * kSecondsStep, "second");
+  if (seconds > 2 * kHour) {
+    return trn("about {1} hour left", "about {1} hours left", unitsOf(seconds, kHour));
+  }
+  if (seconds >= kMinute) {
+    return trn("about {1} minute left", "about {1} minutes left", unitsOf(seconds, kMinute));
+  }
+  return trn("about {1} second left", "about {1} seconds left",
+             unitsOf(seconds, kSecondsStep) * kSecondsStep);
 }
 
 std::string progressText(const Job& job, std::optional<std::chrono::seconds> remaining) {
@@ -85,12 +90,13 @@ std::string progressText(const Job& job, std::optional<std::chrono::seconds> rem
   const bool countsItems = job.subject().className != "TVCompressPasswordAction";
   const bool isOfSeveral = countsItems && progress.itemsTotal > 1;
   if (isOfSeveral) {
-    add(std::to_string(progress.itemsDone) + " of " + std::to_string(progress.itemsTotal) +
-        " items");
+    add(tr("{1} of {2} items", progress.itemsDone, progress.itemsTotal));
   }
   if (progress.bytes.bytesTotal > 0) {
-    add(sizeText(progress.bytes.bytesDone) + " of " + sizeText(progress.bytes.bytesTotal) +
-        (isOfSeveral && progress.bytesAreOfOneItem ? " of the next" : ""));
+    const std::string done = sizeText(progress.bytes.bytesDone);
+    const std::string total = sizeText(progress.bytes.bytesTotal);
+    add(isOfSeveral && progress.bytesAreOfOneItem ? tr("{1} of {2} of the next", done, total)
+                                                  : tr("{1} of {2}", done, total));
   }
   if (remaining && !text.empty()) add(remainingText(*remaining));
   return text;

@@ -65,10 +65,6 @@ std::uint64_t bytesWrittenBy(std::int64_t process) {
   return 0;
 }
 
-std::string countOf(std::size_t count, const std::string& rest) {
-  return std::to_string(count) + (count == 1 ? " is " : " are ") + rest;
-}
-
 }  // namespace
 
 std::shared_ptr<RemovalWatch> RemovalWatch::begin(std::shared_ptr<Job> job) {
@@ -155,20 +151,23 @@ CancelReport RemovalWatch::report() const {
   CancelReport report;
   const std::size_t total = gone.size() + lost.size() + untouched;
   if (gone.empty() && lost.empty()) return report;
-  report.text = "Of " + std::to_string(total) + (total == 1 ? " item " : " items ") +
-                countOf(gone.size(), "gone");
-  if (!gone.empty()) report.text += ": " + itemNamesOf(gone);
+  report.text = trn("Of {2} {1} is gone", "Of {2} {1} are gone", gone.size(),
+                    trn("{1} item", "{1} items", total));
+  if (!gone.empty()) report.text = tr("{1}: {2}", report.text, itemNamesOf(gone));
   if (!lost.empty()) {
-    report.text += "; " +
-                   countOf(lost.size(),
-                           "overwritten or removed in part, and what was "
-                           "there is lost though the name is still there: ") +
-                   itemNamesOf(lost);
+    report.text += "; ";
+    report.text +=
+        trn("{1} is overwritten or removed in part, and what was there is lost though "
+            "the name is still there: {2}",
+            "{1} are overwritten or removed in part, and what was there is lost though "
+            "the name is still there: {2}",
+            lost.size(), itemNamesOf(lost));
   }
-  report.text += "; " + countOf(untouched, "untouched") + ".";
-  if (!gone.empty()) report.items.push_back({"Gone before the end", std::move(gone)});
+  report.text += "; ";
+  report.text += trn("{1} is untouched.", "{1} are untouched.", untouched);
+  if (!gone.empty()) report.items.push_back({tr("Gone before the end"), std::move(gone)});
   if (!lost.empty()) {
-    report.items.push_back({"Lost in part, though the name is still there", std::move(lost)});
+    report.items.push_back({tr("Lost in part, though the name is still there"), std::move(lost)});
   }
   return report;
 }

@@ -37,14 +37,14 @@ void tellUser(const std::string& message) {
 void RequestReceiver::openURL(const std::string& url, Finished finished) {
   std::optional<Error> error;
   const auto handOff = parseHandOffURL(url, &error);
-  std::string refusal;
+  Sentence refusal;
   if (!handOff) {
-    refusal = "Could not open the URL " + printable(url) + ": " + error->message;
+    refusal = tr("Could not open the URL {1}: {2}", printable(url), error->message);
   } else if (running_.contains(handOff->file)) {
-    refusal = "The request " + handOff->file + " is being carried out already.";
+    refusal = tr("The request {1} is being carried out already.", handOff->file);
   }
   if (!refusal.empty()) {
-    log(refusal);
+    log(refusal.english());
     platform().runLoop->dispatchAsyncOnMainQueue([finished = std::move(finished), refusal] {
       if (finished) finished(Result::refused, refusal);
     });
@@ -54,16 +54,16 @@ void RequestReceiver::openURL(const std::string& url, Finished finished) {
   running_.insert(handOff->file);
   auto ended = [self = shared_from_this(), handOff = *handOff, finished = std::move(finished)](
                    const RunOutcome& outcome) { self->end(handOff, outcome, finished); };
-  const auto fail = [&](const std::string& message) {
+  const auto fail = [&](const Sentence& message) {
     platform().runLoop->dispatchAsyncOnMainQueue([ended, message] { ended({false, message}); });
   };
   const auto paths = readHandOffFile(handOff->file, &error);
-  if (!paths) return fail("The chosen files could not be read: " + error->message);
+  if (!paths) return fail(tr("The chosen files could not be read: {1}", error->message));
   try {
     const auto manager = loadActions();
     const auto place = findAction(manager->actions(), handOff->action);
     if (!place)
-      return fail("The chosen action is no longer in the list (" + handOff->action + ").");
+      return fail(tr("The chosen action is no longer in the list ({1}).", handOff->action));
     runner_->run(*place->action, *paths, askers_,
                  [ended, action = place->action](const auto& outcome) {
                    if (outcome.success) {
@@ -73,7 +73,7 @@ void RequestReceiver::openURL(const std::string& url, Finished finished) {
                    ended(outcome);
                  });
   } catch (const CommandError& unreadable) {
-    fail(unreadable.what());
+    fail(unreadable.sentence());
   }
 }
 
@@ -83,7 +83,7 @@ void RequestReceiver::end(const HandOff& handOff, const RunOutcome& outcome,
   // A file that is missing, or is none of ours, stays as it is.
   removeHandOffFile(handOff.file);
   if (!outcome.success && !outcome.toldByAction) {
-    log("Could not run the action " + handOff.action + ": " + outcome.message);
+    log("Could not run the action " + handOff.action + ": " + outcome.message.english());
     tellUser(outcome.message);
   }
   if (finished) finished(outcome.success ? Result::success : Result::failure, outcome.message);

@@ -84,14 +84,14 @@ int descriptorFrom(const std::string& text) {
   const bool isNumber = !text.empty() && text.size() <= kMaximumDigits &&
                         text.find_first_not_of("0123456789") == std::string::npos;
   if (!isNumber || fcntl(std::stoi(text), F_GETFD) < 0) {
-    throw UsageError("--password-fd takes the number of an open descriptor.");
+    throw UsageError(tr("--password-fd takes the number of an open descriptor."));
   }
   return std::stoi(text);
 }
 
 int openURL(const std::vector<std::string>& words) {
   const Arguments arguments(words, {});
-  arguments.requirePositional(1, 1, "The URL");
+  arguments.requirePositional(1, 1, tr("The URL"));
   makeFirstRunAtStart();
   installJobServices();
   const auto runner = std::make_shared<JobRunner>();
@@ -153,7 +153,7 @@ int rehearse(const TVAction& action, std::vector<std::string> paths, bool asJson
   if (dynamic_cast<const TVCompressPasswordAction*>(&action) != nullptr) {
     // Packing is no service of the platform.
     const auto error = reasonNotToCompress(paths);
-    ended = RunOutcome{!error, error ? error->message : "", false};
+    ended = RunOutcome{!error, error ? translated(error->message) : Sentence(), false};
     if (!error) {
       std::string archive = vx_nextAvailablePath(archivePathFor(paths));
       paths.push_back(std::move(archive));
@@ -207,7 +207,7 @@ std::vector<std::string> absolutePaths(std::vector<std::string>::const_iterator 
 
 int run(const std::vector<std::string>& words) {
   const Arguments arguments(words, {{"password-fd"}, {"yes", "dry-run", "json"}});
-  arguments.requirePositional(1, SIZE_MAX, "The uid of an action");
+  arguments.requirePositional(1, SIZE_MAX, tr("The uid of an action"));
   Askers askers;
   if (!arguments.has("yes")) {
     askers.consent = askerOfTerminal();
@@ -224,7 +224,7 @@ int run(const std::vector<std::string>& words) {
   if (arguments.has("dry-run")) {
     return rehearse(*place.action, std::move(paths), arguments.has("json"));
   }
-  if (arguments.has("json")) throw UsageError("--json goes with --dry-run only.");
+  if (arguments.has("json")) throw UsageError(tr("--json goes with --dry-run only."));
   return runInForeground(*place.action, std::move(paths), askers);
 }
 
@@ -236,12 +236,12 @@ int transfer(const std::string& kind, const std::vector<std::string>& words) {
   arguments.requirePositional(1, SIZE_MAX, "A file");
   const std::string destination = absolutePath(*folder);
   if (!platform().fileManager->isDirectoryAtPath(destination)) {
-    throw CommandError("There is no folder \"" + printable(destination) + "\".");
+    throw CommandError(tr("There is no folder \"{1}\".", printable(destination)));
   }
   const auto action = newAction(Arguments({kind, "--to=" + destination}, {allSettings(), {}}));
   auto paths = absolutePaths(arguments.positional().begin(), arguments.positional().end());
   if (arguments.has("dry-run")) return rehearse(*action, std::move(paths), arguments.has("json"));
-  if (arguments.has("json")) throw UsageError("--json goes with --dry-run only.");
+  if (arguments.has("json")) throw UsageError(tr("--json goes with --dry-run only."));
   return runInForeground(*action, std::move(paths), {});
 }
 
@@ -254,14 +254,15 @@ int copyFilesTo(const std::vector<std::string>& words) {
 }
 
 CommandHelp helpOfTransfer(const std::string& name, const std::string& summary) {
-  return {name,
-          summary,
-          {"--to FOLDER PATH...", "--dry-run [--json] --to FOLDER PATH..."},
-          {"By the same rules, preferences and notifications as an action of the list. The folder "
-           "counts for \"tervano recent\"."},
-          {{"--to FOLDER", "Where they go, a folder that is there."},
-           {"--dry-run", "Does nothing, and shows what would be done as \"tervano run\" does."},
-           {"--json", "With --dry-run, as for \"tervano run\"."}}};
+  return {
+      name,
+      summary,
+      {"--to FOLDER PATH...", "--dry-run [--json] --to FOLDER PATH..."},
+      {trMark("By the same rules, preferences and notifications as an action of the list. The "
+              "folder counts for \"tervano recent\".")},
+      {{"--to FOLDER", trMark("Where they go, a folder that is there.")},
+       {"--dry-run", trMark("Does nothing, and shows what would be done as \"tervano run\" does.")},
+       {"--json", trMark("With --dry-run, as for \"tervano run\".")}}};
 }
 
 // The long-lived companion: receives URLs until it has been idle for a while.
@@ -375,7 +376,7 @@ int service(const std::vector<std::string>& words) {
     constexpr std::size_t kMaximumDigits = 6;
     if (text->empty() || text->size() > kMaximumDigits ||
         text->find_first_not_of("0123456789") != std::string::npos) {
-      throw UsageError("--idle-seconds takes a number of seconds.");
+      throw UsageError(tr("--idle-seconds takes a number of seconds."));
     }
     idleSeconds = std::stoi(*text);
   }
@@ -388,54 +389,69 @@ int service(const std::vector<std::string>& words) {
 std::vector<Command> runCommands() {
   return {
       {{"open",
-        "receive a hand-off URL and run what it asks for",
+        trMark("receive a hand-off URL and run what it asks for"),
         {"URL"},
-        {"The receiving side of \"tervano choose\", in the foreground. Only the URL that a menu "
-         "makes is accepted, and its file must be your own."},
+        {trMark(
+            "The receiving side of \"tervano choose\", in the foreground. Only the URL that a menu "
+            "makes is accepted, and its file must be your own.")},
         {}},
        openURL,
        true},
       {{"run",
-        "run an action on files and wait for its end",
+        trMark("run an action on files and wait for its end"),
         {"[--yes] [--password-fd N] UID [PATH...]", "--dry-run [--json] UID [PATH...]"},
-        {"What removes files for good asks first, on the terminal, else in a window. A kind of "
-         "action that does "
-         "nothing when it is run says so. A tool that wrote an error, "
-         "ended badly or could not be started is a failure too.",
-         "What compresses asks for the password on the terminal, unseen, else in a window. An "
-         "interrupt stops the work and whatever it has started. Nothing unfinished stays; what was "
-         "done before that stays and is listed, and of what removes files for good it is said what "
-         "was lost. A link is packed as a link, without what it points to.",
-         "Work that takes longer than about a second shows how far it has come in the last line of "
-         "the terminal, when standard error is one."},
-        {{"--yes", "Removes without asking."},
+        {trMark(
+             "What removes files for good asks first, on the terminal, else in a window. A kind of "
+             "action that does "
+             "nothing when it is run says so. A tool that wrote an error, "
+             "ended badly or could not be started is a failure too."),
+         trMark(
+             "What compresses asks for the password on the terminal, unseen, else in a window. An "
+             "interrupt stops the work and whatever it has started. Nothing unfinished stays; what "
+             "was "
+             "done before that stays and is listed, and of what removes files for good it is said "
+             "what "
+             "was lost. A link is packed as a link, without what it points to."),
+         trMark("Work that takes longer than about a second shows how far it has come in the last "
+                "line of "
+                "the terminal, when standard error is one.")},
+        {{"--yes", trMark("Removes without asking.")},
          {"--password-fd N",
-          "Reads the password from the first line of that open descriptor; a carriage return "
-          "before the end of the line is left out, too."},
+          trMark(
+              "Reads the password from the first line of that open descriptor; a carriage return "
+              "before the end of the line is left out, too.")},
          {"--dry-run",
-          "Does nothing, and shows one line for each thing that would be done: \"run\" with the "
-          "program and every argument, \"move\", \"copy\" and \"remove\" with the exact paths, "
-          "\"compress\" with what is packed and the archive, "
-          "\"call\" with the handler of a user script and what it gets, \"open\" and \"attach\" "
-          "with an application and the files, \"show\" with the files that a file manager "
-          "selects. What would fail ends with the reason."},
-         {"--json", "With --dry-run: an array of objects with \"does\" and \"words\"."}}},
+          trMark(
+              "Does nothing, and shows one line for each thing that would be done: \"run\" with "
+              "the "
+              "program and every argument, \"move\", \"copy\" and \"remove\" with the exact paths, "
+              "\"compress\" with what is packed and the archive, "
+              "\"call\" with the handler of a user script and what it gets, \"open\" and "
+              "\"attach\" "
+              "with an application and the files, \"show\" with the files that a file manager "
+              "selects. What would fail ends with the reason.")},
+         {"--json", trMark("With --dry-run: an array of objects with \"does\" and \"words\".")}}},
        run,
        true},
-      {helpOfTransfer("move", "move files to a folder"), moveFiles, true},
-      {helpOfTransfer("copy", "copy files to a folder"), copyFilesTo, true},
+      {helpOfTransfer("move", trMark("move files to a folder")), moveFiles, true},
+      {helpOfTransfer("copy", trMark("copy files to a folder")), copyFilesTo, true},
       {{"service",
-        "receive hand-off URLs until idle for a while",
+        trMark("receive hand-off URLs until idle for a while"),
         {"[--idle-seconds N] [URL...]"},
-        {"Started by the desktop when a menu entry is chosen. Work that takes its time shows how "
-         "far it has come, with a button that cancels it, in a notification where the desktop "
-         "draws a bar there, else in a window; not while the preference disableActionNotifications "
-         "is on. Owns the name com.vessok.tervano on "
-         "the session bus; URLs are given to the process that owns it already. Works without a bus "
-         "on the URLs of its command line.",
-         "An interrupt or a request to terminate cancels what runs, and the service ends once that "
-         "has cleaned up after itself. What was killed is told at the next start."},
-        {{"--idle-seconds N", "How long to wait for another request; 60 unless given."}}},
+        {trMark(
+             "Started by the desktop when a menu entry is chosen. Work that takes its time shows "
+             "how "
+             "far it has come, with a button that cancels it, in a notification where the desktop "
+             "draws a bar there, else in a window; not while the preference "
+             "disableActionNotifications "
+             "is on. Owns the name com.vessok.tervano on "
+             "the session bus; URLs are given to the process that owns it already. Works without a "
+             "bus "
+             "on the URLs of its command line."),
+         trMark("An interrupt or a request to terminate cancels what runs, and the service ends "
+                "once that "
+                "has cleaned up after itself. What was killed is told at the next start.")},
+        {{"--idle-seconds N", trMark("How long to wait for another request; 60 unless given.")}}},
        service,
        true},
   };

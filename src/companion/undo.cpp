@@ -30,86 +30,87 @@ bool isUndoable(const RecordedChange& change) {
 }
 
 // Why nothing of what such an action does can be undone.
-std::string reasonOfKind(const RecordedJob& job) {
+Sentence reasonOfKind(const RecordedJob& job) {
   const std::string& kind = job.subject.className;
-  const std::string name = nameOfJob(job);
+  const Sentence name = nameOfJob(job);
   if (job.subject.undoes != 0) {
-    return name + ", is an undo itself; choose the action again instead.";
+    return tr("{1}, is an undo itself; choose the action again instead.", name);
   }
   if (kind == "TVSecureRemoveAction") {
-    return name + ", removed for good: that cannot be undone.";
+    return tr("{1}, removed for good: that cannot be undone.", name);
   }
   if (kind == "TVShellScriptAction" || kind == "TVBundledScriptAction" ||
       kind == "TVAppleScriptAction") {
-    return name + ", ran a script; only the script knows what would undo it.";
+    return tr("{1}, ran a script; only the script knows what would undo it.", name);
   }
   if (kind == "TVOpenWithAppAction" || kind == "TVSendViaEmailAction" ||
       kind == "TVOpenFavesAction") {
-    return name + ", gave items to another program; that cannot be taken back.";
+    return tr("{1}, gave items to another program; that cannot be taken back.", name);
   }
   if (kind == "TVResetAppPreferencesAction") {
-    return name + ", reset preferences; \"tervano-defaults restore\" puts them back.";
+    return tr("{1}, reset preferences; \"tervano-defaults restore\" puts them back.", name);
   }
-  return name + ", changed nothing that could be undone.";
+  return tr("{1}, changed nothing that could be undone.", name);
 }
 
-[[noreturn]] void refuse(const RecordedJob& job, const std::string& reason) {
-  throw CommandError(nameOfJob(job) + ", cannot be undone: " + reason);
+[[noreturn]] void refuse(const RecordedJob& job, const Sentence& reason) {
+  throw CommandError(tr("{1}, cannot be undone: {2}", nameOfJob(job), reason));
 }
 
 RecordedJob requireJob(JobHistory& history, std::optional<std::int64_t> number) {
   if (number) {
     auto job = history.job(*number);
     if (!job) {
-      throw CommandError("The history has no job " + std::to_string(*number) +
-                         "; \"tervano history\" lists them.");
+      throw CommandError(
+          tr("The history has no job {1}; \"tervano history\" lists them.", *number));
     }
     return std::move(*job);
   }
   for (auto& job : history.jobs(JobHistory::kKeptJobs)) {
     if (isEnd(job.state) && job.subject.undoes == 0 && job.undone < job.changes) return job;
   }
-  throw CommandError("There is nothing that could be undone.");
+  throw CommandError(tr("There is nothing that could be undone."));
 }
 
 // What stands against undoing this item; fills the step in when nothing does. `restored` are the
 // paths that come back before this one does.
-std::optional<std::string> objection(const RecordedChange& change,
-                                     const std::set<std::string>& restored, UndoStep& step) {
+std::optional<Sentence> objection(const RecordedChange& change,
+                                  const std::set<std::string>& restored, UndoStep& step) {
   const std::string& now = change.change.to;
   const std::string& before = change.change.from;
   const auto& files = *platform().fileManager;
   const bool isMove = change.change.kind == JobChange::Kind::moved;
   const ItemDepth depth = isMove ? ItemDepth::itself : ItemDepth::withContents;
-  if (!change.state) return printable(now) + " was not seen by the history.";
+  if (!change.state) return tr("{1} was not seen by the history.", printable(now));
   const auto state = itemStateAt(now, depth);
   step = {UndoStep::Does::nothing, change.index, now, isMove ? before : "", *change.state};
   if (!state) {
-    if (files.itemExistsAtPath(now)) return printable(now) + " cannot be looked at.";
+    if (files.itemExistsAtPath(now)) return tr("{1} cannot be looked at.", printable(now));
     if (!isMove) return std::nullopt;
     const auto there = itemStateAt(before, depth);
     if (there && isSameContent(*change.state, *there)) return std::nullopt;
-    return printable(now) + " is not there any more.";
+    return tr("{1} is not there any more.", printable(now));
   }
   if (!isSameItem(*change.state, *state, depth)) {
-    return printable(now) + " is not as the job left it.";
+    return tr("{1} is not as the job left it.", printable(now));
   }
   if (!files.isWritableFileAtPath(deletingLastPathComponent(now))) {
-    return "nothing can be taken out of " + printable(deletingLastPathComponent(now)) + ".";
+    return tr("nothing can be taken out of {1}.", printable(deletingLastPathComponent(now)));
   }
   if (!isMove) {
     step.does = UndoStep::Does::trashes;
     return std::nullopt;
   }
   step.does = UndoStep::Does::movesBack;
-  if (files.itemExistsAtPath(before)) return printable(before) + " is taken.";
+  if (files.itemExistsAtPath(before)) return tr("{1} is taken.", printable(before));
   for (std::string folder = deletingLastPathComponent(before); folder.size() > 1;
        folder = deletingLastPathComponent(folder)) {
     if (restored.contains(folder)) return std::nullopt;
   }
   const std::string folder = deletingLastPathComponent(before);
-  if (!files.isDirectoryAtPath(folder)) return printable(folder) + " is not there any more.";
-  if (!files.isWritableFileAtPath(folder)) return printable(folder) + " cannot be written to.";
+  if (!files.isDirectoryAtPath(folder)) return tr("{1} is not there any more.", printable(folder));
+  if (!files.isWritableFileAtPath(folder))
+    return tr("{1} cannot be written to.", printable(folder));
   return std::nullopt;
 }
 
@@ -166,11 +167,14 @@ class UndoNotes {
 };
 
 RunOutcome outcomeOf(const UndoPlan& plan, std::size_t failures, bool isCancelled) {
-  const std::string title = "Undoing " + nameOfJob(plan.job) + ",";
+  const Sentence name = nameOfJob(plan.job);
   if (failures != 0) {
-    return {false, title + " failed for " + countOfItems(failures) + ".", false};
+    return {false,
+            trn("Undoing {2}, failed for {1} item.", "Undoing {2}, failed for {1} items.", failures,
+                name),
+            false};
   }
-  if (isCancelled) return {false, title + " was cancelled.", true, true};
+  if (isCancelled) return {false, tr("Undoing {1}, was cancelled.", name), true, true};
   return {true, "", false};
 }
 
@@ -202,15 +206,15 @@ RunOutcome performAll(const UndoPlan& plan, Job& job) {
 UndoPlan planUndo(JobHistory& history, std::optional<std::int64_t> number) {
   UndoPlan plan{requireJob(history, number), {}};
   const RecordedJob& job = plan.job;
-  if (!isEnd(job.state)) refuse(job, "it has not ended.");
-  if (!job.isComplete) refuse(job, "it did more than the history holds.");
+  if (!isEnd(job.state)) refuse(job, tr("it has not ended."));
+  if (!job.isComplete) refuse(job, tr("it did more than the history holds."));
   if (job.subject.undoes != 0 || job.changes == 0) throw CommandError(reasonOfKind(job));
-  if (job.undone >= job.changes) throw CommandError(nameOfJob(job) + ", is undone already.");
+  if (job.undone >= job.changes) throw CommandError(tr("{1}, is undone already.", nameOfJob(job)));
   auto changes = history.changes(job.number);
   for (const auto& change : changes) {
     if (change.change.kind == JobChange::Kind::removed) {
-      refuse(job,
-             "it replaced " + printable(change.change.from) + ", and that cannot be brought back.");
+      refuse(job, tr("it replaced {1}, and that cannot be brought back.",
+                     printable(change.change.from)));
     }
   }
   std::reverse(changes.begin(), changes.end());

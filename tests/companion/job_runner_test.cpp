@@ -33,7 +33,7 @@ class NotedJobs : public JobListener {
     noted.push_back("begin " + job->subject().title);
   }
   void jobDidEnd(const std::shared_ptr<Job>& job, const RunOutcome& outcome) override {
-    noted.push_back("end " + job->subject().title + " " + outcome.message);
+    noted.push_back("end " + job->subject().title + " " + outcome.message.english());
     EXPECT_EQ(currentJob(), nullptr);
     EXPECT_TRUE(job->runningProcesses().empty());
   }

@@ -1,10 +1,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <sstream>
 
+#include "companion/command.h"
+#include "tests/companion/terminal.h"
 #include "tests/companion/tervano_program.h"
+#include "tests/support/fake_bus_service.h"
+#include "tests/support/private_bus.h"
+#include "tests/support/program.h"
+#include "tests/support/scoped_platform.h"
 #include "tests/support/user_locale.h"
+#include "tests/support/wait.h"
 
 namespace tervano::test {
 
@@ -110,6 +119,24 @@ TEST_F(LanguageTest, HelpIsInTheUsersLanguageAndFitsATerminal) {
   EXPECT_THAT(home_.succeed({"help", "prefs"}), HasSubstr("affiche et modifie les préférences.\n"));
 }
 
+TEST_F(LanguageTest, NoHelpOfAnyCommandIsWiderThanATerminalOrLeftInEnglish) {
+  const auto columnsOf = [](const std::string& line) {
+    return std::count_if(line.begin(), line.end(), [](char byte) { return (byte & 0xC0) != 0x80; });
+  };
+  for (const std::string locale : {"de_DE", "fr_FR"}) {
+    speak(locale);
+    for (const auto& command : allCommands()) {
+      const std::string text = home_.succeed({"help", command.help.name});
+      EXPECT_THAT(text, Not(HasSubstr(command.help.summary))) << locale;
+      for (const auto& paragraph : command.help.paragraphs) {
+        EXPECT_THAT(text, Not(HasSubstr(paragraph.substr(0, 25)))) << locale;
+      }
+      std::istringstream lines(text);
+      for (std::string line; std::getline(lines, line);) EXPECT_LE(columnsOf(line), 80) << line;
+    }
+  }
+}
+
 TEST_F(LanguageTest, AListIsShownInTheUsersLanguageAndItsJsonIsNot) {
   // It notes on standard error how two types work.
   std::string uid =
@@ -151,6 +178,63 @@ TEST_F(LanguageTest, ErrorsOfTheSystemAreInTheLanguageOfTheLog) {
   // The C library has its own catalogues, which would make logs bilingual.
   EXPECT_THAT(errorsOf({"import", home_.path() + "/none"}),
               AllOf(HasSubstr("No such file or directory"), Not(HasSubstr("Datei oder"))));
+}
+
+TEST_F(LanguageTest, TheNotificationOfAMoveIsEnglishInEveryLanguage) {
+  const ScopedPlatform platform;
+  const PrivateBus bus;
+  constexpr char kNotifications[] = "org.freedesktop.Notifications";
+  constexpr char kXML[] = R"(<node><interface name="org.freedesktop.Notifications">
+    <method name="GetCapabilities"><arg type="as" direction="out"/></method>
+    <method name="Notify"><arg type="s" direction="in"/><arg type="u" direction="in"/>
+      <arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="s" direction="in"/>
+      <arg type="as" direction="in"/><arg type="a{sv}" direction="in"/>
+      <arg type="i" direction="in"/><arg type="u" direction="out"/></method>
+    </interface></node>)";
+  const FakeBusService daemon(bus.address(), kNotifications, "/org/freedesktop/Notifications",
+                              kNotifications, kXML, [](const auto& call) -> GVariant* {
+                                if (call.method == "Notify") return g_variant_new("(u)", 1);
+                                const char* const capabilities[] = {"body", "actions", nullptr};
+                                return g_variant_new("(^as)", capabilities);
+                              });
+  speak("de_DE");
+  const std::string target = home_.folder("Ziel");
+  const std::string uid = home_.succeed({"add", "move", "--to", target});
+  auto moving =
+      startProgram(TERVANO_PROGRAM, {"run", uid, home_.file("a.txt"), home_.path() + "/none"});
+  ASSERT_TRUE(waitUntil([&] { return daemon.callsOf("Notify").size() == 1; }, 30));
+  EXPECT_TRUE(waitUntil([&] { return moving.waitForExit(0).has_value(); }, 30));
+  auto whole = startProgram(TERVANO_PROGRAM, {"run", uid, home_.file("b.txt")});
+  ASSERT_TRUE(waitUntil([&] { return daemon.callsOf("Notify").size() == 2; }, 30));
+  EXPECT_TRUE(waitUntil([&] { return whole.waitForExit(0).has_value(); }, 30));
+  EXPECT_THAT(daemon.callsOf("Notify")[0].arguments,
+              HasSubstr("An error occurred while moving these files."));
+  EXPECT_THAT(daemon.callsOf("Notify")[1].arguments,
+              AllOf(HasSubstr("Finished moving "), HasSubstr("'Show'")));
+}
+
+TEST_F(LanguageTest, TheWindowProgramSpeaksTheUsersLanguage) {
+  speak("fr_FR");
+  ProgramStart start;
+  start.path = TERVANO_BUILD "/libexec/tervano/tervano-ask";
+  start.arguments = {"--nonsense"};
+  EXPECT_EQ(runProgram(start).errors, "tervano-ask: La seule option est --password.\n");
+}
+
+TEST_F(LanguageTest, AQuestionOnATerminalIsAnsweredInTheUsersLanguage) {
+  speak("de_DE");
+  const std::string uid = home_.succeed({"add", "move", "--to", home_.path()});
+  {
+    Terminal no(becomingTervano({"remove", uid}));
+    no.readUntil("aus der Aktionsliste entfernen? [j/N] ");
+    no.type("n\n");
+    no.readUntil("Es wurde nichts entfernt.");
+  }
+  Terminal yes(becomingTervano({"remove", uid}));
+  yes.readUntil("[j/N] ");
+  yes.type("j\n");
+  EXPECT_EQ(yes.waitForExit(), 0);
+  EXPECT_EQ(home_.succeed({"list"}), "");
 }
 
 TEST_F(LanguageTest, ManualPagesAndCompletionStayEnglish) {

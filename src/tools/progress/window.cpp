@@ -11,6 +11,7 @@
 #include <string>
 
 #include "tools/progress/progress_line.h"
+#include "translation/translation.h"
 
 namespace tervano {
 
@@ -71,7 +72,7 @@ ProgressRow makeRow(std::uint64_t number) {
   row.bar = gtk_progress_bar_new();
   gtk_widget_set_hexpand(row.bar, TRUE);
   gtk_widget_set_valign(row.bar, GTK_ALIGN_CENTER);
-  row.cancel = gtk_button_new_with_label("Cancel");
+  row.cancel = gtk_button_new_with_label(tr("Cancel").shown().c_str());
   g_signal_connect(row.cancel, "clicked", G_CALLBACK(cancelPressed),
                    GSIZE_TO_POINTER(static_cast<gsize>(number)));
   GtkWidget* const line = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 2 * kSpacing);
@@ -104,7 +105,7 @@ void takeLine(ProgressWindowState& state, const ProgressLine& line) {
   gtk_label_set_text(GTK_LABEL(row.text), text.c_str());
   gtk_widget_set_tooltip_text(row.title, title.c_str());
   gtk_widget_set_tooltip_text(row.text, text.c_str());
-  const std::string purpose = "Cancel " + title;
+  const std::string purpose = tr("Cancel {1}", title);
   gtk_accessible_update_property(GTK_ACCESSIBLE(row.cancel), GTK_ACCESSIBLE_PROPERTY_LABEL,
                                  purpose.c_str(), -1);
   gtk_accessible_update_property(GTK_ACCESSIBLE(row.bar), GTK_ACCESSIBLE_PROPERTY_LABEL,
