@@ -1,6 +1,7 @@
 #include "companion/asker.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -47,6 +48,12 @@ void askOnTerminal(const Question& question, const Answer& answer) {
             << " "
             // TRANSLATORS: the letters of yes and of no; no is what an empty line means.
             << tr("[y/N]") << " " << std::flush;
+  // Reading goes on after a signal that cancels, waiting does not.
+  pollfd input{STDIN_FILENO, POLLIN, 0};
+  if (poll(&input, 1, -1) < 0) {
+    std::cerr << "\n";
+    return answer(false, "");
+  }
   std::string line;
   std::getline(std::cin, line);
   answer(isYes(line), "");

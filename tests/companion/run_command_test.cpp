@@ -285,6 +285,12 @@ class RunOnATerminalTest : public RunCommandTest {
 
 }  // namespace
 
+TEST_F(RunOnATerminalTest, AnInterruptAtTheQuestionIsTheNo) {
+  EXPECT_EQ(answer("\x03"), 1);
+  EXPECT_THAT(said_, HasSubstr("was cancelled."));
+  EXPECT_TRUE(std::filesystem::exists(file_));
+}
+
 TEST_F(RunOnATerminalTest, ConsentRemoves) {
   for (const char* const yes : {"y\n", "Y\n", "yes\n"}) {
     EXPECT_EQ(answer(yes), 0) << yes;
