@@ -371,8 +371,7 @@ TEST_F(BrokenListTest, AYesSetsItAsideAndPutsTheLastGoodVersionBack) {
   Terminal terminal(becomingTervano({"restore"}));
   const auto text = terminal.readUntil("[y/N] ");
   EXPECT_THAT(text, StartsWith("The action list cannot be read: "));
-  EXPECT_THAT(text,
-              testing::EndsWith(".\r\nSet it aside and take version 1 with 1 entry? [y/N] "));
+  EXPECT_THAT(text, testing::EndsWith(".\r\nSet it aside and take version 1 with 1 entry? [y/N] "));
   EXPECT_THAT(text, Not(HasSubstr("tervano restore")));
   terminal.type("y\n");
   EXPECT_EQ(terminal.waitForExit(), 0);

@@ -65,10 +65,11 @@ class HistoryWriterTest : public testing::Test {
     sqlite3_close(database);
   }
 
+  // What is still told when the platform ends is told to it.
+  std::vector<std::shared_ptr<Job>> numbered_;
   ScopedPlatform platform_;
   RecordingLog log_;
   std::string path_ = at("state/tervano/history.sqlite");
-  std::vector<std::shared_ptr<Job>> numbered_;
 };
 
 }  // namespace
