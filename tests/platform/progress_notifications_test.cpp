@@ -198,13 +198,15 @@ TEST_F(ProgressNotificationsTest, OneThatTheUserClosedStaysClosedAndCancelsNothi
   notifications_.showProgress(1, half());
   ASSERT_TRUE(waitUntil([&] { return daemon.callsOf("Notify").size() == 1; }));
   daemon.close(1);
-  // Another one on the same connection comes after the signal.
+  // What the daemon answers after the signal is heard after it, and is needed to change the other.
   notifications_.showProgress(2, half("other"));
   ASSERT_TRUE(waitUntil([&] { return daemon.callsOf("Notify").size() == 2; }));
-  notifications_.showProgress(1, half("more"));
   notifications_.showProgress(2, half("other still"));
   ASSERT_TRUE(waitUntil([&] { return daemon.callsOf("Notify").size() == 3; }));
-  EXPECT_THAT(daemon.callsOf("Notify").back(), HasSubstr("other still"));
+  notifications_.showProgress(1, half("more"));
+  notifications_.showProgress(2, half("other at last"));
+  ASSERT_TRUE(waitUntil([&] { return daemon.callsOf("Notify").size() == 4; }));
+  EXPECT_THAT(daemon.callsOf("Notify").back(), HasSubstr("other at last"));
   notifications_.endProgress(1);
   ASSERT_TRUE(waitUntil([&] { return notifications_.pendingDeliveries() == 0; }));
   EXPECT_THAT(daemon.callsOf("CloseNotification"), IsEmpty());
