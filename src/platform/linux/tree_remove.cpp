@@ -25,7 +25,8 @@ class TreeRemover : public TreeVisitor {
       return;
     }
     // A failure shows when the folder is entered or emptied.
-    fchmodat(item.folder(), item.name().c_str(), S_IRWXU, AT_SYMLINK_NOFOLLOW);
+    [[maybe_unused]] const int changed =
+        fchmodat(item.folder(), item.name().c_str(), S_IRWXU, AT_SYMLINK_NOFOLLOW);
   }
 
   bool visitItem(const TreeItem& item) override {
