@@ -54,7 +54,8 @@ class ChangeSearch : public TreeVisitor {
   bool hasFound_ = false;
 };
 
-// What a running process has written so far, whatever to.
+}  // namespace
+
 std::uint64_t bytesWrittenBy(std::int64_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/io");
   std::string name;
@@ -64,8 +65,6 @@ std::uint64_t bytesWrittenBy(std::int64_t process) {
   }
   return 0;
 }
-
-}  // namespace
 
 std::shared_ptr<RemovalWatch> RemovalWatch::begin(std::shared_ptr<Job> job) {
   auto watch = std::make_shared<RemovalWatch>(std::move(job));

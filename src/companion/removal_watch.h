@@ -15,6 +15,9 @@
 
 namespace tervano {
 
+// What a running process has written so far, whatever to; 0 when that is not known. Any thread.
+std::uint64_t bytesWrittenBy(std::int64_t process);
+
 // Follows the tools of a job that overwrite and remove its items: in bytes, by what they have
 // written of the room that the items take on the disk, and item by item when the job was cancelled.
 class RemovalWatch : public std::enable_shared_from_this<RemovalWatch> {

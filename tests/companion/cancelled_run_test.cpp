@@ -77,16 +77,6 @@ bool isAtWork(const std::string& process) {
   return !line.empty() && line.find(") Z ") == std::string::npos;
 }
 
-std::uint64_t writtenBytes(std::int64_t process) {
-  std::ifstream file("/proc/" + std::to_string(process) + "/io");
-  std::string name;
-  std::uint64_t value = 0;
-  while (file >> name >> value) {
-    if (name == "wchar:") return value;
-  }
-  return 0;
-}
-
 class CancelledRunTest : public testing::Test {
  protected:
   CancelledRunTest()
@@ -272,7 +262,7 @@ TEST_F(CancelledRunTest, ASecureDeleteSaysWhatIsLost) {
   const auto film = job->runningProcesses().front();
   ASSERT_EQ(film->arguments().back(), at("film"));
   // Held while it has written a part.
-  while (writtenBytes(film->processIdentifier()) == 0 && film->isRunning()) {
+  while (bytesWrittenBy(film->processIdentifier()) == 0 && film->isRunning()) {
   }
   ASSERT_TRUE(film->suspend());
   ASSERT_TRUE(waitUntil(

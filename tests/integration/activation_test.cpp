@@ -24,19 +24,8 @@ class ActivationRoadTest : public testing::Test {
     const std::string name = kHandOffName + std::to_string(++requests_);
     std::ofstream(desktop_.home().container() + "/" + name)
         << nlohmann::json({{"paths", {path}}}).dump();
-    ProgramStart start;
-    start.path = "/usr/bin/gdbus";
-    start.arguments = {"call",
-                       "--session",
-                       "--dest",
-                       "com.vessok.tervano",
-                       "--object-path",
-                       "/com/vessok/tervano",
-                       "--method",
-                       "org.freedesktop.Application.Open",
-                       "['tervano://runaction?action=" + uid + "&file=" + name + "']",
-                       platformData};
-    const auto outcome = runProgram(start);
+    const auto outcome = callApplication(
+        "Open", {"['tervano://runaction?action=" + uid + "&file=" + name + "']", platformData});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
   }
 

@@ -250,4 +250,15 @@ std::vector<std::string> Desktop::askedOf(const std::string& method) const {
   return all;
 }
 
+ProgramOutcome callApplication(const std::string& method,
+                               const std::vector<std::string>& arguments) {
+  ProgramStart start;
+  start.path = "/usr/bin/gdbus";
+  start.arguments = {
+      "call",          "--session",           "--dest",   "com.vessok.tervano",
+      "--object-path", "/com/vessok/tervano", "--method", "org.freedesktop.Application." + method};
+  start.arguments.insert(start.arguments.end(), arguments.begin(), arguments.end());
+  return runProgram(start);
+}
+
 }  // namespace tervano::test

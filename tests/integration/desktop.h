@@ -89,4 +89,9 @@ void expectEveryChildToLeave(const std::string& except = "");
 // Whether a process of that number runs; one that ended and was not waited for does not.
 bool isRunning(pid_t pid);
 
+// Calls a method of org.freedesktop.Application of the companion as the desktop does, with
+// arguments as GVariant text, and waits for the answer.
+ProgramOutcome callApplication(const std::string& method,
+                               const std::vector<std::string>& arguments);
+
 }  // namespace tervano::test

@@ -45,20 +45,7 @@ class ShortcutTest : public testing::Test {
   // Asks for an application action as the desktop does.
   static ProgramOutcome activate(const std::string& name, const std::string& parameters,
                                  const std::string& platformData = "{}") {
-    ProgramStart start;
-    start.path = "/usr/bin/gdbus";
-    start.arguments = {"call",
-                       "--session",
-                       "--dest",
-                       "com.vessok.tervano",
-                       "--object-path",
-                       "/com/vessok/tervano",
-                       "--method",
-                       "org.freedesktop.Application.ActivateAction",
-                       name,
-                       parameters,
-                       platformData};
-    return runProgram(start);
+    return callApplication("ActivateAction", {name, parameters, platformData});
   }
   static void press(const std::vector<std::string>& keys) {
     auto search = startProgram("/usr/bin/xdotool",

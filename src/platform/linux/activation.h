@@ -20,7 +20,7 @@ struct ActivationToken {
   bool isEmpty() const { return token.empty() && startupIdentifier.empty(); }
   // What a program takes that knows one text only: the token, else the identifier.
   const std::string& text() const { return token.empty() ? startupIdentifier : token; }
-  // As "platform data" (Desktop Entry Specification, "D-Bus Activation"), an a{sv}; floating.
+  // As the platform data of org.freedesktop.Application, an a{sv}; floating.
   GVariant* platformData() const;
   // That of an a{sv}. What is no text that a desktop makes, such as one of a megabyte, is left out.
   static ActivationToken fromPlatformData(GVariant* data);
